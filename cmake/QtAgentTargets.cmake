@@ -1,0 +1,63 @@
+include(GenerateExportHeader)
+
+# Compiler settings of every target of this project. They stay private: a program that links the
+# libraries keeps its own warnings and its own Qt defines.
+function(qtagent_configure_target target)
+    set_target_properties(${target} PROPERTIES
+        AUTOMOC ON
+        CXX_STANDARD_REQUIRED ON
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON
+        POSITION_INDEPENDENT_CODE ON)
+    target_compile_features(${target} PUBLIC cxx_std_17)
+    target_compile_definitions(${target} PRIVATE
+        QT_NO_CAST_FROM_ASCII
+        QT_NO_CAST_TO_ASCII
+        QT_NO_CAST_FROM_BYTEARRAY
+        QT_NO_URL_CAST_FROM_STRING
+        QT_NO_KEYWORDS
+        QT_NO_FOREACH
+        QT_NO_JAVA_STYLE_ITERATORS
+        QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
+        QT_STRICT_ITERATORS
+        QT_DISABLE_DEPRECATED_BEFORE=0x050F00)
+    if(MSVC)
+        target_compile_options(${target} PRIVATE /W4 /utf-8)
+    else()
+        target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
+    endif()
+endfunction()
+
+# A public library MireloQtLib::<export_name>. Its public headers are the arguments after the export
+# macro's prefix: they are installed to include/<folder>, and the tests compile each of them alone.
+function(qtagent_configure_library target export_name export_prefix folder)
+    qtagent_configure_target(${target})
+    string(TOLOWER ${export_prefix} export_file_prefix)
+    set(export_header "${PROJECT_BINARY_DIR}/include/${folder}/${export_file_prefix}_export.h")
+    generate_export_header(${target} BASE_NAME ${export_prefix} EXPORT_FILE_NAME "${export_header}")
+
+    get_target_property(library_type ${target} TYPE)
+    if(library_type STREQUAL "STATIC_LIBRARY")
+        target_compile_definitions(${target} PUBLIC ${export_prefix}_STATIC_DEFINE)
+    endif()
+    target_include_directories(${target} PUBLIC
+        "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>"
+        "$<BUILD_INTERFACE:${PROJECT_BINARY_DIR}/include>"
+        "$<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>")
+    set_target_properties(${target} PROPERTIES
+        EXPORT_NAME ${export_name}
+        OUTPUT_NAME Mirelo${export_name}
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR})
+    add_library(MireloQtLib::${export_name} ALIAS ${target})
+
+    target_sources(${target} PRIVATE ${ARGN})
+    list(TRANSFORM ARGN PREPEND "${folder}/" OUTPUT_VARIABLE public_headers)
+    set_property(TARGET ${target} PROPERTY QTAGENT_PUBLIC_HEADERS ${public_headers})
+    install(FILES ${ARGN} "${export_header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}")
+    install(TARGETS ${target} EXPORT MireloQtAgentTargets
+        RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+        ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+endfunction()
