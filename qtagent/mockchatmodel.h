@@ -1,0 +1,38 @@
+#ifndef MIRELOQTLIB_QTAGENT_MOCKCHATMODEL_H
+#define MIRELOQTLIB_QTAGENT_MOCKCHATMODEL_H
+
+#include <qtagent/chatmodel.h>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+/// A model that answers from a script, without a network. Its profile is ignored.
+///
+/// The answer depends on the conversation and the tools alone; the first rule that fits decides:
+/// - a conversation that holds a "tool" message is answered with a summary of all tool results;
+/// - where tools are offered and the last user message speaks of devices or reports (one of abnormal,
+///   device, report, export, 设备, 异常, 报告, 导出 in it), the answer calls those of
+///   find_abnormal_devices, generate_alarm_summary and export_report that are offered;
+/// - everything else is answered with a fixed notice.
+///
+/// Texts are streamed word by word, the first on the next turn of the event loop and the others 45 ms
+/// apart. Every word ends in a space, and so does the whole text. Tool calls arrive on the next turn as
+/// responseReceived() and an empty finished(); a canceled reply still emits that responseReceived().
+///
+/// A reply that is owned by somebody else goes on when the model is deleted.
+class QTAGENT_EXPORT MockChatModel : public ChatModel
+{
+    Q_OBJECT
+
+public:
+    explicit MockChatModel(QObject *parent = nullptr);
+    ~MockChatModel() override;
+
+    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
+                    QObject *parent) override;
+};
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+#endif
