@@ -1,0 +1,29 @@
+#ifndef MIRELOQTLIB_QTAGENT_CHATCOMPLETION_P_H
+#define MIRELOQTLIB_QTAGENT_CHATCOMPLETION_P_H
+
+#include <qtagent/chatmodel.h>
+
+#include <QByteArray>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+// The JSON of the chat-completions protocol.
+
+/// Returns the compact body of a request.
+QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &messages,
+                       const QVector<ToolDefinition> &tools, bool stream);
+
+/// Returns "choices"[0]."message" of a whole response, or an empty object.
+QJsonObject responseMessage(const QJsonObject &response);
+
+/// Returns the text at "choices"[0]."delta"."content" of a stream's event, or an empty text.
+QString eventContent(const QJsonObject &event);
+
+/// Returns what a user should read of @p body in an error report.
+QString bodySummary(const QByteArray &body);
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+#endif

@@ -1,0 +1,27 @@
+#ifndef MIRELOQTLIB_QTAGENT_DEEPSEEKMODEL_H
+#define MIRELOQTLIB_QTAGENT_DEEPSEEKMODEL_H
+
+#include <qtagent/openaicompatiblemodel.h>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+/// The OpenAI-compatible client with DeepSeek's defaults: a key is all that its profile needs.
+class QTAGENT_EXPORT DeepSeekModel : public OpenAICompatibleModel
+{
+    Q_OBJECT
+
+public:
+    explicit DeepSeekModel(QObject *parent = nullptr);
+    ~DeepSeekModel() override;
+
+    /// Fills an empty provider, address or model of config() with DeepSeek's, which config() keeps, and
+    /// sends the request.
+    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
+                    QObject *parent) override;
+};
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+#endif

@@ -1,0 +1,203 @@
+#include "openaicompatiblemodel.h"
+
+#include "chatcompletion_p.h"
+#include "eventstreamreader_p.h"
+
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QStringList>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+namespace {
+
+constexpr int firstErrorStatus = 400;
+
+QVariant httpStatus(const QNetworkReply &networkReply)
+{
+    return networkReply.attribute(QNetworkRequest::HttpStatusCodeAttribute);
+}
+
+bool hasFailed(const QNetworkReply &networkReply)
+{
+    return networkReply.error() != QNetworkReply::NoError
+        || httpStatus(networkReply).toInt() >= firstErrorStatus;
+}
+
+QString errorReport(const QNetworkReply &networkReply, const QByteArray &body)
+{
+    QStringList lines{
+        QStringLiteral("OpenAI-compatible request failed."),
+        QStringLiteral("URL: %1").arg(networkReply.request().url().toString()),
+    };
+    const QVariant status = httpStatus(networkReply);
+    if (status.isValid()) {
+        const QString reason = networkReply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
+        const QString reasonPart = reason.isEmpty() ? QString() : QStringLiteral(" %1").arg(reason);
+        lines.append(QStringLiteral("HTTP status: %1%2").arg(QString::number(status.toInt()), reasonPart));
+    }
+    if (networkReply.error() != QNetworkReply::NoError) {
+        const QString code = QString::number(int(networkReply.error()));
+        lines.append(QStringLiteral("Network error: %1 (%2)").arg(code, networkReply.errorString()));
+    }
+    lines.append(QStringLiteral("Response: %1").arg(bodySummary(body)));
+    return lines.join(QLatin1Char('\n'));
+}
+
+// Turns what a network reply receives into the signals of a ChatReply.
+//
+// It is a child of the network reply, which dies with the model. Every emission may delete the ChatReply,
+// the model and thereby this object, abort the request, or enter here again from a nested event loop.
+class AnswerReceiver : public QObject
+{
+public:
+    AnswerReceiver(QNetworkReply *networkReply, ChatReply *reply)
+        : QObject(networkReply)
+        , m_networkReply(networkReply)
+        , m_reply(reply)
+    {
+        connect(reply, &ChatReply::canceled, networkReply, &QNetworkReply::abort);
+        connect(reply, &QObject::destroyed, networkReply, &QNetworkReply::abort);
+        connect(networkReply, &QNetworkReply::finished, networkReply, &QObject::deleteLater);
+    }
+
+    void receiveWhole()
+    {
+        connect(m_networkReply, &QNetworkReply::finished, this, &AnswerReceiver::endWhole);
+    }
+
+    void receiveStream()
+    {
+        connect(m_networkReply, &QNetworkReply::readyRead, this, &AnswerReceiver::readStream);
+        connect(m_networkReply, &QNetworkReply::finished, this, &AnswerReceiver::endStream);
+    }
+
+private:
+    bool isWanted() const { return m_reply && !m_reply->isCanceled(); }
+
+    void endWhole()
+    {
+        if (!isWanted())
+            return;
+        QByteArray body = m_networkReply->readAll();
+        if (hasFailed(*m_networkReply)) {
+            m_reply->fail(errorReport(*m_networkReply, body));
+            return;
+        }
+        QJsonParseError error;
+        const QJsonDocument document = QJsonDocument::fromJson(body, &error);
+        if (!document.isObject()) {
+            m_reply->fail(QStringLiteral("Invalid JSON response: %1\nResponse: %2")
+                              .arg(error.errorString(), bodySummary(body)));
+            return;
+        }
+        body.clear();
+        deliver(document.object());
+    }
+
+    void deliver(const QJsonObject &response)
+    {
+        const QPointer<AnswerReceiver> self(this);
+        const QString content = responseMessage(response).value(QLatin1String("content")).toString();
+        m_reply->setResponse(response);
+        if (self && m_reply)
+            m_reply->appendDelta(content);
+        if (self && m_reply)
+            m_reply->finish(content);
+    }
+
+    void readStream()
+    {
+        const QPointer<AnswerReceiver> self(this);
+        if (!isWanted())
+            return;
+        m_stream.append(m_networkReply->readAll());
+        QString delta;
+        while (self && isWanted() && m_stream.takeDelta(&delta))
+            m_reply->appendDelta(delta);
+    }
+
+    void endStream()
+    {
+        const QPointer<AnswerReceiver> self(this);
+        readStream();
+        if (!self || !isWanted())
+            return;
+        if (hasFailed(*m_networkReply))
+            m_reply->fail(errorReport(*m_networkReply, m_stream.body()));
+        else
+            m_reply->finish(m_reply->text());
+    }
+
+    QNetworkReply *const m_networkReply;
+    const QPointer<ChatReply> m_reply;
+    EventStreamReader m_stream;
+};
+
+QUrl completionsUrl(const QString &baseUrl)
+{
+    QString address = baseUrl.trimmed();
+    while (address.endsWith(QLatin1Char('/')))
+        address.chop(1);
+    return QUrl(address + QLatin1String("/chat/completions"), QUrl::TolerantMode);
+}
+
+// A line break in a header's value would start a header of its own.
+QByteArray authorization(QString apiKey)
+{
+    apiKey.remove(QLatin1Char('\r')).remove(QLatin1Char('\n'));
+    return QStringLiteral("Bearer %1").arg(apiKey).toUtf8();
+}
+
+QNetworkRequest requestFor(const ModelConfig &config)
+{
+    QNetworkRequest request(completionsUrl(config.baseUrl));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("application/json"));
+    if (!config.apiKey.isEmpty())
+        request.setRawHeader(QByteArrayLiteral("Authorization"), authorization(config.apiKey));
+    // The key and the conversation go to the host that the user named and to no other.
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    // Qt writes head and body apart and leaves Nagle's algorithm on: on a connection that is kept alive
+    // the body waits for the server's delayed acknowledgement. A new connection does not wait.
+    if (request.url().scheme() == QLatin1String("http"))
+        request.setRawHeader(QByteArrayLiteral("Connection"), QByteArrayLiteral("close"));
+    return request;
+}
+
+} // namespace
+
+OpenAICompatibleModel::OpenAICompatibleModel(QObject *parent)
+    : ChatModel(parent)
+    , m_network(new QNetworkAccessManager(this))
+{}
+
+OpenAICompatibleModel::~OpenAICompatibleModel() = default;
+
+ChatReply *OpenAICompatibleModel::chat(const QVector<ChatMessage> &messages,
+                                       const QVector<ToolDefinition> &tools, QObject *parent)
+{
+    QObject *const owner = parent ? parent : this;
+    const ModelConfig &profile = config();
+    if (profile.baseUrl.trimmed().isEmpty() || profile.model.trimmed().isEmpty())
+        return ChatReply::failLater(QStringLiteral("Missing baseUrl or model."), owner);
+
+    const bool stream = profile.stream && tools.isEmpty();
+    auto *reply = new ChatReply(owner);
+    QNetworkReply *networkReply =
+        m_network->post(requestFor(profile), requestBody(profile, messages, tools, stream));
+    auto *receiver = new AnswerReceiver(networkReply, reply);
+    if (stream)
+        receiver->receiveStream();
+    else
+        receiver->receiveWhole();
+    return reply;
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib

@@ -1,0 +1,49 @@
+#ifndef MIRELOQTLIB_QTAGENT_OPENAICOMPATIBLEMODEL_H
+#define MIRELOQTLIB_QTAGENT_OPENAICOMPATIBLEMODEL_H
+
+#include <qtagent/chatmodel.h>
+
+QT_BEGIN_NAMESPACE
+class QNetworkAccessManager;
+QT_END_NAMESPACE
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+/// A model behind an HTTP service that speaks the OpenAI chat-completions protocol.
+///
+/// A request is one POST to the profile's address and "/chat/completions". The answer is streamed where
+/// the profile asks for it and no tools are offered; with tools it always arrives whole. The API key goes
+/// into the Authorization header and nowhere else, redirects are not followed, and no time limit is set:
+/// a request runs until the network ends it or ChatReply::cancel() is called.
+///
+/// ChatReply::failed() reports:
+/// - "Missing baseUrl or model." where the profile lacks one of them (nothing is sent);
+/// - "Invalid JSON response: ..." and a summary of the body, where a whole answer is not a JSON object;
+/// - "OpenAI-compatible request failed." for every network error and every status of 400 and more,
+///   followed by lines with the address, the status, Qt's error number and text, and a summary of the body.
+///
+/// What is wrong inside a stream is passed over: an event that is not JSON, a last line without a line
+/// feed, an error object in an answer of status 200. Such an answer ends with finished() and the text that
+/// was understood, which may be empty. So does a redirect.
+///
+/// Deleting the model ends its requests without a signal.
+class QTAGENT_EXPORT OpenAICompatibleModel : public ChatModel
+{
+    Q_OBJECT
+
+public:
+    explicit OpenAICompatibleModel(QObject *parent = nullptr);
+    ~OpenAICompatibleModel() override;
+
+    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
+                    QObject *parent) override;
+
+private:
+    QNetworkAccessManager *m_network;
+};
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+#endif
