@@ -1,7 +1,8 @@
 include(GenerateExportHeader)
 
 # Compiler settings of every target of this project. They stay private: a program that links the
-# libraries keeps its own warnings and its own Qt defines.
+# libraries keeps its own warnings and its own Qt defines. PLAIN_LITERALS lets "text" be a QString, which
+# keeps tests readable.
 function(qtagent_configure_target target)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
@@ -11,8 +12,10 @@ function(qtagent_configure_target target)
         VISIBILITY_INLINES_HIDDEN ON
         POSITION_INDEPENDENT_CODE ON)
     target_compile_features(${target} PUBLIC cxx_std_17)
+    if(NOT "PLAIN_LITERALS" IN_LIST ARGN)
+        target_compile_definitions(${target} PRIVATE QT_NO_CAST_FROM_ASCII)
+    endif()
     target_compile_definitions(${target} PRIVATE
-        QT_NO_CAST_FROM_ASCII
         QT_NO_CAST_TO_ASCII
         QT_NO_CAST_FROM_BYTEARRAY
         QT_NO_URL_CAST_FROM_STRING
