@@ -1,0 +1,33 @@
+#include "toolcalltrace.h"
+
+#include <QJsonDocument>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+namespace {
+
+// Queued connections and QSignalSpy look the records up by the name that stands in the signals.
+void registerRecords()
+{
+    qRegisterMetaType<ToolCallTrace>("MireloQtLib::QtAgent::ToolCallTrace");
+    qRegisterMetaType<ApprovalRequest>("MireloQtLib::QtAgent::ApprovalRequest");
+}
+Q_CONSTRUCTOR_FUNCTION(registerRecords)
+
+} // namespace
+
+QString formatTrace(const ToolCallTrace &trace)
+{
+    const QString arguments = QString::fromUtf8(QJsonDocument(trace.arguments).toJson());
+    QString text = QStringLiteral("Tool: %1\nStatus: %2\nDuration: %3 ms\nInput:\n%4\n")
+                       .arg(trace.toolName, trace.status, QString::number(trace.durationMs), arguments);
+    if (!trace.output.isEmpty())
+        text += QStringLiteral("Output:\n%1\n").arg(trace.output);
+    if (!trace.error.isEmpty())
+        text += QStringLiteral("Error:\n%1\n").arg(trace.error);
+    return text;
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib

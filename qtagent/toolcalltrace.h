@@ -1,0 +1,57 @@
+#ifndef MIRELOQTLIB_QTAGENT_TOOLCALLTRACE_H
+#define MIRELOQTLIB_QTAGENT_TOOLCALLTRACE_H
+
+#include <qtagent/chatmessage.h>
+#include <qtagent/qtagent_export.h>
+
+#include <QDateTime>
+#include <QJsonObject>
+#include <QMetaType>
+#include <QString>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+/// The record of one tool call that was executed or denied.
+struct ToolCallTrace
+{
+    /// The id that the model gave the call, or a generated one.
+    QString callId;
+    QString toolName;
+    /// "success", "failed" or "denied".
+    QString status;
+    ToolPermission permission = ToolPermission::ReadOnly;
+    QJsonObject arguments;
+    /// The text that went back to the model (see toolResultText()); empty for a denied call.
+    QString output;
+    /// The result's error; "用户拒绝了审批。" for a denied call.
+    QString error;
+    /// How long the tool ran, in milliseconds, without the time spent waiting for an approval.
+    qint64 durationMs = 0;
+    /// The local time at which the tool had returned or was denied.
+    QDateTime timestamp;
+};
+
+/// The question whether a tool may run.
+struct ApprovalRequest
+{
+    /// What to hand to AgentExecutor::resolveApproval(). It is the call's id.
+    QString approvalId;
+    QString toolName;
+    ToolPermission permission = ToolPermission::ReadOnly;
+    QJsonObject arguments;
+    /// Why the user is asked, for example "该工具拥有 Write 权限，需要用户确认后才能执行。".
+    QString reason;
+};
+
+/// Returns @p trace as plain text for reports and logs: the lines "Tool: ", "Status: ", "Duration: " in
+/// ms and "Input:" with the indented arguments, then "Output:" and "Error:" where there is one.
+QTAGENT_EXPORT QString formatTrace(const ToolCallTrace &trace);
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+Q_DECLARE_METATYPE(MireloQtLib::QtAgent::ToolCallTrace)
+Q_DECLARE_METATYPE(MireloQtLib::QtAgent::ApprovalRequest)
+
+#endif
