@@ -1,0 +1,368 @@
+#include <qtagent/modelconfig.h>
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+const QString openAiUrl = QStringLiteral("https://api.openai.com/v1");
+const QString deepSeekUrl = QStringLiteral("https://api.deepseek.com");
+
+QProcessEnvironment environmentOf(const QMap<QString, QString> &variables)
+{
+    QProcessEnvironment environment;
+    for (auto it = variables.cbegin(); it != variables.cend(); ++it)
+        environment.insert(it.key(), it.value());
+    return environment;
+}
+
+QByteArray profileNamed(const char *name)
+{
+    return QByteArray(R"({"name":")") + name + R"("})";
+}
+
+} // namespace
+
+class TestModelConfig : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void defaultsBelongToTheProvider_data();
+    void defaultsBelongToTheProvider();
+    void allKeysOfAProfileAreRead();
+    void absentAndWrongTypedKeysGiveTheDefaults_data();
+    void absentAndWrongTypedKeysGiveTheDefaults();
+    void emptyProviderFollowsTheKey_data();
+    void emptyProviderFollowsTheKey();
+    void temperatureIsNeverRead();
+    void fourPlacesAreSearchedInOrder();
+    void firstReadableFileWins();
+    void unusableFilesArePassedOver_data();
+    void unusableFilesArePassedOver();
+    void currentProfileIsClamped_data();
+    void currentProfileIsClamped();
+    void elementsThatAreNoObjectsAreSkipped();
+    void rootIsTheProfileWithoutAUsableList_data();
+    void rootIsTheProfileWithoutAUsableList();
+    void listWithoutAnObjectFallsBackToTheEnvironment();
+    void fileWinsOverTheEnvironment();
+    void environmentGivesOneProfile_data();
+    void environmentGivesOneProfile();
+    void emptyAddressAndModelAreFilled_data();
+    void emptyAddressAndModelAreFilled();
+
+private:
+    QString path(const QString &name) const { return m_folder->filePath(name); }
+    QString write(const QString &name, const QByteArray &content);
+    ModelProfiles load(const QByteArray &content)
+    {
+        return loadModelProfiles({write("c.json", content)}, {});
+    }
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+};
+
+void TestModelConfig::init()
+{
+    m_folder = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_folder->isValid());
+}
+
+void TestModelConfig::cleanup()
+{
+    m_folder.reset();
+}
+
+QString TestModelConfig::write(const QString &name, const QByteArray &content)
+{
+    QFile file(path(name));
+    if (!file.open(QIODevice::WriteOnly) || file.write(content) != content.size())
+        qFatal("cannot write the test's file");
+    return file.fileName();
+}
+
+void TestModelConfig::defaultsBelongToTheProvider_data()
+{
+    QTest::addColumn<QString>("provider");
+    QTest::addColumn<QString>("baseUrl");
+    QTest::addColumn<QString>("model");
+    QTest::newRow("deepseek") << "deepseek" << deepSeekUrl << "deepseek-v4-flash";
+    QTest::newRow("openai") << "openai" << openAiUrl << "gpt-4.1-mini";
+    QTest::newRow("mock") << "mock" << openAiUrl << "gpt-4.1-mini";
+    QTest::newRow("capitalised DeepSeek") << "DeepSeek" << openAiUrl << "gpt-4.1-mini";
+    QTest::newRow("empty") << "" << openAiUrl << "gpt-4.1-mini";
+}
+
+void TestModelConfig::defaultsBelongToTheProvider()
+{
+    QFETCH(QString, provider);
+    QTEST(defaultBaseUrl(provider), "baseUrl");
+    QTEST(defaultModelName(provider), "model");
+}
+
+void TestModelConfig::allKeysOfAProfileAreRead()
+{
+    const ModelConfig config = modelConfigFromJson({{"name", "n"},
+                                                    {"provider", "deepseek"},
+                                                    {"apiKey", " k "},
+                                                    {"baseUrl", " u "},
+                                                    {"model", "m"},
+                                                    {"maxTokens", 7},
+                                                    {"timeoutMs", 8},
+                                                    {"stream", false}});
+    QCOMPARE(config.name, QStringLiteral("n"));
+    QCOMPARE(config.provider, QStringLiteral("deepseek"));
+    QCOMPARE(config.apiKey, QStringLiteral(" k "));
+    QCOMPARE(config.baseUrl, QStringLiteral(" u "));
+    QCOMPARE(config.model, QStringLiteral("m"));
+    QCOMPARE(config.maxTokens, 7);
+    QCOMPARE(config.timeoutMs, 8);
+    QCOMPARE(config.stream, false);
+}
+
+void TestModelConfig::absentAndWrongTypedKeysGiveTheDefaults_data()
+{
+    QTest::addColumn<QJsonObject>("json");
+    QTest::newRow("absent") << QJsonObject();
+    QTest::newRow("wrong types") << QJsonObject{
+        {"name", 1},          {"provider", true},       {"apiKey", QJsonArray()},
+        {"baseUrl", 2.5},     {"model", QJsonObject()}, {"maxTokens", "9"},
+        {"timeoutMs", false}, {"stream", "false"}};
+    QTest::newRow("null") << QJsonObject{{"name", QJsonValue()},
+                                         {"provider", QJsonValue()},
+                                         {"maxTokens", QJsonValue()},
+                                         {"stream", QJsonValue()}};
+    QTest::newRow("numbers that are not whole") << QJsonObject{{"maxTokens", 1.5}, {"timeoutMs", 1e12}};
+}
+
+void TestModelConfig::absentAndWrongTypedKeysGiveTheDefaults()
+{
+    QFETCH(QJsonObject, json);
+    const ModelConfig config = modelConfigFromJson(json);
+    QVERIFY(config.name.isEmpty());
+    QCOMPARE(config.provider, QStringLiteral("openai"));
+    QVERIFY(config.apiKey.isEmpty());
+    QVERIFY(config.baseUrl.isEmpty());
+    QVERIFY(config.model.isEmpty());
+    QCOMPARE(config.maxTokens, 1024);
+    QCOMPARE(config.timeoutMs, 60000);
+    QCOMPARE(config.stream, true);
+}
+
+void TestModelConfig::emptyProviderFollowsTheKey_data()
+{
+    QTest::addColumn<QJsonObject>("json");
+    QTest::addColumn<QString>("provider");
+    QTest::newRow("with a key") << QJsonObject{{"provider", ""}, {"apiKey", "k"}} << "openai";
+    QTest::newRow("with an empty key") << QJsonObject{{"provider", ""}, {"apiKey", ""}} << "mock";
+    QTest::newRow("without a key") << QJsonObject{{"provider", ""}} << "mock";
+    QTest::newRow("absent provider and a key") << QJsonObject{{"apiKey", "k"}} << "openai";
+    QTest::newRow("another provider stays") << QJsonObject{{"provider", "DeepSeek"}} << "DeepSeek";
+}
+
+void TestModelConfig::emptyProviderFollowsTheKey()
+{
+    QFETCH(QJsonObject, json);
+    QTEST(modelConfigFromJson(json).provider, "provider");
+}
+
+void TestModelConfig::temperatureIsNeverRead()
+{
+    QCOMPARE(modelConfigFromJson({{"temperature", 1.5}}).temperature, 0.2);
+}
+
+void TestModelConfig::fourPlacesAreSearchedInOrder()
+{
+    const QDir application(QCoreApplication::applicationDirPath());
+    QVERIFY(QDir::setCurrent(m_folder->path()));
+    const QStringList places{
+        QDir::current().absoluteFilePath("orvane.local.json"),
+        application.absoluteFilePath("orvane.local.json"),
+        QDir::cleanPath(application.absoluteFilePath("../../../MireloOrvane/orvane.local.json")),
+        QDir::cleanPath(application.absoluteFilePath("../../../../MireloOrvane/orvane.local.json")),
+    };
+    const QStringList candidates = modelConfigFileCandidates();
+    QVERIFY(QDir::setCurrent(application.path()));
+    QCOMPARE(candidates, places);
+}
+
+void TestModelConfig::firstReadableFileWins()
+{
+    const QString first = write("first.json", profileNamed("first"));
+    const QString second = write("second.json", profileNamed("second"));
+    const ModelProfiles loaded = loadModelProfiles({path("missing.json"), first, second}, {});
+    QCOMPARE(loaded.profiles.size(), 1);
+    QCOMPARE(loaded.profiles.first().name, QStringLiteral("first"));
+}
+
+void TestModelConfig::unusableFilesArePassedOver_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("empty") << QByteArray();
+    QTest::newRow("cut off") << QByteArray(R"({"name":"broken")");
+    QTest::newRow("an array") << QByteArray(R"([{"name":"broken"}])");
+    QTest::newRow("a scalar") << QByteArray("7");
+    QTest::newRow("bytes that are no text") << QByteArray("\xff\xfe\x00{}", 5);
+}
+
+void TestModelConfig::unusableFilesArePassedOver()
+{
+    QFETCH(QByteArray, content);
+    QDir(m_folder->path()).mkdir("folder");
+    const QString unusable = write("unusable.json", content);
+    const QString usable = write("usable.json", profileNamed("usable"));
+    const ModelProfiles loaded = loadModelProfiles({path("folder"), unusable, usable}, {});
+    QCOMPARE(loaded.profiles.first().name, QStringLiteral("usable"));
+}
+
+void TestModelConfig::currentProfileIsClamped_data()
+{
+    QTest::addColumn<QByteArray>("currentProfile");
+    QTest::addColumn<int>("index");
+    QTest::newRow("absent") << QByteArray() << 0;
+    QTest::newRow("first") << QByteArray(R"(,"currentProfile":0)") << 0;
+    QTest::newRow("second") << QByteArray(R"(,"currentProfile":1)") << 1;
+    QTest::newRow("above the last") << QByteArray(R"(,"currentProfile":7)") << 2;
+    QTest::newRow("negative") << QByteArray(R"(,"currentProfile":-1)") << 0;
+    QTest::newRow("a text") << QByteArray(R"(,"currentProfile":"2")") << 0;
+    QTest::newRow("not whole") << QByteArray(R"(,"currentProfile":1.5)") << 0;
+}
+
+void TestModelConfig::currentProfileIsClamped()
+{
+    QFETCH(QByteArray, currentProfile);
+    const ModelProfiles loaded =
+        load(R"({"profiles":[{"name":"a"},{"name":"b"},{"name":"c"}])" + currentProfile + "}");
+    QCOMPARE(loaded.profiles.size(), 3);
+    QTEST(loaded.currentIndex, "index");
+}
+
+void TestModelConfig::elementsThatAreNoObjectsAreSkipped()
+{
+    const ModelProfiles loaded =
+        load(R"({"profiles":[1,{"name":"a"},null,[],{"name":"b"},"x"],"currentProfile":4})");
+    QCOMPARE(loaded.profiles.size(), 2);
+    QCOMPARE(loaded.profiles.at(1).name, QStringLiteral("b"));
+    QCOMPARE(loaded.currentIndex, 1);
+}
+
+void TestModelConfig::rootIsTheProfileWithoutAUsableList_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::newRow("no list") << QByteArray(R"({"name":"root","currentProfile":3})");
+    QTest::newRow("an empty list") << QByteArray(R"({"name":"root","profiles":[]})");
+    QTest::newRow("a list of another type") << QByteArray(R"({"name":"root","profiles":{"name":"inner"}})");
+}
+
+void TestModelConfig::rootIsTheProfileWithoutAUsableList()
+{
+    QFETCH(QByteArray, content);
+    const ModelProfiles loaded = load(content);
+    QCOMPARE(loaded.profiles.size(), 1);
+    QCOMPARE(loaded.profiles.first().name, QStringLiteral("root"));
+    QCOMPARE(loaded.profiles.first().provider, QStringLiteral("openai"));
+    QCOMPARE(loaded.currentIndex, 0);
+}
+
+void TestModelConfig::listWithoutAnObjectFallsBackToTheEnvironment()
+{
+    const QString list = write("list.json", R"({"profiles":[1,2],"currentProfile":1})");
+    const QString next = write("next.json", profileNamed("next"));
+    const ModelProfiles loaded = loadModelProfiles({list, next}, environmentOf({{"OPENAI_API_KEY", "k"}}));
+    QCOMPARE(loaded.profiles.size(), 1);
+    QCOMPARE(loaded.profiles.first().name, QStringLiteral("OpenAI 环境变量"));
+    QCOMPARE(loaded.currentIndex, 0);
+}
+
+void TestModelConfig::fileWinsOverTheEnvironment()
+{
+    const QString file = write("c.json", profileNamed("file"));
+    const ModelProfiles loaded = loadModelProfiles(
+        {file}, environmentOf({{"DEEPSEEK_API_KEY", "d"}, {"OPENAI_BASE_URL", "http://other"}}));
+    QCOMPARE(loaded.profiles.first().name, QStringLiteral("file"));
+    QVERIFY(loaded.profiles.first().apiKey.isEmpty());
+    QCOMPARE(loaded.profiles.first().baseUrl, openAiUrl);
+}
+
+void TestModelConfig::environmentGivesOneProfile_data()
+{
+    using Variables = QMap<QString, QString>;
+    QTest::addColumn<Variables>("variables");
+    QTest::addColumn<QStringList>("profile"); // name, provider, key, address, model
+    QTest::newRow("deepseek") << Variables{{"DEEPSEEK_API_KEY", "d"},
+                                           {"DEEPSEEK_BASE_URL", "http://d"},
+                                           {"DEEPSEEK_MODEL", "dm"}}
+                              << QStringList{"DeepSeek 环境变量", "deepseek", "d", "http://d", "dm"};
+    QTest::newRow("openai") << Variables{{"OPENAI_API_KEY", "o"},
+                                         {"OPENAI_BASE_URL", "http://o"},
+                                         {"OPENAI_MODEL", "om"}}
+                            << QStringList{"OpenAI 环境变量", "openai", "o", "http://o", "om"};
+    QTest::newRow("the deepseek key wins")
+        << Variables{{"DEEPSEEK_API_KEY", "d"}, {"OPENAI_API_KEY", "o"}, {"OPENAI_MODEL", "om"}}
+        << QStringList{"DeepSeek 环境变量", "deepseek", "d", deepSeekUrl, "deepseek-v4-flash"};
+    QTest::newRow("an empty deepseek key does not count")
+        << Variables{{"DEEPSEEK_API_KEY", ""}, {"DEEPSEEK_MODEL", "dm"}, {"OPENAI_API_KEY", "o"}}
+        << QStringList{"OpenAI 环境变量", "openai", "o", openAiUrl, "gpt-4.1-mini"};
+    QTest::newRow("no key gives the mock model")
+        << Variables{} << QStringList{"模拟模型", "mock", "", openAiUrl, "gpt-4.1-mini"};
+    QTest::newRow("the mock profile reads the other openai variables")
+        << Variables{{"OPENAI_BASE_URL", "http://o"}, {"OPENAI_MODEL", "om"}}
+        << QStringList{"模拟模型", "mock", "", "http://o", "om"};
+}
+
+void TestModelConfig::environmentGivesOneProfile()
+{
+    using Variables = QMap<QString, QString>;
+    QFETCH(Variables, variables);
+    const ModelProfiles loaded = loadModelProfiles({path("missing.json")}, environmentOf(variables));
+    QCOMPARE(loaded.profiles.size(), 1);
+    QCOMPARE(loaded.currentIndex, 0);
+    const ModelConfig &config = loaded.profiles.first();
+    const QStringList profile{config.name, config.provider, config.apiKey, config.baseUrl, config.model};
+    QTEST(profile, "profile");
+    QCOMPARE(config.temperature, 0.2);
+    QCOMPARE(config.maxTokens, 1024);
+    QCOMPARE(config.timeoutMs, 60000);
+    QVERIFY(config.stream);
+}
+
+void TestModelConfig::emptyAddressAndModelAreFilled_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("baseUrl");
+    QTest::addColumn<QString>("model");
+    QTest::newRow("deepseek") << QByteArray(R"({"provider":"deepseek"})") << deepSeekUrl
+                              << "deepseek-v4-flash";
+    QTest::newRow("openai") << QByteArray(R"({"provider":"openai"})") << openAiUrl << "gpt-4.1-mini";
+    QTest::newRow("mock") << QByteArray(R"({"provider":"mock"})") << openAiUrl << "gpt-4.1-mini";
+    QTest::newRow("capitalised DeepSeek")
+        << QByteArray(R"({"provider":"DeepSeek"})") << openAiUrl << "gpt-4.1-mini";
+    QTest::newRow("given values stay")
+        << QByteArray(R"({"provider":"deepseek","baseUrl":"http://h","model":"m"})") << "http://h"
+        << "m";
+    QTest::newRow("blanks are not empty")
+        << QByteArray(R"({"provider":"deepseek","baseUrl":" ","model":" "})") << " "
+        << " ";
+}
+
+void TestModelConfig::emptyAddressAndModelAreFilled()
+{
+    QFETCH(QByteArray, content);
+    const ModelConfig config = load(content).profiles.first();
+    QTEST(config.baseUrl, "baseUrl");
+    QTEST(config.model, "model");
+}
+
+QTEST_GUILESS_MAIN(TestModelConfig)
+#include "tst_modelconfig.moc"
