@@ -1,0 +1,97 @@
+#ifndef MIRELOQTLIB_QTAGENT_AGENTCHATPANEL_H
+#define MIRELOQTLIB_QTAGENT_AGENTCHATPANEL_H
+
+#include <qtagent/widgets/qtagent_widgets_export.h>
+
+#include <QWidget>
+
+QT_BEGIN_NAMESPACE
+class QPlainTextEdit;
+class QPushButton;
+class QTextBrowser;
+QT_END_NAMESPACE
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+/// A chat: a transcript that answers stream into, an input, and buttons to send, stop and clear.
+///
+/// The panel knows nothing of models. Its host answers the signals and shows what arrives:
+/// @code
+/// connect(panel, &AgentChatPanel::sendRequested, this, [=](const QString &text) {
+///     panel->appendUserMessage(text);
+///     panel->beginAgentMessage();
+///     panel->setBusy(true);
+///     ChatReply *reply = model->chat({ChatMessage::user(text)}, {}, this);
+///     connect(reply, &ChatReply::deltaReceived, panel, &AgentChatPanel::appendAgentDelta);
+///     connect(reply, &ChatReply::finished, panel, [=] { panel->finishAgentMessage(); panel->setBusy(false);
+///     });
+/// });
+/// @endcode
+///
+/// All texts are shown as they are: nothing in them is taken for markup. Deltas may arrive at any rate.
+/// Those of one turn of the event loop are laid out once, so that long answers do not slow the window
+/// down.
+///
+/// In the input Ctrl+Return sends, as the button does; Return begins a new line and Tab leaves the input.
+/// The panel may be deleted in a slot of any of its signals. For style sheets and user-interface tests
+/// its children are named agentChatHistory, agentChatInput, agentChatSend, agentChatStop and
+/// agentChatClear.
+class QTAGENT_WIDGETS_EXPORT AgentChatPanel : public QWidget
+{
+    Q_OBJECT
+
+public:
+    /// Creates an idle panel with an empty transcript.
+    explicit AgentChatPanel(QWidget *parent = nullptr);
+    ~AgentChatPanel() override;
+
+    /// Shows @p text as a message of the user, below the label "用户".
+    void appendUserMessage(const QString &text);
+
+    /// Shows @p text as a note of the program, such as an error, below the label "系统". An agent message
+    /// that is open stays open: a later delta continues below the note.
+    void appendSystemMessage(const QString &text);
+
+    /// Opens an agent message, which shows the label "智能体". Does nothing while one is open.
+    void beginAgentMessage();
+
+    /// Adds @p delta to the end of the transcript, opening an agent message where none is open. The text is
+    /// there when the call returns, with the transcript's cursor behind it and nothing selected; the view
+    /// shows it by the end of this turn of the event loop, wherever the user had scrolled.
+    void appendAgentDelta(const QString &delta);
+
+    /// Closes the agent message: the next delta opens a new one. Writes nothing.
+    void finishAgentMessage();
+
+    /// Enables the send button while idle and the stop button while @p busy. The input and the clear button
+    /// stay as they are.
+    void setBusy(bool busy);
+
+Q_SIGNALS:
+    /// The user sent @p text, which is trimmed and never empty. The input is empty already.
+    void sendRequested(const QString &text);
+
+    /// The user pressed the stop button.
+    void stopRequested();
+
+    /// The user pressed the clear button. The transcript is empty already; an open agent message stays open,
+    /// and its next delta is shown without a label.
+    void clearRequested();
+
+private:
+    void send();
+    void clear();
+
+    QTextBrowser *m_history;
+    QPlainTextEdit *m_input;
+    QPushButton *m_sendButton;
+    QPushButton *m_stopButton;
+    QPushButton *m_clearButton;
+    bool m_agentMessageOpen = false;
+};
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+#endif
