@@ -1,9 +1,13 @@
 #include "agentchatpanel.h"
 
 #include <QBoxLayout>
+#include <QKeyEvent>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QScrollBar>
+#include <QTextBlock>
 #include <QTextBrowser>
+#include <QTextLayout>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -24,6 +28,24 @@ QString messageBlock(const QString &color, const QString &label, const QString &
         .arg(color, escaped(label), escaped(text));
 }
 
+QString agentHeader()
+{
+    // The division is left open: what is inserted behind it takes neither colour nor weight of the label.
+    return QStringLiteral("<p style='margin:10px 0 4px 0;color:#059669;font-weight:600;'>智能体</p>"
+                          "<div style='white-space:pre-wrap;'>");
+}
+
+bool isSendKey(const QKeyEvent &event)
+{
+    const bool isReturn = event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter;
+    return isReturn && (event.modifiers() & ~Qt::KeypadModifier) == Qt::ControlModifier;
+}
+
+bool isAtEnd(const QTextCursor &cursor)
+{
+    return cursor.atEnd() && !cursor.hasSelection();
+}
+
 } // namespace
 
 AgentChatPanel::AgentChatPanel(QWidget *parent)
@@ -34,16 +56,90 @@ AgentChatPanel::AgentChatPanel(QWidget *parent)
     , m_stopButton(new QPushButton(QStringLiteral("停止"), this))
     , m_clearButton(new QPushButton(QStringLiteral("清空"), this))
 {
+    setUpChildren();
+    layOutChildren();
+    connectChildren();
+}
+
+AgentChatPanel::~AgentChatPanel() = default;
+
+void AgentChatPanel::appendUserMessage(const QString &text)
+{
+    appendBlock(messageBlock(QStringLiteral("#1d4ed8"), QStringLiteral("用户"), text));
+}
+
+void AgentChatPanel::appendSystemMessage(const QString &text)
+{
+    appendBlock(messageBlock(QStringLiteral("#64748b"), QStringLiteral("系统"), text));
+}
+
+void AgentChatPanel::beginAgentMessage()
+{
+    if (m_agentMessageOpen)
+        return;
+    appendBlock(agentHeader());
+    m_agentMessageOpen = true;
+}
+
+void AgentChatPanel::appendAgentDelta(const QString &delta)
+{
+    beginAgentMessage();
+    if (!isInserting() || !isAtEnd(m_history->textCursor()))
+        startInsertion();
+    m_insertion.movePosition(QTextCursor::End);
+    m_insertion.insertText(delta);
+}
+
+void AgentChatPanel::finishAgentMessage()
+{
+    completeInsertions();
+    m_agentMessageOpen = false;
+}
+
+void AgentChatPanel::setBusy(bool busy)
+{
+    completeInsertions();
+    m_sendButton->setEnabled(!busy);
+    m_stopButton->setEnabled(busy);
+}
+
+bool AgentChatPanel::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_input)
+        return handleInputEvent(event);
+    // The transcript is about to be painted, resized, scrolled or clicked: its layout must be complete.
+    completeInsertions();
+    return false;
+}
+
+void AgentChatPanel::paintEvent(QPaintEvent *event)
+{
+    // Before the transcript's scroll bar is painted, which may appear now.
+    completeInsertions();
+    QWidget::paintEvent(event);
+}
+
+void AgentChatPanel::setUpChildren()
+{
     m_history->setObjectName(QStringLiteral("agentChatHistory"));
+    m_history->setAccessibleName(QStringLiteral("对话记录"));
     m_history->setOpenExternalLinks(true);
+    m_history->installEventFilter(this);
+    m_history->viewport()->installEventFilter(this);
     m_input->setObjectName(QStringLiteral("agentChatInput"));
+    m_input->setAccessibleName(QStringLiteral("问题"));
     m_input->setPlaceholderText(QStringLiteral("请输入 Orvane 问题..."));
     m_input->setFixedHeight(inputHeight);
+    m_input->setTabChangesFocus(true);
+    m_input->installEventFilter(this);
     m_sendButton->setObjectName(QStringLiteral("agentChatSend"));
     m_stopButton->setObjectName(QStringLiteral("agentChatStop"));
     m_stopButton->setEnabled(false);
     m_clearButton->setObjectName(QStringLiteral("agentChatClear"));
+}
 
+void AgentChatPanel::layOutChildren()
+{
     auto *buttons = new QHBoxLayout;
     buttons->addWidget(m_clearButton);
     buttons->addStretch();
@@ -56,55 +152,75 @@ AgentChatPanel::AgentChatPanel(QWidget *parent)
     layout->addWidget(m_history, 1);
     layout->addWidget(m_input);
     layout->addLayout(buttons);
+}
 
+void AgentChatPanel::connectChildren()
+{
     connect(m_sendButton, &QPushButton::clicked, this, &AgentChatPanel::send);
     connect(m_stopButton, &QPushButton::clicked, this, &AgentChatPanel::stopRequested);
     connect(m_clearButton, &QPushButton::clicked, this, &AgentChatPanel::clear);
 }
 
-AgentChatPanel::~AgentChatPanel() = default;
-
-void AgentChatPanel::appendUserMessage(const QString &text)
+void AgentChatPanel::appendBlock(const QString &html)
 {
-    m_history->append(messageBlock(QStringLiteral("#1d4ed8"), QStringLiteral("用户"), text));
+    completeInsertions();
+    keepGlyphsOfLastParagraph(false);
+    m_history->append(html);
 }
 
-void AgentChatPanel::appendSystemMessage(const QString &text)
+bool AgentChatPanel::isInserting() const
 {
-    m_history->append(messageBlock(QStringLiteral("#64748b"), QStringLiteral("系统"), text));
+    return !m_insertion.isNull() && m_insertion.document() == m_history->document();
 }
 
-void AgentChatPanel::beginAgentMessage()
+// Every insertion lays its whole paragraph out again, unless an edit block is open. So the block stays open
+// until control returns to the event loop. A posted call ends it rather than a timer, because a flood of
+// events, such as a fast stream is, keeps timers waiting.
+void AgentChatPanel::startInsertion()
 {
-    if (m_agentMessageOpen)
+    completeInsertions();
+    if (!isAtEnd(m_history->textCursor()))
+        m_history->moveCursor(QTextCursor::End);
+    keepGlyphsOfLastParagraph(false);
+    m_insertion = QTextCursor(m_history->document());
+    m_insertion.beginEditBlock();
+    QMetaObject::invokeMethod(this, &AgentChatPanel::completeInsertions, Qt::QueuedConnection);
+}
+
+void AgentChatPanel::completeInsertions()
+{
+    if (m_insertion.isNull())
         return;
-    m_history->append(
-        QStringLiteral("<p style='margin:10px 0 4px 0;color:#059669;font-weight:600;'>智能体</p>"
-                       "<div style='white-space:pre-wrap;'>"));
-    m_agentMessageOpen = true;
+    QTextCursor insertion;
+    std::swap(insertion, m_insertion); // slots of the document may insert more
+    keepGlyphsOfLastParagraph(true);
+    insertion.endEditBlock();
+    m_history->document()->size();
+    m_history->verticalScrollBar()->setValue(m_history->verticalScrollBar()->maximum());
 }
 
-void AgentChatPanel::appendAgentDelta(const QString &delta)
+// Without this, painting shapes the whole paragraph for a second time. Of a paragraph that has grown to its
+// end the glyphs are not worth their memory.
+void AgentChatPanel::keepGlyphsOfLastParagraph(bool keep)
 {
-    beginAgentMessage();
-    m_history->moveCursor(QTextCursor::End);
-    m_history->insertPlainText(delta);
-    m_history->moveCursor(QTextCursor::End);
+    m_history->document()->lastBlock().layout()->setCacheEnabled(keep);
 }
 
-void AgentChatPanel::finishAgentMessage()
+bool AgentChatPanel::handleInputEvent(QEvent *event)
 {
-    m_agentMessageOpen = false;
-}
-
-void AgentChatPanel::setBusy(bool busy)
-{
-    m_sendButton->setEnabled(!busy);
-    m_stopButton->setEnabled(busy);
+    if (event->type() != QEvent::KeyPress && event->type() != QEvent::ShortcutOverride)
+        return false;
+    if (!isSendKey(*static_cast<QKeyEvent *>(event)))
+        return false;
+    event->accept();
+    if (event->type() == QEvent::KeyPress)
+        m_sendButton->click();
+    return true;
 }
 
 void AgentChatPanel::send()
 {
+    completeInsertions();
     const QString text = m_input->toPlainText().trimmed();
     if (text.isEmpty())
         return;
@@ -114,6 +230,7 @@ void AgentChatPanel::send()
 
 void AgentChatPanel::clear()
 {
+    completeInsertions();
     m_history->clear();
     Q_EMIT clearRequested();
 }

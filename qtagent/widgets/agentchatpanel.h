@@ -3,6 +3,7 @@
 
 #include <qtagent/widgets/qtagent_widgets_export.h>
 
+#include <QTextCursor>
 #include <QWidget>
 
 QT_BEGIN_NAMESPACE
@@ -79,7 +80,20 @@ Q_SIGNALS:
     /// and its next delta is shown without a label.
     void clearRequested();
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+
 private:
+    void setUpChildren();
+    void layOutChildren();
+    void connectChildren();
+    void appendBlock(const QString &html);
+    bool isInserting() const;
+    void startInsertion();
+    void completeInsertions();
+    void keepGlyphsOfLastParagraph(bool keep);
+    bool handleInputEvent(QEvent *event);
     void send();
     void clear();
 
@@ -89,6 +103,7 @@ private:
     QPushButton *m_stopButton;
     QPushButton *m_clearButton;
     bool m_agentMessageOpen = false;
+    QTextCursor m_insertion; // with an open edit block, or null when everything is laid out
 };
 
 } // namespace QtAgent

@@ -1,0 +1,183 @@
+// What it costs to stream an answer into the chat panel, against the three plain calls on a text browser:
+// move to the end, insert, move to the end. Each iteration measures both, one after the other, on shown
+// windows of the same size. The counters are medians over the iterations: "ratio" is the panel's time by
+// that of the plain calls, "panel_us" and "plain_us" are microseconds a delta.
+
+#include <qtagent/widgets/agentchatpanel.h>
+
+#include <benchmark/benchmark.h>
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QTextBrowser>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <vector>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+enum Shape { LineBreaks, Latin, Chinese };
+enum Delivery { Burst, TurnPerDelta };
+
+constexpr int charactersPerLine = 60;
+constexpr QSize windowSize(800, 600);
+
+QChar characterAt(Shape shape, int position)
+{
+    if (shape == Chinese)
+        return QChar(0x4e00 + position * 31 % 2000);
+    if (shape == LineBreaks && position % charactersPerLine == charactersPerLine - 1)
+        return QLatin1Char('\n');
+    return position % 6 == 5 ? QLatin1Char(' ') : QLatin1Char(char('a' + position * 7 % 26));
+}
+
+// Deltas of four to eight characters.
+QStringList deltasOf(Shape shape, int count)
+{
+    QStringList deltas;
+    int position = 0;
+    for (int i = 0; i < count; ++i) {
+        QString delta;
+        for (int length = 4 + i * 3 % 5; length > 0; --length)
+            delta += characterAt(shape, position++);
+        deltas += delta;
+    }
+    return deltas;
+}
+
+class PlainTranscript
+{
+public:
+    PlainTranscript()
+    {
+        m_browser.resize(windowSize);
+        m_browser.show();
+    }
+
+    void append(const QString &delta)
+    {
+        m_browser.moveCursor(QTextCursor::End);
+        m_browser.insertPlainText(delta);
+        m_browser.moveCursor(QTextCursor::End);
+    }
+
+private:
+    QTextBrowser m_browser;
+};
+
+class PanelTranscript
+{
+public:
+    PanelTranscript()
+    {
+        m_panel.resize(windowSize + QSize(0, m_panel.sizeHint().height() - historyHeightHint()));
+        m_panel.show();
+        m_panel.beginAgentMessage();
+    }
+
+    void append(const QString &delta) { m_panel.appendAgentDelta(delta); }
+
+private:
+    int historyHeightHint() const { return m_panel.findChild<QTextBrowser *>()->sizeHint().height(); }
+
+    AgentChatPanel m_panel;
+};
+
+void paint()
+{
+    QCoreApplication::processEvents();
+    QCoreApplication::sendPostedEvents();
+}
+
+template<typename Transcript>
+double secondsFor(const QStringList &deltas, Delivery delivery)
+{
+    Transcript transcript;
+    paint();
+    QElapsedTimer timer;
+    timer.start();
+    for (const QString &delta : deltas) {
+        transcript.append(delta);
+        if (delivery == TurnPerDelta)
+            paint();
+    }
+    paint();
+    return double(timer.nsecsElapsed()) / 1e9;
+}
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+void streamed(benchmark::State &state, Shape shape, Delivery delivery)
+{
+    const QStringList deltas = deltasOf(shape, int(state.range(0)));
+    std::vector<double> ratios;
+    std::vector<double> panelTimes;
+    std::vector<double> plainTimes;
+    for (auto _ : state) {
+        plainTimes.push_back(secondsFor<PlainTranscript>(deltas, delivery));
+        panelTimes.push_back(secondsFor<PanelTranscript>(deltas, delivery));
+        ratios.push_back(panelTimes.back() / plainTimes.back());
+        state.SetIterationTime(panelTimes.back());
+    }
+    state.counters["ratio"] = median(ratios);
+    state.counters["panel_us"] = median(panelTimes) * 1e6 / deltas.size();
+    state.counters["plain_us"] = median(plainTimes) * 1e6 / deltas.size();
+}
+
+// The plain calls take minutes for an answer of this length, so this one shows the panel alone.
+void grown(benchmark::State &state, Shape shape)
+{
+    const QStringList shortAnswer = deltasOf(shape, 5000);
+    const QStringList longAnswer = deltasOf(shape, 50000);
+    std::vector<double> growths;
+    for (auto _ : state) {
+        const double shortTime = secondsFor<PanelTranscript>(shortAnswer, Burst) / shortAnswer.size();
+        const double longTime = secondsFor<PanelTranscript>(longAnswer, Burst) / longAnswer.size();
+        growths.push_back(longTime / shortTime);
+        state.SetIterationTime(longTime * longAnswer.size());
+    }
+    state.counters["growth"] = median(growths);
+}
+
+#define BENCHMARK_SHAPE(shape) \
+    BENCHMARK_CAPTURE(streamed, shape##_burst, shape, Burst) \
+        ->Arg(2000) \
+        ->Iterations(5) \
+        ->UseManualTime() \
+        ->Unit(benchmark::kMillisecond); \
+    BENCHMARK_CAPTURE(streamed, shape##_turn_per_delta, shape, TurnPerDelta) \
+        ->Arg(1000) \
+        ->Iterations(5) \
+        ->UseManualTime() \
+        ->Unit(benchmark::kMillisecond); \
+    BENCHMARK_CAPTURE(grown, shape##_5000_to_50000, shape) \
+        ->Iterations(5) \
+        ->UseManualTime() \
+        ->Unit(benchmark::kMillisecond)
+
+BENCHMARK_SHAPE(LineBreaks);
+BENCHMARK_SHAPE(Latin);
+BENCHMARK_SHAPE(Chinese);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
