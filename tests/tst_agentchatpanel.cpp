@@ -69,6 +69,7 @@ private Q_SLOTS:
     void finishWritesNothing();
     void streamedTextTakesNoFormatOfALabel();
     void blocksAfterStreamedTextHaveTheirOwnFormats();
+    void labelsKeepTheirLookWhereverTheCursorStands();
     void oddCharactersDoNoHarm_data();
     void oddCharactersDoNoHarm();
 
@@ -89,6 +90,8 @@ private Q_SLOTS:
     void textAndCursorAreRightAfterEachDelta();
     void viewFollowsByTheEndOfTheTurn();
     void viewFollowsWhereTheUserHadScrolledUp();
+    void viewFollowsWhileALongTranscriptIsLaidOutAnew();
+    void messagesLeaveAScrolledViewAlone();
     void selectionIsGoneAfterADelta();
     void deltasOfOneTurnAreLaidOutOnce();
     void burstIsPaintedWhole_data();
@@ -97,6 +100,7 @@ private Q_SLOTS:
     void viewFollowsAMessageAfterABurst();
     void transcriptMayChangeBetweenDeltas_data();
     void transcriptMayChangeBetweenDeltas();
+    void deltasGoToTheDocumentThatTheTranscriptShows();
     void selectionMadeAfterADeltaIsCopied();
     void userScrollsInTheCompleteTranscript();
     void panelMayDieBetweenDeltas();
@@ -236,8 +240,6 @@ void TestAgentChatPanel::messageStandsBelowItsLabel()
     append(m_panel.get());
 
     QCOMPARE(plainText(), label + "\ntext");
-    QCOMPARE(block(0).blockFormat().topMargin(), 10.0);
-    QCOMPARE(block(0).blockFormat().bottomMargin(), 4.0);
     QCOMPARE(formatOf(block(0)).foreground().color(), color);
     QVERIFY(formatOf(block(0)).fontWeight() >= QFont::DemiBold);
     QCOMPARE(formatOf(block(1)).foreground().style(), Qt::NoBrush);
@@ -364,6 +366,26 @@ void TestAgentChatPanel::blocksAfterStreamedTextHaveTheirOwnFormats()
     QCOMPARE(formatOf(block(4)).foreground().color(), userColor);
     for (int number : {1, 3, 5})
         QCOMPARE(formatOf(block(number)).foreground().style(), Qt::NoBrush);
+}
+
+void TestAgentChatPanel::labelsKeepTheirLookWhereverTheCursorStands()
+{
+    m_panel->appendUserMessage("u");
+    m_history->moveCursor(QTextCursor::Start);
+    m_history->moveCursor(QTextCursor::NextCharacter);
+    m_panel->appendSystemMessage("s");
+    m_panel->beginAgentMessage();
+    m_panel->appendAgentDelta("a");
+    m_panel->appendUserMessage("v");
+    QCOMPARE(plainText(), "用户\nu\n系统\ns\n智能体\na\n用户\nv");
+    for (int label : {0, 2, 4, 6}) {
+        QCOMPARE(block(label).blockFormat().topMargin(), 10.0);
+        QCOMPARE(block(label).blockFormat().bottomMargin(), 4.0);
+        QVERIFY(formatOf(block(label)).fontWeight() >= QFont::DemiBold);
+        QCOMPARE(block(label + 1).blockFormat().topMargin(), 0.0);
+        QCOMPARE(formatOf(block(label + 1)).foreground().style(), Qt::NoBrush);
+        QCOMPARE(formatOf(block(label + 1)).fontWeight(), int(QFont::Normal));
+    }
 }
 
 void TestAgentChatPanel::oddCharactersDoNoHarm_data()
@@ -585,6 +607,31 @@ void TestAgentChatPanel::viewFollowsWhereTheUserHadScrolledUp()
     QVERIFY(viewIsAtEnd());
 }
 
+void TestAgentChatPanel::viewFollowsWhileALongTranscriptIsLaidOutAnew()
+{
+    showPanel();
+    streamLines(20000);
+    QCoreApplication::processEvents();
+    m_panel->resize(350, 300);
+    m_panel->appendAgentDelta("end");
+    QCoreApplication::processEvents();
+    QVERIFY(viewIsAtEnd());
+    m_history->document()->size(); // ends a layout that Qt does in steps
+    QVERIFY(viewIsAtEnd());
+}
+
+void TestAgentChatPanel::messagesLeaveAScrolledViewAlone()
+{
+    showPanel();
+    streamLines(100);
+    QCoreApplication::processEvents();
+    bar()->setValue(20);
+    m_panel->appendUserMessage("u");
+    m_panel->appendSystemMessage("s");
+    QCoreApplication::processEvents();
+    QCOMPARE(bar()->value(), 20);
+}
+
 void TestAgentChatPanel::selectionIsGoneAfterADelta()
 {
     m_panel->appendAgentDelta("abc");
@@ -596,8 +643,8 @@ void TestAgentChatPanel::selectionIsGoneAfterADelta()
 
 void TestAgentChatPanel::deltasOfOneTurnAreLaidOutOnce()
 {
-    showPanel();
     m_panel->beginAgentMessage();
+    QCoreApplication::processEvents();
     QSignalSpy layouts(m_history->document(), &QTextDocument::contentsChanged);
     streamLines(1000);
     QCOMPARE(layouts.count(), 0);
@@ -662,8 +709,8 @@ void TestAgentChatPanel::transcriptMayChangeBetweenDeltas_data()
     QTest::newRow("append") << Change([](QTextBrowser *history) { history->append("x"); })
                             << streamed + "\nx";
     QTest::newRow("a new document") << Change([](QTextBrowser *history) {
-        history->setDocument(new QTextDocument("n", history));
-    }) << "n";
+        history->setDocument(new QTextDocument(history));
+    }) << "";
     QTest::newRow("remove the start") << Change([](QTextBrowser *history) {
         QTextCursor cursor(history->document());
         cursor.movePosition(QTextCursor::NextBlock, QTextCursor::KeepAnchor, 50);
@@ -715,6 +762,21 @@ void TestAgentChatPanel::transcriptMayChangeBetweenDeltas()
     QCOMPARE(plainText(), before + "more" + longText());
     QVERIFY(viewIsAtEnd());
     QVERIFY(!m_panel->grab().isNull());
+}
+
+void TestAgentChatPanel::deltasGoToTheDocumentThatTheTranscriptShows()
+{
+    QTextDocument first;
+    QTextDocument second;
+    m_history->setDocument(&first);
+    m_panel->appendAgentDelta("a");
+    QSignalSpy completed(&first, &QTextDocument::contentsChanged);
+    m_history->setDocument(&second);
+    m_panel->appendAgentDelta("b");
+    QCOMPARE(first.toPlainText(), "智能体\na");
+    QCOMPARE(completed.count(), 1);
+    QCOMPARE(plainText(), "b");
+    m_panel.reset();
 }
 
 void TestAgentChatPanel::selectionMadeAfterADeltaIsCopied()

@@ -35,6 +35,14 @@ QString agentHeader()
                           "<div style='white-space:pre-wrap;'>");
 }
 
+QTextBlockFormat labelFormat()
+{
+    QTextBlockFormat format;
+    format.setTopMargin(10);
+    format.setBottomMargin(4);
+    return format;
+}
+
 bool isSendKey(const QKeyEvent &event)
 {
     const bool isReturn = event.key() == Qt::Key_Return || event.key() == Qt::Key_Enter;
@@ -112,13 +120,6 @@ bool AgentChatPanel::eventFilter(QObject *watched, QEvent *event)
     return false;
 }
 
-void AgentChatPanel::paintEvent(QPaintEvent *event)
-{
-    // Before the transcript's scroll bar is painted, which may appear now.
-    completeInsertions();
-    QWidget::paintEvent(event);
-}
-
 void AgentChatPanel::setUpChildren()
 {
     m_history->setObjectName(QStringLiteral("agentChatHistory"));
@@ -164,8 +165,15 @@ void AgentChatPanel::connectChildren()
 void AgentChatPanel::appendBlock(const QString &html)
 {
     completeInsertions();
-    keepGlyphsOfLastParagraph(false);
+    QTextDocument *document = m_history->document();
+    const bool viewIsAtEnd =
+        m_history->verticalScrollBar()->value() == m_history->verticalScrollBar()->maximum();
+    const int labelNumber = document->isEmpty() ? 0 : document->blockCount();
     m_history->append(html);
+    // The first paragraph of what is appended takes the margins of the one that the cursor is in.
+    QTextCursor(document->findBlockByNumber(labelNumber)).setBlockFormat(labelFormat());
+    if (viewIsAtEnd)
+        scrollToEnd();
 }
 
 bool AgentChatPanel::isInserting() const
@@ -181,7 +189,6 @@ void AgentChatPanel::startInsertion()
     completeInsertions();
     if (!isAtEnd(m_history->textCursor()))
         m_history->moveCursor(QTextCursor::End);
-    keepGlyphsOfLastParagraph(false);
     m_insertion = QTextCursor(m_history->document());
     m_insertion.beginEditBlock();
     QMetaObject::invokeMethod(this, &AgentChatPanel::completeInsertions, Qt::QueuedConnection);
@@ -193,17 +200,15 @@ void AgentChatPanel::completeInsertions()
         return;
     QTextCursor insertion;
     std::swap(insertion, m_insertion); // slots of the document may insert more
-    keepGlyphsOfLastParagraph(true);
+    // Keeps the glyphs for painting, which otherwise shapes the whole paragraph for a second time.
+    insertion.block().layout()->setCacheEnabled(true);
     insertion.endEditBlock();
-    m_history->document()->size();
-    m_history->verticalScrollBar()->setValue(m_history->verticalScrollBar()->maximum());
+    scrollToEnd();
 }
 
-// Without this, painting shapes the whole paragraph for a second time. Of a paragraph that has grown to its
-// end the glyphs are not worth their memory.
-void AgentChatPanel::keepGlyphsOfLastParagraph(bool keep)
+void AgentChatPanel::scrollToEnd()
 {
-    m_history->document()->lastBlock().layout()->setCacheEnabled(keep);
+    m_history->verticalScrollBar()->setValue(m_history->verticalScrollBar()->maximum());
 }
 
 bool AgentChatPanel::handleInputEvent(QEvent *event)

@@ -82,7 +82,6 @@ Q_SIGNALS:
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
-    void paintEvent(QPaintEvent *event) override;
 
 private:
     void setUpChildren();
@@ -92,7 +91,7 @@ private:
     bool isInserting() const;
     void startInsertion();
     void completeInsertions();
-    void keepGlyphsOfLastParagraph(bool keep);
+    void scrollToEnd();
     bool handleInputEvent(QEvent *event);
     void send();
     void clear();
