@@ -51,7 +51,8 @@ QString errorReport(const QNetworkReply &networkReply, const QByteArray &body)
 // Turns what a network reply receives into the signals of a ChatReply.
 //
 // It is a child of the network reply, which dies with the model. Every emission may delete the ChatReply,
-// the model and thereby this object, abort the request, or enter here again from a nested event loop.
+// the model and thereby this object, abort the request, or enter here again from a nested event loop. The
+// network reply's signals are queued, because Qt still uses a network reply after it emitted readyRead().
 class AnswerReceiver : public QObject
 {
 public:
@@ -62,27 +63,38 @@ public:
     {
         connect(reply, &ChatReply::canceled, networkReply, &QNetworkReply::abort);
         connect(reply, &QObject::destroyed, networkReply, &QNetworkReply::abort);
-        connect(networkReply, &QNetworkReply::finished, networkReply, &QObject::deleteLater);
     }
 
     void receiveWhole()
     {
-        connect(m_networkReply, &QNetworkReply::finished, this, &AnswerReceiver::endWhole);
+        connect(
+            m_networkReply, &QNetworkReply::finished, this, [this] { end(&AnswerReceiver::endWhole); },
+            Qt::QueuedConnection);
     }
 
     void receiveStream()
     {
-        connect(m_networkReply, &QNetworkReply::readyRead, this, &AnswerReceiver::readStream);
-        connect(m_networkReply, &QNetworkReply::finished, this, &AnswerReceiver::endStream);
+        connect(m_networkReply, &QNetworkReply::readyRead, this, &AnswerReceiver::readStream,
+                Qt::QueuedConnection);
+        connect(
+            m_networkReply, &QNetworkReply::finished, this, [this] { end(&AnswerReceiver::endStream); },
+            Qt::QueuedConnection);
     }
 
 private:
     bool isWanted() const { return m_reply && !m_reply->isCanceled(); }
 
+    void end(void (AnswerReceiver::*handle)())
+    {
+        const QPointer<QNetworkReply> networkReply(m_networkReply);
+        if (isWanted())
+            (this->*handle)();
+        if (networkReply)
+            networkReply->deleteLater();
+    }
+
     void endWhole()
     {
-        if (!isWanted())
-            return;
         QByteArray body = m_networkReply->readAll();
         if (hasFailed(*m_networkReply)) {
             m_reply->fail(errorReport(*m_networkReply, body));

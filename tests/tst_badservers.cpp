@@ -1,0 +1,169 @@
+#include "support/completions.h"
+#include "support/rawhttpserver.h"
+#include "support/replyrecorder.h"
+
+#include <qtagent/openaicompatiblemodel.h>
+
+#include <QtTest>
+
+using namespace MireloQtLib::QtAgent;
+
+// What comes of servers that break off, lie or send what nobody asked for.
+class TestBadServers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void aBrokenAnswerEndsOnce_data();
+    void aBrokenAnswerEndsOnce();
+    void aBrokenStreamKeepsItsEarlierDeltas_data();
+    void aBrokenStreamKeepsItsEarlierDeltas();
+    void aRefusedConnectionFails();
+    void aLongLineArrives();
+    void aLongLineWithoutAnEndIsLost();
+    void deeplyNestedAnswersFail();
+    void anAnswerLongerThanItsLengthIsCut();
+};
+
+namespace {
+
+QStringList ask(const QString &baseUrl, bool stream)
+{
+    OpenAICompatibleModel model;
+    ModelConfig config;
+    config.baseUrl = baseUrl;
+    config.model = "m";
+    config.stream = stream;
+    model.setConfig(config);
+    ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    recorder.waitForEnd();
+    return recorder.entries();
+}
+
+const QByteArray chunkedHead = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\nConnection: close\r\n\r\n";
+const QString connectionClosed = "\nNetwork error: 2 (Connection closed)\nResponse: (empty response body)";
+
+} // namespace
+
+void TestBadServers::aBrokenAnswerEndsOnce_data()
+{
+    QTest::addColumn<QVector<RawStep>>("script");
+    QTest::addColumn<QString>("rest");
+    QTest::newRow("closes without a byte") << QVector<RawStep>{RawStep::close()} << connectionClosed;
+    QTest::newRow("resets without a byte") << QVector<RawStep>{RawStep::reset()} << connectionClosed;
+    QTest::newRow("half a head") << QVector<RawStep>{RawStep::send("HTTP/1.1 200 OK\r\nContent-Ty"),
+                                                     RawStep::close()}
+                                 << connectionClosed;
+    QTest::newRow("garbage") << QVector<RawStep>{RawStep::send("\x01\x02 garbage\r\n\r\n"), RawStep::close()}
+                             << connectionClosed;
+    QTest::newRow("fewer bytes than announced")
+        << QVector<RawStep>{RawStep::send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"a\""),
+                            RawStep::close()}
+        << "\nHTTP status: 200 OK\nNetwork error: 2 (Connection closed)\nResponse: {\"a\"";
+}
+
+void TestBadServers::aBrokenAnswerEndsOnce()
+{
+    QFETCH(QVector<RawStep>, script);
+    QFETCH(QString, rest);
+    for (const bool stream : {false, true}) {
+        RawHttpServer server(script);
+        const QString report = "failed: OpenAI-compatible request failed.\nURL: " + server.baseUrl()
+                             + "/chat/completions" + rest;
+        QCOMPARE(ask(server.baseUrl(), stream), QStringList{report});
+    }
+}
+
+void TestBadServers::aBrokenStreamKeepsItsEarlierDeltas_data()
+{
+    QTest::addColumn<QVector<RawStep>>("script");
+    QTest::addColumn<QString>("end");
+    const QByteArray event = deltaEvent("a");
+    const QByteArray chunk = QByteArray::number(event.size(), 16) + "\r\n" + event + "\r\n";
+    const QByteArray longHead = "HTTP/1.1 200 OK\r\nContent-Length: 5000\r\n\r\n";
+    QTest::newRow("cut inside an event")
+        << QVector<RawStep>{RawStep::send(RawHttpServer::eventStreamHead() + event + "data: {\"cho"),
+                            RawStep::close()}
+        << "finished: a";
+    QTest::newRow("a length that is not reached")
+        << QVector<RawStep>{RawStep::send(longHead + event), RawStep::close()} << "failed: ";
+    // Qt calls the loss of a chunked answer's end an error or not, as it happens.
+    const QString eitherEnd;
+    QTest::newRow("chunks without an end")
+        << QVector<RawStep>{RawStep::send(chunkedHead + chunk), RawStep::close()} << eitherEnd;
+    QTest::newRow("a reset") << QVector<RawStep>{RawStep::send(chunkedHead + chunk), RawStep::wait(),
+                                                 RawStep::reset()}
+                             << eitherEnd;
+    QTest::newRow("HTML after an event")
+        << QVector<RawStep>{RawStep::send(RawHttpServer::eventStreamHead() + event + "<html>\n</html>\n"),
+                            RawStep::close()}
+        << "finished: a";
+}
+
+void TestBadServers::aBrokenStreamKeepsItsEarlierDeltas()
+{
+    QFETCH(QVector<RawStep>, script);
+    QFETCH(QString, end);
+    RawHttpServer server(script);
+    OpenAICompatibleModel model;
+    ModelConfig config;
+    config.baseUrl = server.baseUrl();
+    config.model = "m";
+    model.setConfig(config);
+    ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    recorder.onSignal([&](const QString &) { server.release(); });
+    QVERIFY(recorder.waitForEnd());
+    QCOMPARE(recorder.entries().size(), 2);
+    QCOMPARE(recorder.entries().first(), "delta: a");
+    QVERIFY2(recorder.entries().last().startsWith(end), qPrintable(recorder.entries().last()));
+}
+
+void TestBadServers::aRefusedConnectionFails()
+{
+    const QString baseUrl = RawHttpServer({}).baseUrl();
+    for (const bool stream : {false, true}) {
+        QCOMPARE(ask(baseUrl, stream),
+                 QStringList{"failed: OpenAI-compatible request failed.\nURL: " + baseUrl
+                             + "/chat/completions\nNetwork error: 1 (Connection refused)\n"
+                               "Response: (empty response body)"});
+    }
+}
+
+void TestBadServers::aLongLineArrives()
+{
+    const QString text(30 * 1000 * 1000, 'x');
+    RawHttpServer server(
+        {RawStep::send(RawHttpServer::eventStreamHead() + deltaEvent(text)), RawStep::close()});
+    const QStringList entries = ask(server.baseUrl(), true);
+    QCOMPARE(entries.size(), 2);
+    QVERIFY(entries.first() == "delta: " + text);
+    QVERIFY(entries.last() == "finished: " + text);
+}
+
+void TestBadServers::aLongLineWithoutAnEndIsLost()
+{
+    const QByteArray line(30 * 1000 * 1000, 'x');
+    RawHttpServer server({RawStep::send(RawHttpServer::eventStreamHead() + line), RawStep::close()});
+    QCOMPARE(ask(server.baseUrl(), true), QStringList{"finished: "});
+}
+
+void TestBadServers::deeplyNestedAnswersFail()
+{
+    const QByteArray nested = QByteArray(100000, '[') + QByteArray(100000, ']');
+    RawHttpServer server({RawStep::send(RawHttpServer::answer("200 OK", nested)), RawStep::close()});
+    QCOMPARE(ask(server.baseUrl(), false),
+             QStringList{"failed: Invalid JSON response: too deeply nested document\nResponse: "
+                         + QString(2000, '[')});
+    QCOMPARE(ask(server.baseUrl(), true), QStringList{"finished: "});
+}
+
+void TestBadServers::anAnswerLongerThanItsLengthIsCut()
+{
+    RawHttpServer server(
+        {RawStep::send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}trailing"), RawStep::close()});
+    QCOMPARE(ask(server.baseUrl(), false), QStringList({"response: {}", "delta: ", "finished: "}));
+}
+
+Q_DECLARE_METATYPE(QVector<RawStep>)
+QTEST_GUILESS_MAIN(TestBadServers)
+#include "tst_badservers.moc"
