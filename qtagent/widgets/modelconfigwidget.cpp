@@ -1,0 +1,220 @@
+#include "modelconfigwidget.h"
+
+#include <QComboBox>
+#include <QFormLayout>
+#include <QLineEdit>
+#include <QPointer>
+#include <QSpinBox>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+namespace {
+
+constexpr int profileComboCharacters = 12;
+constexpr int msPerSecond = 1000;
+
+QComboBox *newProfileCombo()
+{
+    auto *combo = new QComboBox;
+    combo->setObjectName(QStringLiteral("profileCombo"));
+    combo->setSizeAdjustPolicy(QComboBox::AdjustToMinimumContentsLengthWithIcon);
+    combo->setMinimumContentsLength(profileComboCharacters);
+    return combo;
+}
+
+QComboBox *newProviderCombo()
+{
+    auto *combo = new QComboBox;
+    combo->setObjectName(QStringLiteral("providerCombo"));
+    combo->addItem(QStringLiteral("模拟模型"), QStringLiteral("mock"));
+    combo->addItem(QStringLiteral("OpenAI-compatible"), QStringLiteral("openai"));
+    combo->addItem(QStringLiteral("DeepSeek"), QStringLiteral("deepseek"));
+    return combo;
+}
+
+QLineEdit *newLineEdit(const QString &objectName)
+{
+    auto *edit = new QLineEdit;
+    edit->setObjectName(objectName);
+    return edit;
+}
+
+QSpinBox *newSpinBox(const QString &objectName, int minimum, int maximum, int value)
+{
+    auto *spin = new QSpinBox;
+    spin->setObjectName(objectName);
+    spin->setRange(minimum, maximum);
+    spin->setValue(value);
+    return spin;
+}
+
+QString displayName(const ModelConfig &profile, int index)
+{
+    const QString name = profile.name.trimmed();
+    if (!name.isEmpty())
+        return name;
+    const QString model = profile.model.trimmed();
+    return model.isEmpty() ? QStringLiteral("模型配置 %1").arg(index + 1) : model;
+}
+
+// The service whose defaults give way when the user picks provider.
+QString otherService(const QString &provider)
+{
+    if (provider == QLatin1String("deepseek"))
+        return QStringLiteral("openai");
+    return provider == QLatin1String("openai") ? QStringLiteral("deepseek") : QString();
+}
+
+void replaceDefault(QLineEdit *edit, const QString &previousDefault, const QString &newDefault)
+{
+    const QString text = edit->text().trimmed();
+    if (text.isEmpty() || text == previousDefault)
+        edit->setText(newDefault);
+}
+
+} // namespace
+
+ModelConfigWidget::ModelConfigWidget(QWidget *parent)
+    : QWidget(parent)
+    , m_profileCombo(newProfileCombo())
+    , m_providerCombo(newProviderCombo())
+    , m_baseUrlEdit(newLineEdit(QStringLiteral("baseUrlEdit")))
+    , m_apiKeyEdit(newLineEdit(QStringLiteral("apiKeyEdit")))
+    , m_modelEdit(newLineEdit(QStringLiteral("modelEdit")))
+    , m_maxTokensSpin(newSpinBox(QStringLiteral("maxTokensSpin"), 64, 128000, 1024))
+    , m_timeoutSpin(newSpinBox(QStringLiteral("timeoutSpin"), 5, 300, 60))
+{
+    m_apiKeyEdit->setEchoMode(QLineEdit::Password);
+    m_timeoutSpin->setSuffix(QStringLiteral(" 秒"));
+    addRows();
+    connectInputs();
+}
+
+ModelConfigWidget::~ModelConfigWidget()
+{
+    if (m_runningReports == 0)
+        return;
+    // A slot of configChanged() deletes this form while one of these inputs is still emitting. Qt's inputs
+    // do not survive that, so they outlive the form until the event loop runs again.
+    for (QWidget *input :
+         QList<QWidget *>{m_profileCombo, m_providerCombo, m_baseUrlEdit, m_apiKeyEdit, m_modelEdit}) {
+        input->setParent(nullptr);
+        input->deleteLater();
+    }
+}
+
+void ModelConfigWidget::addRows()
+{
+    auto *form = new QFormLayout(this);
+    form->setContentsMargins(0, 0, 0, 0);
+    form->addRow(QStringLiteral("配置名称"), m_profileCombo);
+    form->addRow(QStringLiteral("模型提供方"), m_providerCombo);
+    form->addRow(QStringLiteral("Base URL"), m_baseUrlEdit);
+    form->addRow(QStringLiteral("API Key"), m_apiKeyEdit);
+    form->addRow(QStringLiteral("模型名称"), m_modelEdit);
+    form->addRow(QStringLiteral("最大 Token"), m_maxTokensSpin);
+    form->addRow(QStringLiteral("超时时间"), m_timeoutSpin);
+}
+
+void ModelConfigWidget::connectInputs()
+{
+    const auto indexChanged = QOverload<int>::of(&QComboBox::currentIndexChanged);
+    connect(m_profileCombo, indexChanged, this, &ModelConfigWidget::selectProfile);
+    connect(m_providerCombo, indexChanged, this, &ModelConfigWidget::selectProvider);
+    for (QLineEdit *edit : {m_baseUrlEdit, m_apiKeyEdit, m_modelEdit})
+        connect(edit, &QLineEdit::textChanged, this, &ModelConfigWidget::reportChange);
+}
+
+void ModelConfigWidget::setProfiles(const QList<ModelConfig> &profiles, int currentIndex)
+{
+    const ModelConfig offline;
+    const int index = qBound(0, currentIndex, qMax(0, int(profiles.size()) - 1));
+    const ModelConfig shown = profiles.value(index, offline);
+
+    m_loading = true;
+    m_profiles = profiles;
+    m_profileCombo->clear();
+    for (int i = 0; i < profiles.size(); ++i)
+        m_profileCombo->addItem(displayName(profiles.at(i), i));
+    m_loading = false;
+
+    const QPointer<ModelConfigWidget> guard(this);
+    if (!profiles.isEmpty())
+        m_profileCombo->setCurrentIndex(index);
+    if (guard && showProfile(shown))
+        reportChange();
+}
+
+ModelConfig ModelConfigWidget::currentConfig() const
+{
+    ModelConfig config;
+    config.name = m_profileCombo->currentText();
+    config.provider = m_providerCombo->currentData().toString();
+    config.baseUrl = m_baseUrlEdit->text().trimmed();
+    config.apiKey = m_apiKeyEdit->text();
+    config.model = m_modelEdit->text().trimmed();
+    config.maxTokens = m_maxTokensSpin->value();
+    config.timeoutMs = m_timeoutSpin->value() * msPerSecond;
+    config.stream = true;
+    return config;
+}
+
+// Returns false where a slot deleted this form.
+bool ModelConfigWidget::showProfile(const ModelConfig &profile)
+{
+    const QPointer<ModelConfigWidget> guard(this);
+    m_loading = true;
+    if (m_profileCombo->count() == 0)
+        m_profileCombo->addItem(profile.name.isEmpty() ? QStringLiteral("默认配置") : profile.name);
+    m_providerCombo->setCurrentIndex(qMax(0, m_providerCombo->findData(profile.provider)));
+    if (guard)
+        m_baseUrlEdit->setText(profile.baseUrl);
+    if (guard)
+        m_apiKeyEdit->setText(profile.apiKey);
+    if (guard)
+        m_modelEdit->setText(profile.model);
+    if (!guard)
+        return false;
+    m_baseUrlEdit->home(false); // a long address shows its beginning
+    m_maxTokensSpin->setValue(profile.maxTokens);
+    m_timeoutSpin->setValue(qMax(5, profile.timeoutMs / msPerSecond));
+    m_loading = false;
+    return true;
+}
+
+void ModelConfigWidget::selectProfile(int index)
+{
+    if (m_loading || index < 0 || index >= m_profiles.size())
+        return;
+    const ModelConfig profile = m_profiles.at(index);
+    if (showProfile(profile))
+        reportChange();
+}
+
+void ModelConfigWidget::selectProvider()
+{
+    if (m_loading)
+        return;
+    const QString provider = m_providerCombo->currentData().toString();
+    const QString previous = otherService(provider);
+    const QPointer<ModelConfigWidget> guard(this);
+    if (!previous.isEmpty())
+        replaceDefault(m_baseUrlEdit, defaultBaseUrl(previous), defaultBaseUrl(provider));
+    if (guard && !previous.isEmpty())
+        replaceDefault(m_modelEdit, defaultModelName(previous), defaultModelName(provider));
+    if (guard)
+        reportChange();
+}
+
+void ModelConfigWidget::reportChange()
+{
+    const QPointer<ModelConfigWidget> guard(this);
+    ++m_runningReports;
+    Q_EMIT configChanged();
+    if (guard)
+        --m_runningReports;
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib
