@@ -1,0 +1,134 @@
+#include "orvanedemowindow.h"
+
+#include "basicchatpage.h"
+
+#include <qtagent/deepseekmodel.h>
+#include <qtagent/mockchatmodel.h>
+#include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/widgets/modelconfigwidget.h>
+
+#include <QSplitter>
+#include <QStackedWidget>
+#include <QTreeWidget>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+QTreeWidget *newNavigation(QWidget *parent)
+{
+    auto *navigation = new QTreeWidget(parent);
+    navigation->setObjectName(QStringLiteral("navigationTree"));
+    navigation->setAccessibleName(QStringLiteral("导航"));
+    navigation->setHeaderHidden(true);
+    navigation->setUniformRowHeights(true);
+    navigation->setMinimumWidth(240);
+    navigation->setMaximumWidth(360);
+    return navigation;
+}
+
+QStackedWidget *newPageStack(QWidget *parent)
+{
+    auto *pages = new QStackedWidget(parent);
+    pages->setObjectName(QStringLiteral("pageStack"));
+    return pages;
+}
+
+} // namespace
+
+OrvaneDemoWindow::OrvaneDemoWindow(QWidget *parent)
+    : QMainWindow(parent)
+    , m_mockModel(new MockChatModel(this))
+    , m_openAiModel(new OpenAICompatibleModel(this))
+    , m_deepSeekModel(new DeepSeekModel(this))
+{
+    setWindowTitle(QStringLiteral("Qt-UI Orvane 演示"));
+    resize(1280, 820);
+
+    auto *splitter = new QSplitter(Qt::Horizontal);
+    m_navigation = newNavigation(splitter);
+    m_pages = newPageStack(splitter);
+    addPages();
+    showFirstPage();
+    connect(m_navigation, &QTreeWidget::currentItemChanged, this, &OrvaneDemoWindow::showPageOf);
+    fillSplitter(splitter);
+    loadProfiles();
+}
+
+OrvaneDemoWindow::~OrvaneDemoWindow() = default;
+
+void OrvaneDemoWindow::addPages()
+{
+    auto *quickStart = new QTreeWidgetItem(m_navigation, {QStringLiteral("快速开始")});
+    new QTreeWidgetItem(m_navigation, {QStringLiteral("模型能力")});
+    new QTreeWidgetItem(m_navigation, {QStringLiteral("流程能力")});
+    addQuickStartPages(quickStart);
+    m_navigation->expandAll();
+}
+
+void OrvaneDemoWindow::addQuickStartPages(QTreeWidgetItem *group)
+{
+    auto *chatPage = new BasicChatPage(modelProvider(), this);
+    m_modelConfig = chatPage->modelConfig();
+    addPage(group, m_pages, QStringLiteral("基础对话"), chatPage);
+}
+
+void OrvaneDemoWindow::showFirstPage()
+{
+    QTreeWidgetItem *first = m_navigation->topLevelItem(0)->child(0);
+    m_navigation->setCurrentItem(first);
+    showPageOf(first);
+}
+
+void OrvaneDemoWindow::showPageOf(const QTreeWidgetItem *entry)
+{
+    if (!entry)
+        return;
+    const QVariant pageIndex = entry->data(0, Qt::UserRole);
+    if (pageIndex.isValid())
+        m_pages->setCurrentIndex(pageIndex.toInt());
+}
+
+void OrvaneDemoWindow::fillSplitter(QSplitter *splitter)
+{
+    splitter->addWidget(m_navigation);
+    splitter->addWidget(m_pages);
+    splitter->setStretchFactor(0, 0);
+    splitter->setStretchFactor(1, 1);
+    setCentralWidget(splitter);
+    m_pages->currentWidget()->setFocus();
+}
+
+void OrvaneDemoWindow::loadProfiles()
+{
+    const ModelProfiles loaded = loadModelProfiles();
+    m_modelConfig->setProfiles(loaded.profiles, loaded.currentIndex);
+    applyModelConfig();
+    connect(m_modelConfig, &ModelConfigWidget::configChanged, this, &OrvaneDemoWindow::applyModelConfig);
+}
+
+void OrvaneDemoWindow::applyModelConfig()
+{
+    const ModelConfig config = m_modelConfig->currentConfig();
+    m_mockModel->setConfig(config);
+    m_openAiModel->setConfig(config);
+    m_deepSeekModel->setConfig(config);
+}
+
+ChatModel *OrvaneDemoWindow::activeModel() const
+{
+    const QString provider = m_modelConfig->currentConfig().provider;
+    if (provider == QLatin1String("openai"))
+        return m_openAiModel;
+    if (provider == QLatin1String("deepseek"))
+        return m_deepSeekModel;
+    return m_mockModel;
+}
+
+ModelProvider OrvaneDemoWindow::modelProvider()
+{
+    return [this] {
+        applyModelConfig();
+        return activeModel();
+    };
+}

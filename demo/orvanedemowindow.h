@@ -1,0 +1,61 @@
+#ifndef ORVANE_ORVANEDEMOWINDOW_H
+#define ORVANE_ORVANEDEMOWINDOW_H
+
+#include <demo/demopages.h>
+
+#include <QMainWindow>
+
+QT_BEGIN_NAMESPACE
+class QSplitter;
+class QStackedWidget;
+class QTreeWidget;
+class QTreeWidgetItem;
+QT_END_NAMESPACE
+
+namespace MireloQtLib {
+namespace QtAgent {
+class DeepSeekModel;
+class MockChatModel;
+class ModelConfigWidget;
+class OpenAICompatibleModel;
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+/// The demo's main window: a navigation tree beside a page for every capability of the library.
+///
+/// The window loads the model profiles when it is created (see loadModelProfiles()) and shows them in the
+/// form of the page "基础对话". That form decides for all pages which model answers, and with which
+/// profile: its provider "openai" or "deepseek" names a service, anything else means the offline mock
+/// model.
+///
+/// The window owns its models, its pages and the replies that are under way; it may be deleted at any time.
+/// For style sheets and user-interface tests the tree is named navigationTree and the stack pageStack.
+class OrvaneDemoWindow : public QMainWindow
+{
+    Q_OBJECT
+
+public:
+    /// Creates the window with the page "基础对话" in front and the focus in its chat input.
+    explicit OrvaneDemoWindow(QWidget *parent = nullptr);
+    ~OrvaneDemoWindow() override;
+
+private:
+    void addQuickStartPages(QTreeWidgetItem *group);
+    void addPages();
+    void showFirstPage();
+    void showPageOf(const QTreeWidgetItem *entry);
+    void fillSplitter(QSplitter *splitter);
+    void loadProfiles();
+    void applyModelConfig();
+    MireloQtLib::QtAgent::ChatModel *activeModel() const;
+    ModelProvider modelProvider();
+
+    MireloQtLib::QtAgent::MockChatModel *m_mockModel;
+    MireloQtLib::QtAgent::OpenAICompatibleModel *m_openAiModel;
+    MireloQtLib::QtAgent::DeepSeekModel *m_deepSeekModel;
+    QTreeWidget *m_navigation = nullptr;
+    QStackedWidget *m_pages = nullptr;
+    MireloQtLib::QtAgent::ModelConfigWidget *m_modelConfig = nullptr;
+};
+
+#endif
