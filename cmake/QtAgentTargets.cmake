@@ -52,7 +52,8 @@ function(qtagent_configure_library target export_name export_prefix folder)
         EXPORT_NAME ${export_name}
         OUTPUT_NAME Mirelo${export_name}
         VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR})
+        SOVERSION ${PROJECT_VERSION_MAJOR}
+        INSTALL_RPATH "$ORIGIN")
     add_library(MireloQtLib::${export_name} ALIAS ${target})
 
     target_sources(${target} PRIVATE ${ARGN})
