@@ -25,3 +25,8 @@ add_test(NAME package_fits_in_a_subdirectory
     COMMAND "${CMAKE_COMMAND}" -G "${CMAKE_GENERATOR}" -S "${CMAKE_CURRENT_SOURCE_DIR}/subdirectory"
         -B "${CMAKE_CURRENT_BINARY_DIR}/package/subdirectory" ${toolchain}
         "-DQTAGENT_SOURCE_DIR=${PROJECT_SOURCE_DIR}" -DQTAGENT_QT_MAJOR=${QTAGENT_QT_MAJOR})
+
+# The code in README.md is the main function of the example.
+add_test(NAME readme_quotes_the_example
+    COMMAND "${CMAKE_COMMAND}" -D "SOURCE_DIR=${PROJECT_SOURCE_DIR}"
+        -P "${CMAKE_CURRENT_SOURCE_DIR}/checkreadme.cmake")
