@@ -7,7 +7,7 @@ build_dir="$project_dir/build/release"
 # shellcheck source=cmake/setup.sh disable=SC1091
 source "$project_dir/cmake/setup.sh"
 
-install_missing_packages g++ make cmake qtbase5-dev libcpp-httplib-dev
+install_missing_packages g++ make cmake qtbase5-dev libcpp-httplib-dev pkg-config
 configure "$project_dir" "$build_dir" -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_TESTS=ON
 if [[ "$(ctest --test-dir "$build_dir" --show-only)" == *"Total Tests: 0"* ]]; then
     explain_requirements

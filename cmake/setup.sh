@@ -64,7 +64,7 @@ apt_get() {
 configure() {
     local source_dir="$1" build_dir="$2"
     forget_moved_build "$source_dir" "$build_dir"
-    if ! cmake -S "$source_dir" -B "$build_dir" -DCMAKE_BUILD_TYPE=Release "${@:3}"; then
+    if ! has_command cmake || ! cmake -S "$source_dir" -B "$build_dir" -DCMAKE_BUILD_TYPE=Release "${@:3}"; then
         explain_requirements
         exit 1
     fi
@@ -101,11 +101,11 @@ explain_requirements() {
         cat <<'HOW'
 How to get it:
   Debian 12, Ubuntu 22.04 and later:
-              apt-get install g++ make cmake qtbase5-dev libcpp-httplib-dev
-  Fedora:     dnf install gcc-c++ make cmake qt5-qtbase-devel cpp-httplib-devel
-  openSUSE:   zypper install gcc-c++ make cmake libqt5-qtbase-devel cpp-httplib-devel
+              apt-get install g++ make cmake qtbase5-dev libcpp-httplib-dev pkg-config
+  Fedora:     dnf install gcc-c++ make cmake qt5-qtbase-devel cpp-httplib-devel pkgconf-pkg-config
+  openSUSE:   zypper install gcc-c++ make cmake libqt5-qtbase-devel cpp-httplib-devel pkg-config
   Arch Linux: pacman -S base-devel cmake qt5-base cpp-httplib
-  macOS:      xcode-select --install; brew install cmake qt@5 cpp-httplib
+  macOS:      xcode-select --install; brew install cmake qt@5 cpp-httplib pkg-config
               export CMAKE_PREFIX_PATH="$(brew --prefix qt@5)"
 HOW
     } >&2
@@ -118,6 +118,7 @@ list_missing_requirements() {
     has_cmake || missing "CMake 3.22 or later"
     has_file cmake/Qt5Widgets || missing "the development files of Qt 5.15 (Core, Network, Widgets)"
     has_file cmake/Qt5Test || missing "the development files of Qt 5.15 Test, for the tests"
+    has_command pkg-config || missing "pkg-config, for the tests"
     has_file httplib.h || missing "cpp-httplib, for the tests"
     has_chinese_font || missing "a font with Chinese characters, for the demo's texts"
     ((found)) || return 0
@@ -142,9 +143,10 @@ has_cmake() {
 
 # Whether there is a library folder or an include folder with that file.
 has_file() {
-    local prefix
+    local prefix prefixes
+    IFS=: read -r -a prefixes <<<"${CMAKE_PREFIX_PATH:-}"
     for prefix in /usr /usr/local /opt/homebrew /opt/homebrew/opt/qt@5 /usr/local/opt/qt@5 \
-        ${CMAKE_PREFIX_PATH//:/ }; do
+        ${prefixes[@]+"${prefixes[@]}"}; do
         compgen -G "$prefix/lib*/$1" || compgen -G "$prefix/lib/*/$1" || compgen -G "$prefix/include/$1" || continue
         return 0
     done >/dev/null
