@@ -67,15 +67,15 @@ public:
 /// A tool made of values and a function.
 ///
 /// @code
-/// const QJsonObject schema{{"type", "object"}, {"properties", QJsonObject()}};
-/// auto *clock = new FunctionTool("current_time", "Returns the local time.", schema,
-/// ToolPermission::ReadOnly,
-///                                [](const QJsonObject &) {
-///                                    ToolResult result;
-///                                    result.success = true;
-///                                    result.content = QTime::currentTime().toString();
-///                                    return result;
-///                                });
+/// const QJsonObject noArguments{{"type", "object"}, {"properties", QJsonObject()}};
+/// const auto tellTime = [](const QJsonObject &) {
+///     ToolResult result;
+///     result.success = true;
+///     result.content = QTime::currentTime().toString();
+///     return result;
+/// };
+/// auto *clock = new FunctionTool("current_time", "Returns the local time.", noArguments,
+///                                ToolPermission::ReadOnly, tellTime);
 /// registry->registerTool(clock); // the registry owns it now
 /// @endcode
 class QTAGENT_EXPORT FunctionTool : public AgentTool
