@@ -89,6 +89,9 @@ public:
     /// while the reply still lives.
     void addAnswer(const Answer &answer) { m_answers.append(answer); }
 
+    /// Drops the answers that no request has taken yet.
+    void clearAnswers() { m_answers.clear(); }
+
     /// Every request so far, the first one first.
     const QVector<Call> &calls() const { return m_calls; }
 
