@@ -162,7 +162,6 @@ void TestAgentExecutor::modelThatDiedFailsTheRun()
 {
     AgentFixture agent;
     agent.model->addToolCalls(AgentFixture::callsOf({"read"}));
-    agent.addTool("read", ToolPermission::ReadOnly);
     connect(agent.executor, &AgentExecutor::traceAdded, &agent, [&agent] { delete agent.model; });
     agent.run();
     QCOMPARE(agent.log,

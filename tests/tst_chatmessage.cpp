@@ -4,6 +4,8 @@
 
 using namespace MireloQtLib::QtAgent;
 
+Q_DECLARE_METATYPE(ChatMessage)
+
 class TestChatMessage : public QObject
 {
     Q_OBJECT
@@ -135,6 +137,5 @@ void TestChatMessage::toolCallWithoutArgumentsCarriesAnEmptyObject()
     QCOMPARE(call["function"].toObject()["arguments"].toString(), "{}");
 }
 
-Q_DECLARE_METATYPE(ChatMessage)
 QTEST_APPLESS_MAIN(TestChatMessage)
 #include "tst_chatmessage.moc"

@@ -40,7 +40,8 @@ public:
                 work();
             return success(name + " done");
         };
-        auto *tool = new FunctionTool(name, "Does things.", {{"type", "object"}}, permission, handler);
+        auto *tool =
+            new FunctionTool(name, "Does things.", {{"type", "object"}}, permission, handler, registry);
         registry->registerTool(tool);
         return tool;
     }
