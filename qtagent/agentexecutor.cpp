@@ -4,6 +4,7 @@
 #include "toolcallrequest_p.h"
 
 #include <QElapsedTimer>
+#include <QQueue>
 #include <QTimer>
 
 #include <utility>
@@ -18,7 +19,7 @@ class AgentExecutor::Run : public QObject
 {
 public:
     QVector<ChatMessage> conversation;
-    QVector<ToolCallRequest> pendingCalls;
+    QQueue<ToolCallRequest> pendingCalls;
     // Its id is empty while no approval is pending.
     ToolCallRequest pendingApproval;
     int iteration = 0;
@@ -138,10 +139,10 @@ void AgentExecutor::handleAnswer(ChatReply *reply, const QString &text)
     }
     m_run->conversation.append(ChatMessage::assistant(contentOf(message), toolCalls));
 
-    QVector<ToolCallRequest> calls;
+    QQueue<ToolCallRequest> calls;
     for (const QJsonValue &toolCall : toolCalls) {
         QString error;
-        calls.append(parseToolCall(toolCall.toObject(), &error));
+        calls.enqueue(parseToolCall(toolCall.toObject(), &error));
         if (!error.isEmpty()) {
             Q_EMIT failed(error);
             return;
@@ -159,7 +160,7 @@ void AgentExecutor::processNextCall()
         post(&AgentExecutor::requestAnswer);
         return;
     }
-    const ToolCallRequest call = m_run->pendingCalls.takeFirst();
+    const ToolCallRequest call = m_run->pendingCalls.dequeue();
     AgentTool *tool = findTool(call.name);
     if (!tool)
         return;

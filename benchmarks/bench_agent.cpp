@@ -1,0 +1,179 @@
+// What the agent loop costs: a tool call through the executor beside the same call made by hand, and the
+// time and memory of a run. The model answers at once, so everything measured is the library's own.
+
+#include "../tests/support/eventloop.h"
+#include "../tests/support/heapusage.h"
+
+#include <qtagent/agentexecutor.h>
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QTimer>
+
+#include <benchmark/benchmark.h>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+QJsonObject responseWith(const QJsonArray &toolCalls)
+{
+    const QJsonObject message{{"role", "assistant"}, {"content", ""}, {"tool_calls", toolCalls}};
+    return {{"choices", QJsonArray{QJsonObject{{"message", message}}}}};
+}
+
+QJsonArray toolCalls(int count)
+{
+    QJsonArray calls;
+    for (int i = 0; i < count; ++i)
+        calls.append(makeToolCall(QString("call-%1").arg(i), "query", {{"deviceId", "Pump-001"}}));
+    return calls;
+}
+
+// Answers a question with tool calls and their results with a text, on the next turn of the event loop.
+class InstantModel : public ChatModel
+{
+public:
+    explicit InstantModel(int callCount)
+        : m_response(responseWith(toolCalls(callCount)))
+    {}
+
+    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> & /*tools*/,
+                    QObject *parent) override
+    {
+        auto *reply = new ChatReply(parent);
+        const bool hasResults = messages.last().role == QLatin1String("tool");
+        QTimer::singleShot(0, reply, [this, reply, hasResults] {
+            if (!hasResults)
+                reply->setResponse(m_response);
+            reply->finish(hasResults ? QString("done") : QString());
+        });
+        return reply;
+    }
+
+private:
+    const QJsonObject m_response;
+};
+
+ToolResult queryDevice(const QJsonObject &arguments)
+{
+    ToolResult result;
+    result.success = true;
+    result.content = arguments.value("deviceId").toString();
+    return result;
+}
+
+void registerQuery(ToolRegistry &registry)
+{
+    registry.registerTool(
+        new FunctionTool("query", "Reads a device.", {}, ToolPermission::ReadOnly, queryDevice));
+}
+
+// One call as a program without an executor would make it.
+ChatMessage callByHand(const ToolRegistry &registry, const QJsonObject &call)
+{
+    const QJsonObject function = call.value("function").toObject();
+    const QString name = function.value("name").toString();
+    const QByteArray arguments = function.value("arguments").toString().toUtf8();
+    const ToolResult result = registry.tool(name)->invoke(QJsonDocument::fromJson(arguments).object());
+    return ChatMessage::tool(call.value("id").toString(), name, toolResultText(result));
+}
+
+void setCallCounters(benchmark::State &state)
+{
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+void callsByHand(benchmark::State &state)
+{
+    ToolRegistry registry;
+    registerQuery(registry);
+    const QJsonArray calls = toolCalls(int(state.range(0)));
+    for (auto _ : state) {
+        QVector<ChatMessage> conversation;
+        for (const QJsonValue &call : calls)
+            conversation.append(callByHand(registry, call.toObject()));
+        benchmark::DoNotOptimize(conversation);
+    }
+    setCallCounters(state);
+}
+
+// By hand, but one call a turn of the event loop, as a window needs it to stay alive.
+void callsByHandOneATurn(benchmark::State &state)
+{
+    ToolRegistry registry;
+    registerQuery(registry);
+    const QJsonArray calls = toolCalls(int(state.range(0)));
+    QObject context;
+    for (auto _ : state) {
+        QVector<ChatMessage> conversation;
+        std::function<void()> callNext = [&] {
+            conversation.append(callByHand(registry, calls.at(conversation.size()).toObject()));
+            if (conversation.size() < calls.size())
+                QTimer::singleShot(0, &context, callNext);
+        };
+        QTimer::singleShot(0, &context, callNext);
+        runUntilQuiet();
+        benchmark::DoNotOptimize(conversation);
+    }
+    setCallCounters(state);
+}
+
+void callsThroughTheExecutor(benchmark::State &state)
+{
+    InstantModel model(int(state.range(0)));
+    ToolRegistry registry;
+    registerQuery(registry);
+    for (auto _ : state) {
+        AgentExecutor executor;
+        executor.setModel(&model);
+        executor.setToolRegistry(&registry);
+        executor.run("question");
+        runUntilQuiet();
+    }
+    setCallCounters(state);
+}
+
+// Runs of one executor, with one tool call each. Its replies are kept until it dies.
+void runsOfOneExecutor(benchmark::State &state)
+{
+    InstantModel model(1);
+    ToolRegistry registry;
+    registerQuery(registry);
+    for (auto _ : state) {
+        AgentExecutor executor;
+        executor.setModel(&model);
+        executor.setToolRegistry(&registry);
+        const auto before = heapUsage();
+        for (int i = 0; i < state.range(0); ++i) {
+            executor.run("question");
+            runUntilQuiet();
+        }
+        const auto after = heapUsage();
+        if (before && after)
+            state.counters["bytes_per_run"] = double(*after - *before) / double(state.range(0));
+    }
+    setCallCounters(state);
+    state.SetComplexityN(state.range(0));
+}
+
+BENCHMARK(callsByHand)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(callsByHandOneATurn)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(callsThroughTheExecutor)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK(runsOfOneExecutor)
+    ->RangeMultiplier(10)
+    ->Range(100, 10000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const QCoreApplication application(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
