@@ -1,0 +1,91 @@
+#include "toolcalltraceview.h"
+
+#include "plaintext_p.h"
+
+#include <QHeaderView>
+#include <QJsonDocument>
+#include <QStyledItemDelegate>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+namespace {
+
+constexpr int cellLength = 200;
+
+// Measures and paints the beginning of a text only.
+class CellDelegate : public QStyledItemDelegate
+{
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+    QString displayText(const QVariant &value, const QLocale & /*locale*/) const override
+    {
+        return singleLine(cutText(value.toString(), cellLength));
+    }
+};
+
+// Makes its tool tip when it is asked for one.
+class ToolTipItem : public QTableWidgetItem
+{
+public:
+    using QTableWidgetItem::QTableWidgetItem;
+
+    QVariant data(int role) const override
+    {
+        return role == Qt::ToolTipRole ? plainToolTip(text()) : QTableWidgetItem::data(role);
+    }
+};
+
+QString compactJson(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+}
+
+} // namespace
+
+ToolCallTraceView::ToolCallTraceView(QWidget *parent)
+    : QTableWidget(parent)
+{
+    const QStringList labels{
+        QStringLiteral("工具"), QStringLiteral("状态"), QStringLiteral("权限"), QStringLiteral("耗时"),
+        QStringLiteral("输入"), QStringLiteral("输出"), QStringLiteral("时间"),
+    };
+    setColumnCount(labels.size());
+    setHorizontalHeaderLabels(labels);
+    horizontalHeader()->setStretchLastSection(true);
+    horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    setItemDelegate(new CellDelegate(this));
+    setAlternatingRowColors(true);
+    setEditTriggers(QAbstractItemView::NoEditTriggers);
+    setSelectionBehavior(QAbstractItemView::SelectRows);
+    setWordWrap(false);
+}
+
+ToolCallTraceView::~ToolCallTraceView() = default;
+
+void ToolCallTraceView::addTrace(const ToolCallTrace &trace)
+{
+    const QVector<QTableWidgetItem *> items{
+        new ToolTipItem(trace.toolName),
+        new QTableWidgetItem(trace.status),
+        new QTableWidgetItem(permissionToString(trace.permission)),
+        new QTableWidgetItem(QStringLiteral("%1 ms").arg(trace.durationMs)),
+        new ToolTipItem(compactJson(trace.arguments)),
+        new ToolTipItem(trace.error.isEmpty() ? trace.output : trace.error),
+        new QTableWidgetItem(trace.timestamp.toString(QStringLiteral("HH:mm:ss"))),
+    };
+    const int row = rowCount();
+    insertRow(row);
+    for (int column = 0; column < items.size(); ++column)
+        setItem(row, column, items.at(column));
+    scrollToBottom();
+}
+
+void ToolCallTraceView::clearTraces()
+{
+    setRowCount(0);
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib
