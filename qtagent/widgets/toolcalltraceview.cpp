@@ -12,6 +12,7 @@ namespace QtAgent {
 namespace {
 
 constexpr int cellLength = 200;
+constexpr int rowsThatFitColumns = 100;
 
 // Measures and paints the beginning of a text only.
 class CellDelegate : public QStyledItemDelegate
@@ -55,6 +56,7 @@ ToolCallTraceView::ToolCallTraceView(QWidget *parent)
     setHorizontalHeaderLabels(labels);
     horizontalHeader()->setStretchLastSection(true);
     horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    horizontalHeader()->setResizeContentsPrecision(rowsThatFitColumns);
     setItemDelegate(new CellDelegate(this));
     setAlternatingRowColors(true);
     setEditTriggers(QAbstractItemView::NoEditTriggers);

@@ -16,8 +16,8 @@ namespace QtAgent {
 /// connect(executor, &AgentExecutor::traceAdded, traces, &ToolCallTraceView::addTrace);
 /// @endcode
 ///
-/// The columns are 工具, 状态, 权限, 耗时, 输入, 输出 and 时间. Their widths follow the contents; rows are
-/// selected whole and cannot be edited.
+/// The columns are 工具, 状态, 权限, 耗时, 输入, 输出 and 时间. Their widths follow the contents of
+/// the hundred rows in and around the view; rows are selected whole and cannot be edited.
 ///
 /// What models and tools write is shown as plain text on one line, line breaks and control characters as
 /// blanks. A cell measures and paints no more than the first 200 characters, so a result of several
