@@ -1,10 +1,13 @@
 #include "orvanedemowindow.h"
 
 #include "basicchatpage.h"
+#include "devicetools.h"
 
+#include <qtagent/agentexecutor.h>
 #include <qtagent/deepseekmodel.h>
 #include <qtagent/mockchatmodel.h>
 #include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/toolregistry.h>
 #include <qtagent/widgets/modelconfigwidget.h>
 
 #include <QSplitter>
@@ -41,9 +44,12 @@ OrvaneDemoWindow::OrvaneDemoWindow(QWidget *parent)
     , m_mockModel(new MockChatModel(this))
     , m_openAiModel(new OpenAICompatibleModel(this))
     , m_deepSeekModel(new DeepSeekModel(this))
+    , m_toolRegistry(new ToolRegistry(this))
+    , m_executor(new AgentExecutor(this))
 {
     setWindowTitle(QStringLiteral("Qt-UI Orvane 演示"));
     resize(1280, 820);
+    setUpDeviceAgent();
 
     auto *splitter = new QSplitter(Qt::Horizontal);
     m_navigation = newNavigation(splitter);
@@ -56,6 +62,13 @@ OrvaneDemoWindow::OrvaneDemoWindow(QWidget *parent)
 }
 
 OrvaneDemoWindow::~OrvaneDemoWindow() = default;
+
+void OrvaneDemoWindow::setUpDeviceAgent()
+{
+    m_executor->setToolRegistry(m_toolRegistry);
+    m_executor->setSystemPrompt(deviceSystemPrompt());
+    registerDeviceTools(m_toolRegistry, demoDevices());
+}
 
 void OrvaneDemoWindow::addPages()
 {
@@ -71,6 +84,7 @@ void OrvaneDemoWindow::addQuickStartPages(QTreeWidgetItem *group)
     auto *chatPage = new BasicChatPage(modelProvider(), this);
     m_modelConfig = chatPage->modelConfig();
     addPage(group, m_pages, QStringLiteral("基础对话"), chatPage);
+    addPage(group, m_pages, QStringLiteral("数据分析"), new DeviceAgentPage(demoDevices(), m_executor));
 }
 
 void OrvaneDemoWindow::showFirstPage()
@@ -113,6 +127,7 @@ void OrvaneDemoWindow::applyModelConfig()
     m_mockModel->setConfig(config);
     m_openAiModel->setConfig(config);
     m_deepSeekModel->setConfig(config);
+    m_executor->setModel(activeModel());
 }
 
 ChatModel *OrvaneDemoWindow::activeModel() const

@@ -14,10 +14,12 @@ QT_END_NAMESPACE
 
 namespace MireloQtLib {
 namespace QtAgent {
+class AgentExecutor;
 class DeepSeekModel;
 class MockChatModel;
 class ModelConfigWidget;
 class OpenAICompatibleModel;
+class ToolRegistry;
 } // namespace QtAgent
 } // namespace MireloQtLib
 
@@ -27,6 +29,8 @@ class OpenAICompatibleModel;
 /// form of the page "基础对话". That form decides for all pages which model answers, and with which
 /// profile: its provider "openai" or "deepseek" names a service, anything else means the offline mock
 /// model.
+///
+/// The tools of the page "数据分析" are in a registry that all pages share.
 ///
 /// The window owns its models, its pages and the replies that are under way; it may be deleted at any time.
 /// For style sheets and user-interface tests the tree is named navigationTree and the stack pageStack.
@@ -40,6 +44,7 @@ public:
     ~OrvaneDemoWindow() override;
 
 private:
+    void setUpDeviceAgent();
     void addQuickStartPages(QTreeWidgetItem *group);
     void addPages();
     void showFirstPage();
@@ -53,6 +58,8 @@ private:
     MireloQtLib::QtAgent::MockChatModel *m_mockModel;
     MireloQtLib::QtAgent::OpenAICompatibleModel *m_openAiModel;
     MireloQtLib::QtAgent::DeepSeekModel *m_deepSeekModel;
+    MireloQtLib::QtAgent::ToolRegistry *m_toolRegistry;
+    MireloQtLib::QtAgent::AgentExecutor *m_executor;
     QTreeWidget *m_navigation = nullptr;
     QStackedWidget *m_pages = nullptr;
     MireloQtLib::QtAgent::ModelConfigWidget *m_modelConfig = nullptr;
