@@ -1,0 +1,252 @@
+#include <qtagent/runnablechain.h>
+#include <tests/support/scriptedmodel.h>
+
+#include <QtTest>
+
+#include <memory>
+
+using namespace MireloQtLib::QtAgent;
+
+class TestRunnableChain : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void requestCarriesSystemPromptAndRenderedTemplate();
+    void emptySystemPromptSendsASingleUserMessage();
+    void systemPromptIsNotRendered();
+    void replyOfTheModelIsReturned();
+    void failureOfTheModelPassesUnchanged();
+    void replyBelongsToTheParentElseToTheChain();
+    void nothingIsEmittedBeforeInvokeReturns();
+    void withoutAModelTheReplyFailsOnTheNextTurn_data();
+    void withoutAModelTheReplyFailsOnTheNextTurn();
+    void failureDiesWithItsParent();
+    void chainMayBeInvokedAgainWhileItRuns();
+    void historyKeepsMessagesInOrder();
+    void branchesRunInAscendingOrder();
+    void branchesSeeTheSameVariables();
+    void branchesMayChangeTheCallersMaps();
+    void noBranchesGiveNoTexts();
+    void emptyBranchThrows();
+};
+
+void TestRunnableChain::requestCarriesSystemPromptAndRenderedTemplate()
+{
+    ScriptedModel model;
+    RunnableChain chain;
+    chain.setModel(&model);
+    chain.setSystemPrompt("You are concise.");
+    chain.setPromptTemplate("Explain {topic} to {reader}.");
+    chain.invoke({{"topic", "路由"}, {"reader", "me"}});
+
+    QCOMPARE(model.calls().size(), 1);
+    const ScriptedModel::Call &call = model.lastCall();
+    QCOMPARE(call.messages.size(), 2);
+    QCOMPARE(messageToJson(call.messages[0]),
+             (QJsonObject{{"role", "system"}, {"content", "You are concise."}}));
+    QCOMPARE(messageToJson(call.messages[1]),
+             (QJsonObject{{"role", "user"}, {"content", "Explain 路由 to me."}}));
+    QVERIFY(call.tools.isEmpty());
+}
+
+void TestRunnableChain::emptySystemPromptSendsASingleUserMessage()
+{
+    ScriptedModel model;
+    RunnableChain chain;
+    chain.setModel(&model);
+    chain.setPromptTemplate("Hi");
+    chain.invoke({});
+    QCOMPARE(model.lastCall().messages.size(), 1);
+    QCOMPARE(model.lastCall().messages[0].role, "user");
+    QCOMPARE(model.lastCall().messages[0].content, "Hi");
+}
+
+void TestRunnableChain::systemPromptIsNotRendered()
+{
+    ScriptedModel model;
+    RunnableChain chain;
+    chain.setModel(&model);
+    chain.setSystemPrompt("Answer as {a}.");
+    chain.setPromptTemplate("{a}");
+    chain.invoke({{"a", "x"}});
+    QCOMPARE(model.lastCall().messages[0].content, "Answer as {a}.");
+    QCOMPARE(model.lastCall().messages[1].content, "x");
+}
+
+void TestRunnableChain::replyOfTheModelIsReturned()
+{
+    ScriptedModel model;
+    model.addText({"one ", "two"});
+    RunnableChain chain;
+    chain.setModel(&model);
+    ChatReply *reply = chain.invoke({});
+    QCOMPARE(reply, model.lastCall().reply.data());
+    QSignalSpy deltas(reply, &ChatReply::deltaReceived);
+    QSignalSpy finished(reply, &ChatReply::finished);
+    QVERIFY(finished.wait());
+    QCOMPARE(deltas.size(), 2);
+    QCOMPARE(finished.first().first().toString(), "one two");
+}
+
+void TestRunnableChain::failureOfTheModelPassesUnchanged()
+{
+    ScriptedModel model;
+    model.addFailure("HTTP 500\nbusy");
+    RunnableChain chain;
+    chain.setModel(&model);
+    ChatReply *reply = chain.invoke({});
+    QSignalSpy failed(reply, &ChatReply::failed);
+    QVERIFY(failed.wait());
+    QCOMPARE(failed.first().first().toString(), "HTTP 500\nbusy");
+}
+
+void TestRunnableChain::replyBelongsToTheParentElseToTheChain()
+{
+    ScriptedModel model;
+    QObject parent;
+    RunnableChain chain;
+    QCOMPARE(chain.invoke({}, &parent)->parent(), &parent);
+    QCOMPARE(chain.invoke({})->parent(), &chain);
+    chain.setModel(&model);
+    QCOMPARE(chain.invoke({}, &parent)->parent(), &parent);
+    QCOMPARE(chain.invoke({})->parent(), &chain);
+}
+
+void TestRunnableChain::nothingIsEmittedBeforeInvokeReturns()
+{
+    RunnableChain chain;
+    ChatReply *reply = chain.invoke({});
+    QSignalSpy failed(reply, &ChatReply::failed);
+    QCOMPARE(failed.size(), 0);
+    QCoreApplication::processEvents();
+    QCOMPARE(failed.size(), 1);
+}
+
+void TestRunnableChain::withoutAModelTheReplyFailsOnTheNextTurn_data()
+{
+    QTest::addColumn<bool>("modelWasDeleted");
+    QTest::newRow("no model was set") << false;
+    QTest::newRow("the model was deleted") << true;
+}
+
+void TestRunnableChain::withoutAModelTheReplyFailsOnTheNextTurn()
+{
+    QFETCH(bool, modelWasDeleted);
+    RunnableChain chain;
+    if (modelWasDeleted) {
+        const auto model = std::make_unique<ScriptedModel>();
+        chain.setModel(model.get());
+    }
+    ChatReply *reply = chain.invoke({});
+    QSignalSpy failed(reply, &ChatReply::failed);
+    QSignalSpy finished(reply, &ChatReply::finished);
+    QVERIFY(failed.wait());
+    QCoreApplication::processEvents();
+    QCOMPARE(failed.size(), 1);
+    QCOMPARE(failed.first().first().toString(), "RunnableChain has no model.");
+    QCOMPARE(finished.size(), 0);
+}
+
+void TestRunnableChain::failureDiesWithItsParent()
+{
+    auto chain = std::make_unique<RunnableChain>();
+    const QPointer<ChatReply> reply = chain->invoke({});
+    QSignalSpy failed(reply, &ChatReply::failed);
+    chain.reset();
+    QVERIFY(!reply);
+    QCoreApplication::processEvents();
+    QCOMPARE(failed.size(), 0);
+}
+
+void TestRunnableChain::chainMayBeInvokedAgainWhileItRuns()
+{
+    ScriptedModel model;
+    RunnableChain chain;
+    chain.setModel(&model);
+    chain.setPromptTemplate("{a}");
+    ChatReply *first = chain.invoke({{"a", "1"}});
+    ChatReply *second = chain.invoke({{"a", "2"}});
+    QVERIFY(first != second);
+    QCOMPARE(model.calls()[0].messages[0].content, "1");
+    QCOMPARE(model.calls()[1].messages[0].content, "2");
+}
+
+void TestRunnableChain::historyKeepsMessagesInOrder()
+{
+    MessageHistory history;
+    QVERIFY(history.messages().isEmpty());
+    history.addSystem("s");
+    history.addUser("u");
+    history.addAssistant("a");
+    history.addUser("u");
+
+    QJsonArray messages;
+    for (const ChatMessage &message : history.messages())
+        messages.append(messageToJson(message));
+    QCOMPARE(messages, (QJsonArray{
+                           QJsonObject{{"role", "system"}, {"content", "s"}},
+                           QJsonObject{{"role", "user"}, {"content", "u"}},
+                           QJsonObject{{"role", "assistant"}, {"content", "a"}},
+                           QJsonObject{{"role", "user"}, {"content", "u"}},
+                       }));
+}
+
+void TestRunnableChain::branchesRunInAscendingOrder()
+{
+    QStringList order;
+    const auto branch = [&order](const QString &name) {
+        return [&order, name](const PromptVariables &variables) {
+            order.append(name);
+            return name + " of " + variables["topic"];
+        };
+    };
+    const QMap<QString, QString> texts =
+        runParallel({{"b", branch("b")}, {"a", branch("a")}, {"C", branch("C")}}, {{"topic", "x"}});
+    QCOMPARE(order, (QStringList{"C", "a", "b"}));
+    QCOMPARE(texts, (QMap<QString, QString>{{"C", "C of x"}, {"a", "a of x"}, {"b", "b of x"}}));
+}
+
+void TestRunnableChain::branchesSeeTheSameVariables()
+{
+    PromptVariables variables{{"topic", "x"}};
+    const auto read = [](const PromptVariables &seen) { return seen["topic"]; };
+    const auto change = [&variables](const PromptVariables &seen) {
+        variables["topic"] = "changed";
+        return seen["topic"];
+    };
+    QCOMPARE(runParallel({{"a", change}, {"b", read}}, variables),
+             (QMap<QString, QString>{{"a", "x"}, {"b", "x"}}));
+}
+
+void TestRunnableChain::branchesMayChangeTheCallersMaps()
+{
+    QMap<QString, ParallelBranch> branches;
+    branches["a"] = [&branches](const PromptVariables &) {
+        branches.clear();
+        return QString("1");
+    };
+    branches["b"] = [](const PromptVariables &) { return QString("2"); };
+    QCOMPARE(runParallel(branches, {}), (QMap<QString, QString>{{"a", "1"}, {"b", "2"}}));
+    QVERIFY(branches.isEmpty());
+}
+
+void TestRunnableChain::noBranchesGiveNoTexts()
+{
+    QVERIFY(runParallel({}, {{"a", "1"}}).isEmpty());
+}
+
+void TestRunnableChain::emptyBranchThrows()
+{
+    int runs = 0;
+    const auto count = [&runs](const PromptVariables &) {
+        ++runs;
+        return QString();
+    };
+    const QMap<QString, ParallelBranch> branches{{"a", count}, {"b", ParallelBranch()}, {"c", count}};
+    QVERIFY_EXCEPTION_THROWN(runParallel(branches, {}), std::bad_function_call);
+    QCOMPARE(runs, 1);
+}
+
+QTEST_GUILESS_MAIN(TestRunnableChain)
+#include "tst_runnablechain.moc"
