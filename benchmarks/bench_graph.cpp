@@ -1,0 +1,202 @@
+// What a step of StateGraph costs: a loop of one node and one router, beside a bare loop that calls the
+// same functions, inserts the update into a QJsonObject and keeps the same snapshots.
+//
+// Both run in turn within one benchmark. The counter "ratio" is the median of graph time / bare time over
+// its iterations; "bytes_per_step" is what a result holds on the heap.
+
+#include <qtagent/stategraph.h>
+#include <tests/support/heapusage.h>
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <chrono>
+#include <vector>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+struct Workload
+{
+    QJsonObject initialState;
+    NodeFunction node;
+};
+
+QString textOf(int length)
+{
+    return QString(length, 'x');
+}
+
+QJsonObject stateOf(int keys)
+{
+    QJsonObject state{{"count", 0}};
+    while (state.size() < keys)
+        state.insert(QStringLiteral("key%1").arg(state.size()), QStringLiteral("value"));
+    return state;
+}
+
+QJsonObject countUp(const QJsonObject &state)
+{
+    return {{"count", state["count"].toInt() + 1}};
+}
+
+QJsonObject replaceText(const QJsonObject &state)
+{
+    const int number = state["text"].toString().section(' ', -1).toInt();
+    return {{"text", QStringLiteral("This is the note of step number %1").arg(number + 1)}};
+}
+
+QString chooseAgain(const QJsonObject &)
+{
+    return QStringLiteral("again");
+}
+
+Workload fiveKeys()
+{
+    return {stateOf(5), countUp};
+}
+
+Workload thousandKeys()
+{
+    return {stateOf(1000), countUp};
+}
+
+Workload longText()
+{
+    return {{{"count", 0}, {"text", textOf(200 * 1024)}}, countUp};
+}
+
+Workload replacedText()
+{
+    QJsonObject state = stateOf(4);
+    state.insert("text", QStringLiteral("0"));
+    return {state, replaceText};
+}
+
+QVector<GraphStep> runBare(const Workload &workload, const RouterFunction &router, int steps)
+{
+    const QMap<QString, QString> routes{{"again", "node"}};
+    QJsonObject state = workload.initialState;
+    QVector<GraphStep> record;
+    for (int i = 0; i < steps; ++i) {
+        GraphStep step;
+        step.before = state;
+        step.update = workload.node(state);
+        for (auto it = step.update.begin(); it != step.update.end(); ++it)
+            state.insert(it.key(), it.value());
+        step.route = router(state);
+        step.node = routes[step.route];
+        step.after = state;
+        record.append(std::move(step));
+    }
+    return record;
+}
+
+StateGraph loopGraph(const Workload &workload, int steps)
+{
+    StateGraph graph;
+    graph.maxSteps = steps;
+    graph.addNode("node", workload.node);
+    graph.addEdge("__start__", "node");
+    graph.addConditionalEdges("node", chooseAgain, {{"again", "node"}});
+    return graph;
+}
+
+/// Seconds that @p work takes. Freeing what it returns is not part of it.
+template<typename Work>
+double secondsOf(const Work &work)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const auto result = work();
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    benchmark::DoNotOptimize(result);
+    return elapsed.count();
+}
+
+template<typename Work>
+qint64 heapBytesOf(const Work &work)
+{
+    const qint64 before = heapUsage().value_or(0);
+    const auto result = work();
+    return heapUsage().value_or(0) - before;
+}
+
+double median(std::vector<double> values)
+{
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+/// The pair of times of each iteration, and what becomes of them in the report.
+class Pairs
+{
+public:
+    void add(double first, double second)
+    {
+        m_first.push_back(first);
+        m_second.push_back(second);
+        m_ratio.push_back(first / second);
+    }
+    double first() const { return median(m_first); }
+    double second() const { return median(m_second); }
+    double ratio() const { return median(m_ratio); }
+
+private:
+    std::vector<double> m_first;
+    std::vector<double> m_second;
+    std::vector<double> m_ratio;
+};
+
+void besideABareLoop(benchmark::State &state, const Workload &workload)
+{
+    const int steps = static_cast<int>(state.range(0));
+    const StateGraph graph = loopGraph(workload, steps);
+    Pairs pairs;
+    for ([[maybe_unused]] auto iteration : state) {
+        const double bare = secondsOf([&] { return runBare(workload, chooseAgain, steps); });
+        const double graphs = secondsOf([&] { return graph.run(workload.initialState); });
+        pairs.add(graphs, bare);
+        state.SetIterationTime(graphs);
+    }
+    state.counters["ratio"] = pairs.ratio();
+    state.counters["ns_per_step"] = pairs.first() / steps * 1e9;
+    state.counters["bare_ns_per_step"] = pairs.second() / steps * 1e9;
+}
+
+void besideAShortLoop(benchmark::State &state, const Workload &workload)
+{
+    const int shortSteps = static_cast<int>(state.range(0));
+    const int longSteps = static_cast<int>(state.range(1));
+    const StateGraph shortLoop = loopGraph(workload, shortSteps);
+    const StateGraph longLoop = loopGraph(workload, longSteps);
+    Pairs pairs;
+    for ([[maybe_unused]] auto iteration : state) {
+        const double ofShort = secondsOf([&] { return shortLoop.run(workload.initialState); });
+        const double ofLong = secondsOf([&] { return longLoop.run(workload.initialState); });
+        pairs.add(ofLong / longSteps, ofShort / shortSteps);
+        state.SetIterationTime(ofLong);
+    }
+    const double shortBytes =
+        heapBytesOf([&] { return shortLoop.run(workload.initialState); }) / double(shortSteps);
+    const double longBytes =
+        heapBytesOf([&] { return longLoop.run(workload.initialState); }) / double(longSteps);
+    state.counters["ratio"] = pairs.ratio();
+    state.counters["ns_per_step"] = pairs.first() * 1e9;
+    state.counters["bytes_ratio"] = longBytes / shortBytes;
+    state.counters["bytes_per_step"] = longBytes;
+}
+
+} // namespace
+
+BENCHMARK_CAPTURE(besideABareLoop, fiveKeys, fiveKeys())->Arg(10000)->Iterations(41)->UseManualTime();
+BENCHMARK_CAPTURE(besideABareLoop, thousandKeys, thousandKeys())->Arg(1000)->Iterations(21)->UseManualTime();
+BENCHMARK_CAPTURE(besideABareLoop, longText, longText())->Arg(10000)->Iterations(41)->UseManualTime();
+BENCHMARK_CAPTURE(besideABareLoop, replacedText, replacedText())->Arg(1000)->Iterations(21)->UseManualTime();
+BENCHMARK_CAPTURE(besideAShortLoop, replacedText, replacedText())
+    ->Args({2000, 20000})
+    ->Iterations(41)
+    ->UseManualTime();
+
+BENCHMARK_MAIN();

@@ -1,0 +1,164 @@
+#ifndef MIRELOQTLIB_QTAGENT_STATEGRAPH_H
+#define MIRELOQTLIB_QTAGENT_STATEGRAPH_H
+
+#include <qtagent/qtagent_export.h>
+
+#include <QJsonObject>
+#include <QMap>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+#include <functional>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+/// What a node does: reads the state and returns an update, the keys of the state to set.
+using NodeFunction = std::function<QJsonObject(const QJsonObject &state)>;
+
+/// What a conditional edge asks: reads the state and returns the key of the route to take.
+using RouterFunction = std::function<QString(const QJsonObject &state)>;
+
+/// Thread ids with the latest saved state of each. A thread is a conversation or a job that several runs
+/// work on, one after another.
+using CheckpointStore = QMap<QString, QJsonObject>;
+
+/// The record of one executed node.
+struct GraphStep
+{
+    /// The node that ran.
+    QString node;
+    /// The key that the router returned afterwards; empty where a plain edge led on, or none.
+    QString route;
+    /// The state that the node received.
+    QJsonObject before;
+    /// What the node returned.
+    QJsonObject update;
+    /// The state with the update merged in. It shares its data with the next step's before.
+    QJsonObject after;
+};
+
+/// The outcome of StateGraph::run().
+struct GraphRunResult
+{
+    /// The state reached, whatever ended the run.
+    QJsonObject state;
+    /// The executed nodes, in order.
+    QVector<GraphStep> steps;
+    /// Whether the run stopped before a node that addInterruptBefore() named.
+    bool interrupted = false;
+    /// That node; empty unless interrupted.
+    QString interruptedNode;
+    /// Why the run failed, in words to show to the user; empty on success. An interrupt is a success.
+    QString error;
+};
+
+/// A workflow of named nodes that work on one JSON state.
+///
+/// A run begins at the virtual node "__start__" and follows the edges until they lead to "__end__". Each
+/// node reads the state and returns an update, which is merged into it:
+/// @code
+/// StateGraph graph;
+/// graph.addNode(QStringLiteral("draft"), [](const QJsonObject &state) {
+///     return QJsonObject{{QStringLiteral("tries"), state[QStringLiteral("tries")].toInt() + 1}};
+/// });
+/// graph.addEdge(QStringLiteral("__start__"), QStringLiteral("draft"));
+/// graph.addConditionalEdges(
+///     QStringLiteral("draft"),
+///     [](const QJsonObject &state) {
+///         return state[QStringLiteral("tries")].toInt() < 3 ? QStringLiteral("again") :
+///         QStringLiteral("done");
+///     },
+///     {{QStringLiteral("again"), QStringLiteral("draft")}, {QStringLiteral("done"),
+///     QStringLiteral("__end__")}});
+///
+/// const GraphRunResult result = graph.run({{QStringLiteral("tries"), 0}});
+/// // three steps; result.state is {"tries": 3}
+/// @endcode
+///
+/// The merge is shallow and the last writer wins: each key of the update replaces the state's value whole,
+/// arrays and nested objects included. No key is ever removed; one set to null stays, with null.
+///
+/// With a checkpoint store a run continues where an earlier one ended:
+/// @code
+/// CheckpointStore checkpoints;
+/// graph.run({{QStringLiteral("question"), first}}, QStringLiteral("thread-1"), &checkpoints);
+/// graph.run({{QStringLiteral("question"), second}}, QStringLiteral("thread-1"), &checkpoints);
+/// @endcode
+/// It continues with the state, not at a node: every run begins at "__start__". To resume a run that was
+/// interrupted for a review, run the graph built without that interrupt on the same thread id.
+///
+/// A graph is a plain value: cheap to copy, the copies independent. Names and keys are compared exactly.
+class QTAGENT_EXPORT StateGraph
+{
+public:
+    /// @name Building
+    /// Each call replaces what was there for the same key. Nothing is checked before run().
+    /// @{
+
+    /// Sets what the node @p name does. "__start__" and "__end__" are not for nodes.
+    void addNode(const QString &name, NodeFunction function);
+
+    /// Leads from @p from, a node or "__start__", to @p to, a node or "__end__".
+    void addEdge(const QString &from, const QString &to);
+
+    /// Leads from @p from, a node or "__start__", to the node that @p routes holds for the key that
+    /// @p router returns. It wins over a plain edge from there.
+    void addConditionalEdges(const QString &from, RouterFunction router,
+                             const QMap<QString, QString> &routes);
+
+    /// Makes runs stop before @p name would run, each time that the edges lead there.
+    void addInterruptBefore(const QString &name);
+    /// @}
+
+    /// How many nodes a run may execute; with 0 or less none. Reaching "__end__" with the last of them is
+    /// no error.
+    qint32 maxSteps = 32;
+
+    /// Runs the graph on @p initialState and returns when the run is over. All functions are called within
+    /// this call, on its thread.
+    ///
+    /// Where @p checkpoints holds a state for @p threadId, the run begins with that, the keys of
+    /// @p initialState inserted over it. An empty @p threadId never touches the store. The caller owns the
+    /// store, which must outlive the run and is not locked.
+    ///
+    /// A run ends, with what was reached by then in @c state and @c steps:
+    /// - at "__end__", and the state is saved;
+    /// - before an interrupt: @c interrupted and @c interruptedNode are set, and the state is saved;
+    /// - at the limit, "Graph exceeded max steps: %1" with maxSteps, and the state is saved;
+    /// - at a name that no node has, "Missing graph node: %1";
+    /// - where nothing leads on, "No edge from node '%1'.";
+    /// - where a router's key has no route, "No route '%1' from node '%2'." with the key and the node.
+    ///
+    /// The last three save nothing. Where they follow a node, its step is recorded. Exceptions of node
+    /// functions and routers pass through, std::bad_function_call for an empty one, and nothing is saved.
+    ///
+    /// A node function may change, replace or destroy this graph, run it again and change the store: the
+    /// run goes on with the graph as it stood when it began.
+    GraphRunResult run(const QJsonObject &initialState, const QString &threadId = {},
+                       CheckpointStore *checkpoints = nullptr) const;
+
+private:
+    struct ConditionalEdge
+    {
+        RouterFunction router;
+        QMap<QString, QString> routes;
+    };
+
+    QString nextNode(const QString &from, const QJsonObject &state, QString *routeKey, QString *error) const;
+
+    friend class GraphRun;
+
+    QMap<QString, NodeFunction> m_nodes;
+    QMap<QString, QString> m_edges;
+    QMap<QString, ConditionalEdge> m_conditionalEdges;
+    QStringList m_interruptBefore;
+};
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+Q_DECLARE_TYPEINFO(MireloQtLib::QtAgent::GraphStep, Q_MOVABLE_TYPE);
+
+#endif
