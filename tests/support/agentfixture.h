@@ -32,7 +32,8 @@ public:
     ~AgentFixture() override { delete executor; }
 
     /// Registers a tool that logs its call, does @p work and succeeds with its name and " done".
-    FunctionTool *addTool(const QString &name, ToolPermission permission, std::function<void()> work = {})
+    FunctionTool *addTool(const QString &name, ToolPermission permission,
+                          const std::function<void()> &work = {})
     {
         const auto handler = [this, name, work](const QJsonObject &) {
             log.append("call " + name);
