@@ -69,11 +69,11 @@ struct Demo
     QTreeWidget *navigation = child<QTreeWidget>("navigationTree");
     QStackedWidget *pages = child<QStackedWidget>("pageStack");
     ModelConfigWidget *modelConfig = window->findChild<ModelConfigWidget *>();
-    AgentChatPanel *chat = window->findChild<AgentChatPanel *>();
-    QTextBrowser *history = child<QTextBrowser>("agentChatHistory");
-    QPlainTextEdit *input = child<QPlainTextEdit>("agentChatInput");
-    QPushButton *send = child<QPushButton>("agentChatSend");
-    QPushButton *stop = child<QPushButton>("agentChatStop");
+    AgentChatPanel *chat = pages->currentWidget()->findChild<AgentChatPanel *>();
+    QTextBrowser *history = chat->findChild<QTextBrowser *>("agentChatHistory");
+    QPlainTextEdit *input = chat->findChild<QPlainTextEdit *>("agentChatInput");
+    QPushButton *send = chat->findChild<QPushButton *>("agentChatSend");
+    QPushButton *stop = chat->findChild<QPushButton *>("agentChatStop");
 };
 
 QJsonObject serverProfile(const LoopbackServer &server, const QString &provider)
@@ -534,7 +534,7 @@ void TestOrvaneDemoWindow::windowMayBeDeletedInSlotsOfItsWidgets()
     else if (signal == "stopRequested")
         QTest::mouseClick(demo.stop, Qt::LeftButton);
     else if (signal == "clearRequested")
-        QTest::mouseClick(demo.child<QPushButton>("agentChatClear"), Qt::LeftButton);
+        QTest::mouseClick(demo.chat->findChild<QPushButton *>("agentChatClear"), Qt::LeftButton);
     else if (signal == "configChanged by typing")
         QTest::keyClick(demo.child<QLineEdit>("apiKeyEdit"), Qt::Key_A);
     else
