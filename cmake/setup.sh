@@ -37,7 +37,7 @@ install_packages() {
     refresh_package_lists
     apt_get install --yes --no-install-recommends "$@" && return
     echo "These packages could not be installed: $*" >&2
-    echo "On Ubuntu they need the component \"universe\"." >&2
+    echo "See the messages above. On Ubuntu, the component \"universe\" has to be enabled." >&2
     exit 1
 }
 
