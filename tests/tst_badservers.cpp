@@ -8,6 +8,8 @@
 
 using namespace MireloQtLib::QtAgent;
 
+Q_DECLARE_METATYPE(QVector<RawStep>)
+
 // What comes of servers that break off, lie or send what nobody asked for.
 class TestBadServers : public QObject
 {
@@ -164,6 +166,5 @@ void TestBadServers::anAnswerLongerThanItsLengthIsCut()
     QCOMPARE(ask(server.baseUrl(), false), QStringList({"response: {}", "delta: ", "finished: "}));
 }
 
-Q_DECLARE_METATYPE(QVector<RawStep>)
 QTEST_GUILESS_MAIN(TestBadServers)
 #include "tst_badservers.moc"

@@ -7,6 +7,8 @@
 
 using namespace MireloQtLib::QtAgent;
 
+Q_DECLARE_METATYPE(std::function<void(ChatReply *)>)
+
 namespace {
 
 // Writes down every signal of a reply in the order of emission.
@@ -280,6 +282,5 @@ void TestChatModel::replyWithoutParentDiesWithTheModel()
     QVERIFY(!reply);
 }
 
-Q_DECLARE_METATYPE(std::function<void(ChatReply *)>)
 QTEST_GUILESS_MAIN(TestChatModel)
 #include "tst_chatmodel.moc"

@@ -7,6 +7,9 @@
 
 using namespace MireloQtLib::QtAgent;
 
+Q_DECLARE_METATYPE(ToolDefinition)
+Q_DECLARE_METATYPE(ChatMessage)
+
 namespace {
 
 const QString defaultAnswer =
@@ -299,7 +302,5 @@ void TestMockChatModel::profileIsIgnored()
     QCOMPARE(finalText(model.chat({}, {}, this)), defaultAnswer);
 }
 
-Q_DECLARE_METATYPE(ToolDefinition)
-Q_DECLARE_METATYPE(ChatMessage)
 QTEST_GUILESS_MAIN(TestMockChatModel)
 #include "tst_mockchatmodel.moc"

@@ -11,6 +11,8 @@
 
 using namespace MireloQtLib::QtAgent;
 
+Q_DECLARE_METATYPE(MireloQtLib::QtAgent::StateGraph)
+
 namespace {
 
 NodeFunction returns(const QJsonObject &update)
@@ -985,6 +987,5 @@ void TestStateGraph::nodeMayEmptyTheStoreThatTheArgumentsLieIn()
     QCOMPARE(store, (CheckpointStore{{"thread", {{"old", "state"}, {"ran", true}}}}));
 }
 
-Q_DECLARE_METATYPE(MireloQtLib::QtAgent::StateGraph)
 QTEST_APPLESS_MAIN(TestStateGraph)
 #include "tst_stategraph.moc"
