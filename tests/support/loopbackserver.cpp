@@ -123,7 +123,7 @@ void LoopbackServer::Private::answer(const httplib::Request &request, httplib::R
         return;
     }
     response.set_chunked_content_provider(
-        contentType, [this, answer](size_t, httplib::DataSink &sink) { return write(answer, sink); });
+        contentType.c_str(), [this, answer](size_t, httplib::DataSink &sink) { return write(answer, sink); });
 }
 
 LoopbackAnswer LoopbackServer::Private::answerTo(const LoopbackRequest &request)
