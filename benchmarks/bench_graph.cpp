@@ -114,12 +114,13 @@ double secondsOf(const Work &work)
     return elapsed.count();
 }
 
+/// Bytes on the heap that the result of @p work holds, for each of @p steps.
 template<typename Work>
-qint64 heapBytesOf(const Work &work)
+double bytesPerStep(const Work &work, int steps)
 {
     const qint64 before = heapUsage().value_or(0);
     const auto result = work();
-    return heapUsage().value_or(0) - before;
+    return static_cast<double>(heapUsage().value_or(0) - before) / steps;
 }
 
 double median(std::vector<double> values)
@@ -178,10 +179,8 @@ void besideAShortLoop(benchmark::State &state, const Workload &workload)
         pairs.add(ofLong / longSteps, ofShort / shortSteps);
         state.SetIterationTime(ofLong);
     }
-    const double shortBytes =
-        heapBytesOf([&] { return shortLoop.run(workload.initialState); }) / double(shortSteps);
-    const double longBytes =
-        heapBytesOf([&] { return longLoop.run(workload.initialState); }) / double(longSteps);
+    const double shortBytes = bytesPerStep([&] { return shortLoop.run(workload.initialState); }, shortSteps);
+    const double longBytes = bytesPerStep([&] { return longLoop.run(workload.initialState); }, longSteps);
     state.counters["ratio"] = pairs.ratio();
     state.counters["ns_per_step"] = pairs.first() * 1e9;
     state.counters["bytes_ratio"] = longBytes / shortBytes;

@@ -14,7 +14,8 @@ namespace QtAgent {
 /// since it was last built weigh more than the object did, so a state holds at most about twice what it
 /// needs, and building costs no more than the merging that led to it.
 ///
-/// Nested objects and arrays are shared as they are. A merge copies none of their bytes.
+/// Nested objects and arrays are shared as they are: a merge copies none of their bytes. What a node function
+/// leaves behind in a nested object that it changes itself stays there.
 class GraphState
 {
 public:

@@ -93,9 +93,9 @@ static GraphState startState(const QJsonObject &input, const QString &threadId,
     return state;
 }
 
-void StateGraph::addNode(const QString &name, NodeFunction function)
+void StateGraph::addNode(const QString &name, const NodeFunction &function)
 {
-    m_nodes.insert(name, std::move(function));
+    m_nodes.insert(name, function);
 }
 
 void StateGraph::addEdge(const QString &from, const QString &to)
@@ -118,7 +118,8 @@ void StateGraph::addInterruptBefore(const QString &name)
 GraphRunResult StateGraph::run(const QJsonObject &initialState, const QString &threadId,
                                CheckpointStore *checkpoints) const
 {
-    const QString thread = threadId;
+    // A node may destroy what the id was taken from, the store's own key for one.
+    const QString thread = threadId; // NOLINT(performance-unnecessary-copy-initialization)
     CheckpointStore *store = thread.isEmpty() ? nullptr : checkpoints;
     GraphRun run(*this, startState(initialState, thread, store));
     const bool saves = run.execute();

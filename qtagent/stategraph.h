@@ -98,7 +98,7 @@ public:
     /// @{
 
     /// Sets what the node @p name does. "__start__" and "__end__" are not for nodes.
-    void addNode(const QString &name, NodeFunction function);
+    void addNode(const QString &name, const NodeFunction &function);
 
     /// Leads from @p from, a node or "__start__", to @p to, a node or "__end__".
     void addEdge(const QString &from, const QString &to);
