@@ -1,10 +1,11 @@
 #include "devicetools.h"
 
+#include "approvalprompt.h"
+
 #include <qtagent/agentexecutor.h>
 #include <qtagent/agenttool.h>
 #include <qtagent/toolregistry.h>
 #include <qtagent/widgets/agentchatpanel.h>
-#include <qtagent/widgets/approvaldialog.h>
 #include <qtagent/widgets/toolcalltraceview.h>
 
 #include <QBoxLayout>
@@ -296,6 +297,7 @@ DeviceAgentPage::DeviceAgentPage(const QVector<DeviceRecord> &devices, AgentExec
     , m_executor(executor)
     , m_chat(new AgentChatPanel)
     , m_traces(new ToolCallTraceView)
+    , m_approval(new ApprovalPrompt(this))
 {
     layOut(createDeviceTable(devices));
     m_chat->appendSystemMessage(QStringLiteral("可以尝试：查找异常设备并导出报告。"));
@@ -347,7 +349,7 @@ void DeviceAgentPage::send(const QString &text)
 {
     if (!m_executor)
         return;
-    leaveRun();
+    m_approval->leaveRun();
     m_traces->clearTraces();
     m_chat->finishAgentMessage(); // a stop, a denial or a failure leaves the last answer open
     m_chat->appendUserMessage(text);
@@ -377,35 +379,17 @@ void DeviceAgentPage::showFailure(const QString &error)
 
 void DeviceAgentPage::askForApproval(const ApprovalRequest &request)
 {
-    const int run = m_run;
-    const QPointer<DeviceAgentPage> page(this);
-    const QPointer<ApprovalDialog> dialog(new ApprovalDialog(request, window()));
-    m_approval = dialog;
-    const bool allowed = dialog->exec() == QDialog::Accepted;
-    delete dialog;
-    // Anything may have happened meanwhile. Ids repeat, so the executor could not tell a late answer.
-    if (page && run == m_run)
-        answerApproval(request.approvalId, allowed);
-}
-
-void DeviceAgentPage::answerApproval(const QString &approvalId, bool allowed)
-{
-    if (!allowed)
+    const std::optional<bool> answer = m_approval->ask(request, window());
+    if (!answer)
+        return;
+    if (!*answer)
         rest(); // first: a slot of the denial's trace may start the next run
     if (m_executor)
-        m_executor->resolveApproval(approvalId, allowed);
-}
-
-// From here on the answer of an open dialog is none of the current run.
-void DeviceAgentPage::leaveRun()
-{
-    ++m_run;
-    if (m_approval)
-        m_approval->reject();
+        m_executor->resolveApproval(request.approvalId, *answer);
 }
 
 void DeviceAgentPage::rest()
 {
-    leaveRun();
+    m_approval->leaveRun();
     m_chat->setBusy(false);
 }

@@ -14,12 +14,13 @@ namespace MireloQtLib {
 namespace QtAgent {
 class AgentChatPanel;
 class AgentExecutor;
-class ApprovalDialog;
 class ToolCallTraceView;
 class ToolRegistry;
 struct ApprovalRequest;
 } // namespace QtAgent
 } // namespace MireloQtLib
+
+class ApprovalPrompt;
 
 /// A device of the demo plant.
 struct DeviceRecord
@@ -84,15 +85,12 @@ private:
     void finish();
     void showFailure(const QString &error);
     void askForApproval(const MireloQtLib::QtAgent::ApprovalRequest &request);
-    void answerApproval(const QString &approvalId, bool allowed);
-    void leaveRun();
     void rest();
 
     QPointer<MireloQtLib::QtAgent::AgentExecutor> m_executor;
     MireloQtLib::QtAgent::AgentChatPanel *m_chat;
     MireloQtLib::QtAgent::ToolCallTraceView *m_traces;
-    QPointer<MireloQtLib::QtAgent::ApprovalDialog> m_approval;
-    int m_run = 0;
+    ApprovalPrompt *m_approval;
 };
 
 #endif
