@@ -2,6 +2,7 @@
 
 #include "basicchatpage.h"
 #include "devicetools.h"
+#include "modelpages.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/deepseekmodel.h>
@@ -73,9 +74,10 @@ void OrvaneDemoWindow::setUpDeviceAgent()
 void OrvaneDemoWindow::addPages()
 {
     auto *quickStart = new QTreeWidgetItem(m_navigation, {QStringLiteral("快速开始")});
-    new QTreeWidgetItem(m_navigation, {QStringLiteral("模型能力")});
+    auto *modelGroup = new QTreeWidgetItem(m_navigation, {QStringLiteral("模型能力")});
     new QTreeWidgetItem(m_navigation, {QStringLiteral("流程能力")});
     addQuickStartPages(quickStart);
+    addModelPages(modelGroup, m_pages, modelProvider(), toolRegistryProvider());
     m_navigation->expandAll();
 }
 
@@ -146,4 +148,9 @@ ModelProvider OrvaneDemoWindow::modelProvider()
         applyModelConfig();
         return activeModel();
     };
+}
+
+ToolRegistryProvider OrvaneDemoWindow::toolRegistryProvider() const
+{
+    return [registry = m_toolRegistry] { return registry; };
 }

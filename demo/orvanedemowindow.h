@@ -54,6 +54,7 @@ private:
     void applyModelConfig();
     MireloQtLib::QtAgent::ChatModel *activeModel() const;
     ModelProvider modelProvider();
+    ToolRegistryProvider toolRegistryProvider() const;
 
     MireloQtLib::QtAgent::MockChatModel *m_mockModel;
     MireloQtLib::QtAgent::OpenAICompatibleModel *m_openAiModel;

@@ -1,0 +1,158 @@
+#include "glossarypage.h"
+
+#include "approvalprompt.h"
+#include "glossary.h"
+#include "pageparts.h"
+
+#include <qtagent/agentexecutor.h>
+#include <qtagent/toolregistry.h>
+
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QSplitter>
+#include <QVBoxLayout>
+
+using namespace MireloQtLib::QtAgent;
+
+GlossaryPage::GlossaryPage(const ModelProvider &model, const ToolRegistryProvider &registry, QWidget *parent)
+    : QWidget(parent)
+    , m_model(model)
+    , m_registry(registry)
+    , m_approval(new ApprovalPrompt(this))
+{
+    auto *layout = new QHBoxLayout(this);
+    layout->setContentsMargins(14, 14, 14, 14);
+    layout->setSpacing(12);
+    layout->addWidget(createForm(), 0);
+    layout->addWidget(createOutputs(), 1);
+    setRunning(false);
+}
+
+GlossaryPage::~GlossaryPage() = default;
+
+QWidget *GlossaryPage::createForm()
+{
+    auto *form = new QGroupBox(QStringLiteral("AI 工具调用"));
+    auto *layout = new QVBoxLayout(form);
+    m_input = addInput(layout, QStringLiteral("用户问题"),
+                       QStringLiteral("请解释 Orvane Workflow 和 Chain 的区别，并说明什么时候需要工具调用。"),
+                       {340, 180});
+    m_input->setObjectName(QStringLiteral("pageInput"));
+    m_runButton = new QPushButton(QStringLiteral("让 AI 调用工具"));
+    m_runButton->setObjectName(QStringLiteral("runButton"));
+    m_stopButton = new QPushButton(QStringLiteral("停止"));
+    m_stopButton->setObjectName(QStringLiteral("stopButton"));
+    layout->addWidget(m_runButton, 0);
+    layout->addWidget(m_stopButton, 0);
+    connect(m_runButton, &QPushButton::clicked, this, &GlossaryPage::run);
+    connect(m_stopButton, &QPushButton::clicked, this, &GlossaryPage::stop);
+    return form;
+}
+
+QWidget *GlossaryPage::createOutputs()
+{
+    const QString answerTitle = QStringLiteral("AI 最终回答");
+    const QString traceTitle = QStringLiteral("工具调用轨迹");
+    m_answer = createOutput(answerTitle, nullptr);
+    m_answer->setObjectName(QStringLiteral("pageOutput"));
+    m_traces = createOutput(traceTitle, nullptr);
+    m_traces->setObjectName(QStringLiteral("traceOutput"));
+    auto *outputs = new QSplitter(Qt::Vertical);
+    outputs->addWidget(createTitledArea(answerTitle, m_answer, nullptr));
+    outputs->addWidget(createTitledArea(traceTitle, m_traces, nullptr));
+    outputs->setStretchFactor(0, 2);
+    outputs->setStretchFactor(1, 1);
+    return outputs;
+}
+
+void GlossaryPage::setRunning(bool running)
+{
+    m_runButton->setEnabled(!running);
+    m_stopButton->setEnabled(running);
+}
+
+void GlossaryPage::run()
+{
+    const QString question = m_input->toPlainText().trimmed();
+    if (question.isEmpty())
+        return;
+    const QPointer<GlossaryPage> self(this);
+    discardExecutor();
+    if (!self)
+        return;
+    registerOrDelete(m_registry(), createGlossaryTool());
+    m_executor = createExecutor();
+    setRunning(true);
+    m_answer->setPlainText(QStringLiteral("AI 正在思考...\n\n"));
+    m_traces->clear();
+    m_executor->run(question);
+}
+
+void GlossaryPage::discardExecutor()
+{
+    m_approval->leaveRun();
+    if (!m_executor)
+        return;
+    AgentExecutor *const executor = m_executor;
+    m_executor.clear();
+    executor->disconnect(this);
+    executor->deleteLater();
+    executor->cancel();
+}
+
+AgentExecutor *GlossaryPage::createExecutor()
+{
+    auto *executor = new AgentExecutor(this);
+    executor->setMaxIterations(4);
+    executor->setModel(m_model());
+    executor->setToolRegistry(m_registry());
+    executor->setSystemPrompt(
+        QStringLiteral("You are an Orvane demo assistant. Use the lookup_term tool when the question needs "
+                       "local glossary knowledge. "
+                       "After tools return, answer in Chinese and mention which terms were looked up."));
+    connect(executor, &AgentExecutor::assistantDelta, this,
+            [this](const QString &delta) { appendText(m_answer, delta); });
+    connect(executor, &AgentExecutor::assistantFinished, this, &GlossaryPage::rest);
+    connect(executor, &AgentExecutor::traceAdded, this, &GlossaryPage::showTrace);
+    connect(executor, &AgentExecutor::approvalRequired, this, &GlossaryPage::askForApproval);
+    connect(executor, &AgentExecutor::failed, this, &GlossaryPage::showFailure);
+    return executor;
+}
+
+void GlossaryPage::showTrace(const ToolCallTrace &trace)
+{
+    const QString separator = m_traces->document()->isEmpty() ? QString() : QStringLiteral("\n---\n");
+    appendText(m_traces, separator + formatTrace(trace));
+}
+
+void GlossaryPage::showFailure(const QString &error)
+{
+    appendText(m_answer, QStringLiteral("\n错误：%1").arg(error));
+    rest();
+}
+
+void GlossaryPage::askForApproval(const ApprovalRequest &request)
+{
+    const std::optional<bool> answer = m_approval->ask(request, window());
+    if (!answer)
+        return;
+    if (!*answer)
+        rest(); // first: a slot of the denial's trace may start the next run
+    if (m_executor)
+        m_executor->resolveApproval(request.approvalId, *answer);
+}
+
+void GlossaryPage::stop()
+{
+    rest();
+    if (m_executor)
+        m_executor->cancel();
+}
+
+void GlossaryPage::rest()
+{
+    m_approval->leaveRun();
+    setRunning(false);
+}

@@ -1,0 +1,10 @@
+#ifndef MODELPAGES_H
+#define MODELPAGES_H
+
+#include <demo/demopages.h>
+
+/// Adds the pages of the group "模型能力", in their order.
+void addModelPages(QTreeWidgetItem *group, QStackedWidget *stack, const ModelProvider &model,
+                   const ToolRegistryProvider &registry);
+
+#endif

@@ -1,0 +1,67 @@
+#include "pageparts.h"
+
+#include <qtagent/chatmodel.h>
+
+#include <QGroupBox>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QTextCursor>
+#include <QVBoxLayout>
+
+using MireloQtLib::QtAgent::ChatReply;
+
+QPlainTextEdit *addInput(QVBoxLayout *layout, const QString &label, const QString &text,
+                         const InputSize &minimum)
+{
+    auto *input = new QPlainTextEdit(text);
+    input->setMinimumSize(minimum.width, minimum.height);
+    input->setTabChangesFocus(true);
+    auto *inputLabel = new QLabel(label);
+    inputLabel->setBuddy(input);
+    layout->addWidget(inputLabel, 0);
+    layout->addWidget(input, 1);
+    return input;
+}
+
+QPlainTextEdit *createOutput(const QString &name, QWidget *parent)
+{
+    auto *output = new QPlainTextEdit(parent);
+    output->setReadOnly(true);
+    output->setTabChangesFocus(true);
+    output->setAccessibleName(name);
+    return output;
+}
+
+QGroupBox *createTitledArea(const QString &title, QWidget *content, QWidget *parent)
+{
+    auto *area = new QGroupBox(title, parent);
+    auto *layout = new QVBoxLayout(area);
+    layout->addWidget(content);
+    return area;
+}
+
+void appendText(QPlainTextEdit *output, const QString &text)
+{
+    output->moveCursor(QTextCursor::End);
+    output->insertPlainText(text);
+    output->ensureCursorVisible();
+}
+
+void deleteWhenOver(ChatReply *reply)
+{
+    QObject::connect(reply, &ChatReply::finished, reply, &QObject::deleteLater);
+    QObject::connect(reply, &ChatReply::failed, reply, &QObject::deleteLater);
+    QObject::connect(reply, &ChatReply::canceled, reply, &QObject::deleteLater);
+}
+
+void bindReply(ChatReply *reply, QPlainTextEdit *output, EarlierText earlierText)
+{
+    if (earlierText == EarlierText::Clear)
+        output->clear();
+    QObject::connect(reply, &ChatReply::deltaReceived, output,
+                     [output](const QString &delta) { appendText(output, delta); });
+    QObject::connect(reply, &ChatReply::failed, output, [output](const QString &error) {
+        output->setPlainText(QStringLiteral("错误：%1").arg(error));
+    });
+    deleteWhenOver(reply);
+}

@@ -1,0 +1,51 @@
+#ifndef PAGEPARTS_H
+#define PAGEPARTS_H
+
+#include <QString>
+
+QT_BEGIN_NAMESPACE
+class QGroupBox;
+class QPlainTextEdit;
+class QVBoxLayout;
+class QWidget;
+QT_END_NAMESPACE
+
+namespace MireloQtLib {
+namespace QtAgent {
+class ChatReply;
+}
+} // namespace MireloQtLib
+
+// What the pages of the demo are put together from.
+
+/// The size below which an input editor does not shrink, in pixels.
+struct InputSize
+{
+    int width = 320;
+    int height = 160;
+};
+
+/// Adds an input editor that holds @p text to @p layout, under a label that is its buddy. Tab leaves it.
+QPlainTextEdit *addInput(QVBoxLayout *layout, const QString &label, const QString &text,
+                         const InputSize &minimum = {});
+
+/// Returns a read-only editor with the accessible name @p name, owned by @p parent.
+QPlainTextEdit *createOutput(const QString &name, QWidget *parent);
+
+/// Returns a group box titled @p title that holds @p content, owned by @p parent.
+QGroupBox *createTitledArea(const QString &title, QWidget *content, QWidget *parent);
+
+/// Inserts @p text at the end of @p output as plain text and scrolls to it.
+void appendText(QPlainTextEdit *output, const QString &text);
+
+/// Lets @p reply delete itself once it has finished, failed or been canceled.
+void deleteWhenOver(MireloQtLib::QtAgent::ChatReply *reply);
+
+/// What becomes of the text that an output holds when a reply is bound to it.
+enum class EarlierText { Clear, Keep };
+
+/// Streams @p reply into @p output: its deltas are appended, a failure replaces the text by "错误：" and
+/// the report. The reply deletes itself when it is over.
+void bindReply(MireloQtLib::QtAgent::ChatReply *reply, QPlainTextEdit *output, EarlierText earlierText);
+
+#endif

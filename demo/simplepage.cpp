@@ -1,0 +1,62 @@
+#include "simplepage.h"
+
+#include <qtagent/chatmodel.h>
+
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+#include <utility>
+
+using MireloQtLib::QtAgent::ChatReply;
+
+SimplePage::SimplePage(const Content &content, Action action, QWidget *parent)
+    : QWidget(parent)
+    , m_action(std::move(action))
+{
+    auto *form = new QGroupBox(content.title);
+    auto *formLayout = new QVBoxLayout(form);
+    m_input = addInput(formLayout, content.inputLabel, content.defaultInput);
+    m_input->setObjectName(QStringLiteral("pageInput"));
+    auto *runButton = new QPushButton(QStringLiteral("运行"));
+    runButton->setObjectName(QStringLiteral("runButton"));
+    formLayout->addWidget(runButton, 0);
+
+    m_output = createOutput(QStringLiteral("输出"), this);
+    m_output->setObjectName(QStringLiteral("pageOutput"));
+    m_output->setMinimumHeight(220);
+
+    auto *layout = new QHBoxLayout(this);
+    layout->setContentsMargins(14, 14, 14, 14);
+    layout->setSpacing(12);
+    layout->addWidget(form, 0);
+    layout->addWidget(m_output, 1);
+
+    connect(runButton, &QPushButton::clicked, this, &SimplePage::run);
+}
+
+SimplePage::~SimplePage() = default;
+
+void SimplePage::showText(const QString &text)
+{
+    m_output->setPlainText(text);
+}
+
+void SimplePage::showReply(ChatReply *reply, EarlierText earlierText)
+{
+    m_reply = reply;
+    bindReply(reply, m_output, earlierText);
+}
+
+void SimplePage::run()
+{
+    const QPointer<SimplePage> self(this);
+    if (m_reply)
+        m_reply->cancel();
+    if (!self)
+        return;
+    m_output->clear();
+    m_action(m_input->toPlainText().trimmed(), this);
+}
