@@ -3,6 +3,7 @@
 #include "basicchatpage.h"
 #include "devicetools.h"
 #include "modelpages.h"
+#include "workflowpages.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/deepseekmodel.h>
@@ -75,9 +76,10 @@ void OrvaneDemoWindow::addPages()
 {
     auto *quickStart = new QTreeWidgetItem(m_navigation, {QStringLiteral("快速开始")});
     auto *modelGroup = new QTreeWidgetItem(m_navigation, {QStringLiteral("模型能力")});
-    new QTreeWidgetItem(m_navigation, {QStringLiteral("流程能力")});
+    auto *workflowGroup = new QTreeWidgetItem(m_navigation, {QStringLiteral("流程能力")});
     addQuickStartPages(quickStart);
     addModelPages(modelGroup, m_pages, modelProvider(), toolRegistryProvider());
+    addWorkflowPages(workflowGroup, m_pages, modelProvider(), toolRegistryProvider());
     m_navigation->expandAll();
 }
 

@@ -1,0 +1,116 @@
+#ifndef GRAPHPAGES_H
+#define GRAPHPAGES_H
+
+#include <qtagent/stategraph.h>
+
+#include <QJsonObject>
+#include <QWidget>
+
+#include <functional>
+
+QT_BEGIN_NAMESPACE
+class QCheckBox;
+class QLineEdit;
+class QPlainTextEdit;
+class QTableWidget;
+class QVBoxLayout;
+QT_END_NAMESPACE
+
+// The pages that run a state graph. Each shows the final state, what stopped the run, and its steps.
+
+/// What the pages below share: a form on the left, the output and the steps of a run on the right.
+class GraphRunPage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    ~GraphRunPage() override;
+
+protected:
+    GraphRunPage(const QString &title, QWidget *parent);
+
+    /// Returns the layout of the form, for the inputs and buttons of a page.
+    QVBoxLayout *form() const;
+
+    /// Shows the interrupted node and the error where there is one, the final state and the steps.
+    void showResult(const MireloQtLib::QtAgent::GraphRunResult &result);
+
+    /// Shows @p error and no steps.
+    void showError(const QString &error);
+
+private:
+    void showSteps(const QVector<MireloQtLib::QtAgent::GraphStep> &steps);
+
+    QVBoxLayout *m_form = nullptr;
+    QPlainTextEdit *m_output = nullptr;
+    QTableWidget *m_steps = nullptr;
+};
+
+/// A page that runs a graph over a state which the user may edit as JSON.
+class StateGraphPage : public GraphRunPage
+{
+    Q_OBJECT
+
+public:
+    /// Builds the graph of a run. @p check is the page's check box.
+    using GraphFactory = std::function<MireloQtLib::QtAgent::StateGraph(const QCheckBox *check)>;
+
+    /// What a page is made of. Without a check text the check box is hidden.
+    struct Content
+    {
+        QString title;
+        QJsonObject initialState;
+        GraphFactory createGraph;
+        QString checkText;
+    };
+
+    explicit StateGraphPage(const Content &content, QWidget *parent = nullptr);
+    ~StateGraphPage() override;
+
+private:
+    void run();
+
+    const GraphFactory m_createGraph;
+    QPlainTextEdit *m_state = nullptr;
+    QCheckBox *m_check = nullptr;
+};
+
+/// A page that runs a graph for a question.
+class QuestionGraphPage : public GraphRunPage
+{
+    Q_OBJECT
+
+public:
+    using GraphRun = std::function<MireloQtLib::QtAgent::GraphRunResult(const QString &question)>;
+
+    struct Content
+    {
+        QString title;
+        QString inputLabel;
+        QString defaultInput;
+        GraphRun run;
+    };
+
+    explicit QuestionGraphPage(const Content &content, QWidget *parent = nullptr);
+    ~QuestionGraphPage() override;
+};
+
+/// The page "记忆检查点": two turns of a conversation that meet in a checkpoint.
+class MemoryPage : public GraphRunPage
+{
+    Q_OBJECT
+
+public:
+    explicit MemoryPage(QWidget *parent = nullptr);
+    ~MemoryPage() override;
+
+private:
+    void addTurn(const QString &buttonText, const QString &buttonName, const QString &message);
+    void run(const QString &message);
+
+    QLineEdit *m_threadId = nullptr;
+    QLineEdit *m_message = nullptr;
+    MireloQtLib::QtAgent::CheckpointStore m_checkpoints;
+};
+
+#endif

@@ -1,0 +1,10 @@
+#ifndef WORKFLOWPAGES_H
+#define WORKFLOWPAGES_H
+
+#include <demo/demopages.h>
+
+/// Adds the pages of the group "流程能力", in their order.
+void addWorkflowPages(QTreeWidgetItem *group, QStackedWidget *stack, const ModelProvider &model,
+                      const ToolRegistryProvider &registry);
+
+#endif
