@@ -1,0 +1,406 @@
+// What the client costs, beside a plain reader on QNetworkReply that keeps the same things: the whole body,
+// the text and, for a plain answer, the parsed object.
+//
+// Every measurement runs in a fresh process and asks a server in another one, so that CPU time and peak
+// memory are the reader's own. Each iteration measures a pair; the columns are medians over the pairs:
+//   cpu     the client's CPU time by the plain reader's   (goal: at most 1.25)
+//   memory  likewise the growth of the peak memory        (goal: at most 1.15)
+//   rate    events per second at 200,000 events by those at 20,000, both by the client (goal: at least 0.7)
+//   wall    likewise the time on the clock
+// Fifty requests in a row show what a kept-alive connection costs: the plain reader keeps its connection.
+
+#include <qtagent/openaicompatiblemodel.h>
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QHostAddress>
+#include <QJsonDocument>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+#include <benchmark/benchmark.h>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <functional>
+#include <memory>
+#include <vector>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+struct Workload
+{
+    bool stream = true;
+    int requests = 1;
+};
+
+QByteArray event(const QString &content)
+{
+    const QJsonObject choice{
+        {"index", 0}, {"delta", QJsonObject{{"content", content}}}, {"finish_reason", {}}};
+    const QJsonObject chunk{{"id", "chatcmpl-B9MBs8CjcvOU2jLn4n570S5qMJKcT"},
+                            {"object", "chat.completion.chunk"},
+                            {"created", 1741569952},
+                            {"model", "gpt-4.1-mini-2025-04-14"},
+                            {"system_fingerprint", "fp_44709d6fcb"},
+                            {"choices", QJsonArray{choice}}};
+    return "data: " + QJsonDocument(chunk).toJson(QJsonDocument::Compact) + "\n\n";
+}
+
+QByteArray wholeAnswer(int size)
+{
+    const QJsonObject message{{"role", "assistant"}, {"content", QString(size, 'x')}};
+    return QJsonDocument(QJsonObject{{"choices", QJsonArray{QJsonObject{{"message", message}}}}})
+        .toJson(QJsonDocument::Compact);
+}
+
+// A workload is named by its number of events or by one of three words.
+Workload workload(const QString &name)
+{
+    if (name == "short")
+        return {false, 50};
+    return {name != "plain", 1};
+}
+
+QByteArray answerBody(const QString &name)
+{
+    constexpr int megabyte = 1024 * 1024;
+    if (name == "line")
+        return event(QString(16 * megabyte, 'x'));
+    if (name == "plain")
+        return wholeAnswer(64 * megabyte);
+    if (name == "short")
+        return wholeAnswer(20);
+    return event("word ").repeated(name.toInt()) + "data: [DONE]\n\n";
+}
+
+// The server: answers every request with the workload's body until it is killed.
+
+void writeAll(QTcpSocket *socket, const QByteArray &bytes)
+{
+    constexpr int portion = 64 * 1024;
+    for (int offset = 0; offset < bytes.size(); offset += portion) {
+        socket->write(bytes.constData() + offset, std::min<qint64>(portion, bytes.size() - offset));
+        while (socket->bytesToWrite() > 0) {
+            if (!socket->waitForBytesWritten(-1))
+                return;
+        }
+    }
+}
+
+bool isWholeRequest(const QByteArray &bytes)
+{
+    return bytes.contains("\r\n\r\n{") && bytes.endsWith('}');
+}
+
+void answerConnection(QTcpSocket *socket, const QByteArray &answer)
+{
+    QByteArray request;
+    while (socket->waitForReadyRead(-1)) {
+        request += socket->readAll();
+        if (!isWholeRequest(request))
+            continue;
+        writeAll(socket, answer);
+        if (request.contains("Connection: close")) {
+            socket->disconnectFromHost();
+            return;
+        }
+        request.clear();
+    }
+}
+
+int serve(const QByteArray &body)
+{
+    const QByteArray length = QByteArray::number(body.size());
+    const QByteArray answer = "HTTP/1.1 200 OK\r\nContent-Length: " + length + "\r\n\r\n" + body;
+    QTcpServer server;
+    if (!server.listen(QHostAddress::LocalHost))
+        return 1;
+    std::printf("%d\n", int(server.serverPort()));
+    std::fflush(stdout);
+    while (server.waitForNewConnection(-1)) {
+        const std::unique_ptr<QTcpSocket> socket(server.nextPendingConnection());
+        answerConnection(socket.get(), answer);
+    }
+    return 0;
+}
+
+// The two readers. Each calls `done` with the text when an answer is complete.
+
+using Done = std::function<void(const QString &text)>;
+
+class Reader
+{
+public:
+    virtual ~Reader() = default;
+    virtual void ask(const Done &done) = 0;
+};
+
+class Client : public Reader
+{
+public:
+    Client(const QString &baseUrl, bool stream)
+    {
+        ModelConfig config;
+        config.baseUrl = baseUrl;
+        config.model = "m";
+        config.stream = stream;
+        m_model.setConfig(config);
+    }
+
+    void ask(const Done &done) override
+    {
+        ChatReply *reply = m_model.chat({ChatMessage::user("Hi")}, {}, nullptr);
+        QObject::connect(reply, &ChatReply::deltaReceived, reply, [this] { ++m_deltas; });
+        QObject::connect(reply, &ChatReply::finished, reply, done);
+        QObject::connect(reply, &ChatReply::failed, reply,
+                         [](const QString &error) { qFatal("%s", qPrintable(error)); });
+    }
+
+private:
+    OpenAICompatibleModel m_model;
+    int m_deltas = 0;
+};
+
+class PlainReader : public Reader
+{
+public:
+    PlainReader(const QString &baseUrl, bool stream)
+        : m_request(QUrl(baseUrl + "/chat/completions"))
+        , m_stream(stream)
+    {
+        m_request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+    }
+
+    void ask(const Done &done) override
+    {
+        m_reply = m_network.post(m_request, QByteArrayLiteral("{}"));
+        if (m_stream)
+            QObject::connect(m_reply, &QNetworkReply::readyRead, &m_network, [this] { readEvents(); });
+        QObject::connect(m_reply, &QNetworkReply::finished, &m_network, [this, done] {
+            m_stream ? readEvents() : readObject();
+            m_reply->deleteLater();
+            done(m_text);
+        });
+    }
+
+private:
+    void readEvents()
+    {
+        m_body += m_reply->readAll();
+        for (int end = m_body.indexOf('\n', m_offset); end >= 0; end = m_body.indexOf('\n', m_offset)) {
+            const QByteArray line = QByteArray::fromRawData(m_body.constData() + m_offset, end - m_offset);
+            m_offset = end + 1;
+            if (!line.startsWith("data: "))
+                continue;
+            const QByteArray data = QByteArray::fromRawData(line.constData() + 6, line.size() - 6);
+            const QJsonObject chunk = QJsonDocument::fromJson(data).object();
+            m_text += chunk["choices"].toArray().at(0).toObject()["delta"].toObject()["content"].toString();
+        }
+    }
+
+    void readObject()
+    {
+        m_body = m_reply->readAll();
+        m_object = QJsonDocument::fromJson(m_body).object();
+        m_text = m_object["choices"].toArray().at(0).toObject()["message"].toObject()["content"].toString();
+    }
+
+    QNetworkAccessManager m_network;
+    QNetworkRequest m_request;
+    QNetworkReply *m_reply = nullptr;
+    bool m_stream;
+    QByteArray m_body;
+    int m_offset = 0;
+    QString m_text;
+    QJsonObject m_object;
+};
+
+// One measurement, in a process of its own. It prints CPU seconds, wall seconds and kilobytes.
+
+double cpuSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const auto seconds = [](const timeval &time) {
+        return double(time.tv_sec) + double(time.tv_usec) * 1e-6;
+    };
+    return seconds(usage.ru_utime) + seconds(usage.ru_stime);
+}
+
+long peakKilobytes()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+int measure(const QString &kind, const QString &baseUrl, const Workload &work)
+{
+    const std::unique_ptr<Reader> reader = [&]() -> std::unique_ptr<Reader> {
+        if (kind == "client")
+            return std::make_unique<Client>(baseUrl, work.stream);
+        return std::make_unique<PlainReader>(baseUrl, work.stream);
+    }();
+    int open = work.requests;
+    qint64 characters = 0;
+    Done done = [&](const QString &text) {
+        characters = text.size();
+        if (--open == 0)
+            QCoreApplication::quit();
+        else
+            reader->ask(done);
+    };
+    const double cpuBefore = cpuSeconds();
+    const long peakBefore = peakKilobytes();
+    QElapsedTimer wall;
+    wall.start();
+    reader->ask(done);
+    QCoreApplication::exec();
+    std::printf("%f %f %ld %lld\n", cpuSeconds() - cpuBefore, double(wall.nsecsElapsed()) * 1e-9,
+                peakKilobytes() - peakBefore, static_cast<long long>(characters));
+    return 0;
+}
+
+// The parent's side.
+
+struct Measurement
+{
+    double cpu = 0;
+    double wall = 0;
+    double memory = 0;
+    double characters = 0;
+};
+
+class ServerProcess
+{
+public:
+    explicit ServerProcess(const QString &name)
+        : m_name(name)
+    {
+        m_process.start(QCoreApplication::applicationFilePath(), {"--serve", name});
+        m_process.waitForReadyRead(-1);
+        m_baseUrl = "http://127.0.0.1:" + QString::fromLatin1(m_process.readLine().trimmed());
+    }
+
+    ~ServerProcess()
+    {
+        m_process.kill();
+        m_process.waitForFinished(-1);
+    }
+
+    Measurement measure(const QString &kind) const
+    {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process.start(QCoreApplication::applicationFilePath(), {"--measure", kind, m_name, m_baseUrl});
+        process.waitForFinished(-1);
+        const QList<QByteArray> numbers = process.readAll().trimmed().split(' ');
+        if (numbers.size() != 4)
+            qFatal("A measurement failed.");
+        return {numbers[0].toDouble(), numbers[1].toDouble(), numbers[2].toDouble(), numbers[3].toDouble()};
+    }
+
+private:
+    QString m_name;
+    QString m_baseUrl;
+    QProcess m_process;
+};
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values.at(values.size() / 2);
+}
+
+void besideThePlainReader(benchmark::State &state, const QString &name)
+{
+    const ServerProcess server(name);
+    std::vector<double> cpu;
+    std::vector<double> memory;
+    std::vector<double> wall;
+    for ([[maybe_unused]] auto iteration : state) {
+        const Measurement plain = server.measure("plain");
+        const Measurement client = server.measure("client");
+        if (client.characters != plain.characters)
+            state.SkipWithError("The two readers read different texts.");
+        cpu.push_back(client.cpu / plain.cpu);
+        memory.push_back(client.memory / plain.memory);
+        wall.push_back(client.wall / plain.wall);
+        state.SetIterationTime(client.wall);
+    }
+    state.counters["cpu"] = median(cpu);
+    state.counters["memory"] = median(memory);
+    state.counters["wall"] = median(wall);
+}
+
+void requestsInARow(benchmark::State &state)
+{
+    const ServerProcess server("short");
+    std::vector<double> wall;
+    for ([[maybe_unused]] auto iteration : state) {
+        const Measurement plain = server.measure("plain");
+        const Measurement client = server.measure("client");
+        wall.push_back(client.wall / plain.wall);
+        state.SetIterationTime(client.wall);
+    }
+    state.counters["wall"] = median(wall);
+}
+
+void rateOfManyEvents(benchmark::State &state)
+{
+    const ServerProcess few("20000");
+    const ServerProcess many("200000");
+    std::vector<double> rate;
+    for ([[maybe_unused]] auto iteration : state) {
+        const double fewWall = few.measure("client").wall;
+        const double manyWall = many.measure("client").wall;
+        rate.push_back((200000 / manyWall) / (20000 / fewWall));
+        state.SetIterationTime(manyWall);
+    }
+    state.counters["rate"] = median(rate);
+}
+
+void addBenchmark(const char *title, int pairs, const std::function<void(benchmark::State &)> &function)
+{
+    benchmark::RegisterBenchmark(title, function)
+        ->UseManualTime()
+        ->Iterations(pairs)
+        ->Unit(benchmark::kMillisecond);
+}
+
+void addBenchmarks()
+{
+    const auto beside = [](const char *name) {
+        return [name](benchmark::State &state) { besideThePlainReader(state, name); };
+    };
+    addBenchmark("stream of 20,000 events", 11, beside("20000"));
+    addBenchmark("stream of 200,000 events", 7, beside("200000"));
+    addBenchmark("one line of 16 MB", 7, beside("line"));
+    addBenchmark("plain answer of 64 MB", 7, beside("plain"));
+    addBenchmark("fifty requests in a row", 3, requestsInARow);
+    addBenchmark("events per second, 200,000 by 20,000", 7, rateOfManyEvents);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication application(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    if (arguments.value(1) == "--serve")
+        return serve(answerBody(arguments.value(2)));
+    if (arguments.value(1) == "--measure")
+        return measure(arguments.value(2), arguments.value(4), workload(arguments.value(3)));
+    addBenchmarks();
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
