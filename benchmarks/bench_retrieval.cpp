@@ -38,42 +38,68 @@ QString question()
     return QStringLiteral("哪些设备异常？请检查 %1。").arg(terms().join(QStringLiteral("，")));
 }
 
-const QStringList &phrases()
+const QStringList &englishWords()
 {
-    static const QStringList list{
-        "设备运行正常，",
-        "振动值超过阈值，需要停机检查。",
-        "The operator on duty reported a leak near the inlet. ",
-        "巡检记录显示温度略有上升，",
-        "Pump-001 was restarted after maintenance; ",
-        "请在下一个班次更换密封件。",
-        "Bearing noise at 2950 RPM, ",
-        "冷却水流量低于设定值，",
-        "The control system logged a warning and continued, ",
-        "valve position feedback does not match the command. ",
-        "Temperature sensor T-17 drifts by 3 degrees; ",
-        "已通知维修班组，",
-        "calibration is planned for the next shutdown of LINE_07. ",
-        "报警已确认并记录在案。",
-        "No further action is needed at this time. ",
-        "Motor current is within limits, ",
-    };
+    static const QStringList list = QStringLiteral("The operator on duty reported a leak near inlet Pump-001 "
+                                                   "was restarted after maintenance bearing Noise at "
+                                                   "2950 RPM control system logged warning and continued "
+                                                   "Valve position feedback does not match command "
+                                                   "Temperature sensor T-17 drifts by 3 degrees calibration "
+                                                   "is planned for next shutdown of LINE_07 LINE_12 no "
+                                                   "further action needed this time Motor current within "
+                                                   "limits vibration above threshold alarm confirmed "
+                                                   "Network gateway lost connection twice since Monday "
+                                                   "Pressure stable again replaced seals during night shift")
+                                        .split(' ');
     return list;
 }
 
+const QStringList &chineseWords()
+{
+    static const QStringList list = QStringLiteral("设备 运行 正常 振动值 超过 阈值 需要 停机 检查 巡检 记录 "
+                                                   "显示 温度 略有 上升 请 在 下一个 班次 更换 密封件 "
+                                                   "冷却水 流量 低于 设定值 已 通知 维修 班组 报警 确认 并 "
+                                                   "的 了 水泵 阀门 电机 风机 传感器 压力 稳定 异常 报告")
+                                        .split(' ');
+    return list;
+}
+
+class TextSource
+{
+public:
+    QString record(int number)
+    {
+        QString text = QStringLiteral("记录 %1：").arg(number);
+        while (text.size() < documentLength)
+            text += next(2) == 0 ? sentence(englishWords(), " ", ". ") : sentence(chineseWords(), "", "。");
+        return text;
+    }
+
+private:
+    int next(int limit)
+    {
+        m_seed = m_seed * 6364136223846793005u + 1442695040888963407u;
+        return static_cast<int>((m_seed >> 33) % static_cast<quint64>(limit));
+    }
+
+    QString sentence(const QStringList &words, const QString &gap, const QString &end)
+    {
+        QStringList chosen;
+        for (int count = 4 + next(8); count > 0; --count)
+            chosen.append(words.at(next(static_cast<int>(words.size()))));
+        return chosen.join(gap) + end;
+    }
+
+    quint64 m_seed = 7;
+};
+
 QStringList corpus()
 {
-    quint32 seed = 7;
+    TextSource source;
     QStringList documents;
     documents.reserve(documentCount);
-    for (int number = 0; number < documentCount; ++number) {
-        QString document = QStringLiteral("记录 %1：").arg(number);
-        while (document.size() < documentLength) {
-            seed = seed * 1664525 + 1013904223;
-            document += phrases().at(static_cast<int>((seed >> 16) % uint(phrases().size())));
-        }
-        documents.append(document);
-    }
+    for (int number = 0; number < documentCount; ++number)
+        documents.append(source.record(number));
     return documents;
 }
 

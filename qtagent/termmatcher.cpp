@@ -110,7 +110,12 @@ int TermMatcher::countTermsIn(const QString &document)
     for (const QChar character : document) {
         if (count == m_termCount)
             break;
-        state = state->next[symbolOf(character)];
+        const int symbol = symbolOf(character);
+        if (symbol == separator) {
+            state = m_root;
+            continue;
+        }
+        state = state->next[symbol];
         count += markTerms(state->ending);
         if (endsInSeparator(character))
             state = m_root;
