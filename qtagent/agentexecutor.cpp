@@ -212,7 +212,7 @@ void AgentExecutor::execute(const ToolCallRequest &call, AgentTool *tool)
 
     if (run)
         Q_EMIT traceAdded(trace);
-    if (!run || run->canceled)
+    if (!run)
         return;
     run->conversation.append(ChatMessage::tool(call.id, call.name, trace.output));
     post(&AgentExecutor::processNextCall);

@@ -27,7 +27,9 @@ private Q_SLOTS:
     void requestsAreLimited();
     void everyRunCountsItsRequests();
     void toolCallsRunOneAfterAnother();
+    void firstToolCallRunsWhenTheAnswerArrives();
     void oneToolCallATurnOfTheEventLoop();
+    void nextRequestHasATurnOfItsOwn();
     void resultsGoBackToTheModel();
     void missingContentIsSentAsEmpty_data();
     void missingContentIsSentAsEmpty();
@@ -248,6 +250,18 @@ void TestAgentExecutor::toolCallsRunOneAfterAnother()
     QCOMPARE(agent.requestCount(), 2);
 }
 
+void TestAgentExecutor::firstToolCallRunsWhenTheAnswerArrives()
+{
+    AgentFixture agent;
+    agent.executor->run("question");
+    const QPointer<ChatReply> reply = agent.model->lastCall().reply;
+    const QJsonObject message{{"tool_calls", AgentFixture::callsOf({"read", "read"})}};
+    reply->setResponse({{"choices", QJsonArray{QJsonObject{{"message", message}}}}});
+    QVERIFY(agent.log.isEmpty());
+    reply->finish("");
+    QCOMPARE(agent.log, (QStringList{"call read", "trace read success"}));
+}
+
 void TestAgentExecutor::oneToolCallATurnOfTheEventLoop()
 {
     AgentFixture agent;
@@ -259,6 +273,25 @@ void TestAgentExecutor::oneToolCallATurnOfTheEventLoop()
     agent.run();
     QCOMPARE(agent.log, (QStringList{"delta ", "call tool", "trace tool success", "turn", "call tool",
                                      "trace tool success", "turn"}));
+}
+
+void TestAgentExecutor::nextRequestHasATurnOfItsOwn()
+{
+    AgentFixture agent;
+    QVector<int> requestsByTurn;
+    const auto countInTheNextTwoTurns = [&agent, &requestsByTurn] {
+        QTimer::singleShot(0, &agent, [&agent, &requestsByTurn] {
+            requestsByTurn.append(agent.requestCount());
+            QTimer::singleShot(0, &agent,
+                               [&agent, &requestsByTurn] { requestsByTurn.append(agent.requestCount()); });
+        });
+    };
+    agent.addTool("tool", ToolPermission::ReadOnly, countInTheNextTwoTurns);
+    agent.model->addToolCalls(AgentFixture::callsOf({"tool"}));
+    agent.run();
+    // The first turn finds the queue empty, the second one sends.
+    QCOMPARE(requestsByTurn, (QVector<int>{1, 1}));
+    QCOMPARE(agent.requestCount(), 2);
 }
 
 void TestAgentExecutor::resultsGoBackToTheModel()
