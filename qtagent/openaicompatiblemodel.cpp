@@ -155,7 +155,9 @@ QUrl completionsUrl(const QString &baseUrl)
     QString address = baseUrl.trimmed();
     while (address.endsWith(QLatin1Char('/')))
         address.chop(1);
-    return QUrl(address + QLatin1String("/chat/completions"), QUrl::TolerantMode);
+    const QUrl url(address + QLatin1String("/chat/completions"), QUrl::TolerantMode);
+    // Of an address with a bad port Qt would still use the host, and send the key to its port 80.
+    return url.isValid() ? url : QUrl();
 }
 
 // A line break in a header's value would start a header of its own.

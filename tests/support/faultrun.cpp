@@ -1,0 +1,78 @@
+#include "faultrun.h"
+
+#include <qtagent/openaicompatiblemodel.h>
+
+#include <QEventLoop>
+#include <QNetworkReply>
+#include <QTimer>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+constexpr int patienceMs = 20000;
+
+// Whether the reply is over and nothing is left of its request, from which a second outcome could come.
+bool runUntilOver(ChatReply *reply)
+{
+    QEventLoop loop;
+    QTimer patience;
+    QObject::connect(&patience, &QTimer::timeout, &loop, [&loop] { loop.exit(1); });
+    patience.start(patienceMs);
+    const auto quitOnceOver = [&loop, reply] {
+        if (const auto *networkReply = reply->parent()->findChild<QNetworkReply *>())
+            QObject::connect(networkReply, &QObject::destroyed, &loop, &QEventLoop::quit, Qt::QueuedConnection);
+        else
+            QTimer::singleShot(0, &loop, &QEventLoop::quit);
+    };
+    QObject::connect(reply, &ChatReply::finished, &loop, quitOnceOver);
+    QObject::connect(reply, &ChatReply::failed, &loop, quitOnceOver);
+    return loop.exec() == 0;
+}
+
+} // namespace
+
+QString faultKey()
+{
+    return "sk-only-for-the-header";
+}
+
+ModelConfig faultConfig(const QString &baseUrl, AnswerMode mode)
+{
+    ModelConfig config;
+    config.baseUrl = baseUrl;
+    config.apiKey = faultKey();
+    config.model = "m";
+    config.stream = mode == AnswerMode::Stream;
+    return config;
+}
+
+QStringList signalsOf(const QString &baseUrl, AnswerMode mode)
+{
+    OpenAICompatibleModel model;
+    model.setConfig(faultConfig(baseUrl, mode));
+    ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
+    QStringList log;
+    QObject::connect(reply, &ChatReply::deltaReceived, reply,
+                     [&](const QString &text) { log += "delta " + text; });
+    QObject::connect(reply, &ChatReply::responseReceived, reply, [&] { log += "response"; });
+    QObject::connect(reply, &ChatReply::finished, reply,
+                     [&](const QString &text) { log += "finished " + text; });
+    QObject::connect(reply, &ChatReply::failed, reply, [&](const QString &text) { log += "failed " + text; });
+    if (!runUntilOver(reply))
+        log += "(nothing more arrives)";
+    log.replaceInStrings(baseUrl + "/chat/completions", "{url}");
+    log.replaceInStrings(faultKey(), "{key}");
+    return log;
+}
+
+QString failure(const QString &status, const QString &networkError, const QString &response)
+{
+    QStringList lines{"failed OpenAI-compatible request failed.", "URL: {url}"};
+    if (!status.isEmpty())
+        lines.append("HTTP status: " + status);
+    if (!networkError.isEmpty())
+        lines.append("Network error: " + networkError);
+    lines.append("Response: " + response);
+    return lines.join("\n");
+}

@@ -1,0 +1,26 @@
+#ifndef MIRELOQTLIB_QTAGENT_TESTS_FAULTRUN_H
+#define MIRELOQTLIB_QTAGENT_TESTS_FAULTRUN_H
+
+#include <qtagent/modelconfig.h>
+
+#include <QStringList>
+
+// What a caller of the HTTP client sees of one request to a server that may do anything.
+
+enum class AnswerMode { Whole, Stream };
+
+/// The key that faultConfig() carries. No text that the client emits may contain it.
+QString faultKey();
+
+/// Returns a profile for @p baseUrl.
+MireloQtLib::QtAgent::ModelConfig faultConfig(const QString &baseUrl, AnswerMode mode);
+
+/// Sends one question, waits until the request is over and nothing of it is left, and returns every signal
+/// in the order of emission: "delta ...", "response", "finished ..." or "failed ...". In the texts "{url}"
+/// stands for the request's whole address and "{key}" for the key.
+QStringList signalsOf(const QString &baseUrl, AnswerMode mode);
+
+/// Returns the report of a failed request. @p status and @p networkError are left out where empty.
+QString failure(const QString &status, const QString &networkError, const QString &response);
+
+#endif
