@@ -25,6 +25,8 @@ QString indented(const QJsonObject &object)
     return QString::fromUtf8(QJsonDocument(object).toJson());
 }
 
+constexpr int outputColumn = 2;
+
 QTableWidget *createStepsTable(QWidget *parent)
 {
     auto *table = new QTableWidget(0, 4, parent);
@@ -32,6 +34,8 @@ QTableWidget *createStepsTable(QWidget *parent)
     table->setAccessibleName(QStringLiteral("步骤"));
     table->setHorizontalHeaderLabels(
         {QStringLiteral("节点"), QStringLiteral("路由"), QStringLiteral("输出"), QStringLiteral("状态")});
+    table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
+    table->horizontalHeader()->setSectionResizeMode(outputColumn, QHeaderView::Stretch);
     table->horizontalHeader()->setStretchLastSection(true);
     table->setAlternatingRowColors(true);
     table->setEditTriggers(QAbstractItemView::NoEditTriggers);

@@ -27,6 +27,8 @@ QStringList linesOf(const ScriptedModel::Call &call)
 
 } // namespace
 
+Q_DECLARE_METATYPE(std::function<void(ChatReply *)>)
+
 class TestModelPages : public QObject
 {
     Q_OBJECT
@@ -371,6 +373,5 @@ void TestModelPages::failureReplacesTheContext()
     QCOMPARE(driver.output(), QStringLiteral("错误：broken"));
 }
 
-Q_DECLARE_METATYPE(std::function<void(ChatReply *)>)
 QTEST_MAIN(TestModelPages)
 #include "tst_modelpages.moc"

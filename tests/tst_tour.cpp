@@ -2,6 +2,7 @@
 
 #include <QImage>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTcpServer>
 #include <QtTest>
 
@@ -53,7 +54,7 @@ QStringList reportedPictures(const QStringList &reports)
 {
     QStringList names;
     for (const QString &report : reports)
-        names.append(report.section(' ', 0, 0) + ".png");
+        names.append(QString(report).remove(QRegularExpression("( ok| failed: .*)$")) + ".png");
     return names;
 }
 
