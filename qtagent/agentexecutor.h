@@ -85,7 +85,8 @@ public:
 
 public Q_SLOTS:
     /// Ends the run and cancels its request. Nothing is emitted, except for the trace of a tool that is
-    /// running at this moment. Does nothing where nothing runs.
+    /// running at this moment. Where the run has ended already, its last reply is marked as canceled and
+    /// nothing else happens.
     void cancel();
 
     /// Answers approvalRequired(). Does nothing unless @p approvalId is the id of the call that is waiting
