@@ -51,7 +51,7 @@ QSpinBox *newSpinBox(const QString &objectName, int minimum, int maximum, int va
 
 QString displayName(const ModelConfig &profile, int index)
 {
-    const QString name = profile.name.trimmed();
+    QString name = profile.name.trimmed();
     if (!name.isEmpty())
         return name;
     const QString model = profile.model.trimmed();
