@@ -1,5 +1,5 @@
-#ifndef DEMOGRAPHS_H
-#define DEMOGRAPHS_H
+#ifndef ORVANE_DEMOGRAPHS_H
+#define ORVANE_DEMOGRAPHS_H
 
 #include <qtagent/stategraph.h>
 

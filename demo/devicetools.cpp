@@ -242,6 +242,7 @@ QTableWidget *createDeviceTable(const QVector<DeviceRecord> &devices)
     table->setAccessibleName(QStringLiteral("设备"));
     table->setHorizontalHeaderLabels(labels);
     table->horizontalHeader()->setStretchLastSection(true);
+    table->verticalHeader()->hide(); // leaves its width to the alarms
     table->setAlternatingRowColors(true);
     table->setEditTriggers(QAbstractItemView::NoEditTriggers);
     for (int row = 0; row < devices.size(); ++row) {

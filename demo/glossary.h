@@ -1,5 +1,5 @@
-#ifndef GLOSSARY_H
-#define GLOSSARY_H
+#ifndef ORVANE_GLOSSARY_H
+#define ORVANE_GLOSSARY_H
 
 #include <qtagent/agenttool.h>
 

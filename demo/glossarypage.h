@@ -1,5 +1,5 @@
-#ifndef GLOSSARYPAGE_H
-#define GLOSSARYPAGE_H
+#ifndef ORVANE_GLOSSARYPAGE_H
+#define ORVANE_GLOSSARYPAGE_H
 
 #include <demo/demopages.h>
 

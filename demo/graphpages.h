@@ -1,5 +1,5 @@
-#ifndef GRAPHPAGES_H
-#define GRAPHPAGES_H
+#ifndef ORVANE_GRAPHPAGES_H
+#define ORVANE_GRAPHPAGES_H
 
 #include <qtagent/stategraph.h>
 

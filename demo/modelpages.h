@@ -1,5 +1,5 @@
-#ifndef MODELPAGES_H
-#define MODELPAGES_H
+#ifndef ORVANE_MODELPAGES_H
+#define ORVANE_MODELPAGES_H
 
 #include <demo/demopages.h>
 

@@ -1,5 +1,5 @@
-#ifndef PAGEPARTS_H
-#define PAGEPARTS_H
+#ifndef ORVANE_PAGEPARTS_H
+#define ORVANE_PAGEPARTS_H
 
 #include <QString>
 

@@ -1,5 +1,5 @@
-#ifndef PARALLELBRANCHES_H
-#define PARALLELBRANCHES_H
+#ifndef ORVANE_PARALLELBRANCHES_H
+#define ORVANE_PARALLELBRANCHES_H
 
 #include <demo/demopages.h>
 

@@ -1,5 +1,5 @@
-#ifndef SIMPLEPAGE_H
-#define SIMPLEPAGE_H
+#ifndef ORVANE_SIMPLEPAGE_H
+#define ORVANE_SIMPLEPAGE_H
 
 #include <demo/pageparts.h>
 

@@ -1,5 +1,5 @@
-#ifndef WORKFLOWPAGES_H
-#define WORKFLOWPAGES_H
+#ifndef ORVANE_WORKFLOWPAGES_H
+#define ORVANE_WORKFLOWPAGES_H
 
 #include <demo/demopages.h>
 

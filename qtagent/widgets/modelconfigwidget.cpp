@@ -11,6 +11,9 @@ namespace QtAgent {
 
 namespace {
 
+// Room for a frame and a style sheet's padding beside the default address, in pixels.
+constexpr int addressMargin = 24;
+
 constexpr int profileComboCharacters = 12;
 constexpr int msPerSecond = 1000;
 
@@ -111,6 +114,8 @@ void ModelConfigWidget::addRows()
     form->addRow(QStringLiteral("配置名称"), m_profileCombo);
     form->addRow(QStringLiteral("模型提供方"), m_providerCombo);
     form->addRow(QStringLiteral("Base URL"), m_baseUrlEdit);
+    const QString address = defaultBaseUrl(QStringLiteral("openai"));
+    m_baseUrlEdit->setMinimumWidth(fontMetrics().horizontalAdvance(address) + addressMargin);
     form->addRow(QStringLiteral("API Key"), m_apiKeyEdit);
     form->addRow(QStringLiteral("模型名称"), m_modelEdit);
     form->addRow(QStringLiteral("最大 Token"), m_maxTokensSpin);
