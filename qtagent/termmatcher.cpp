@@ -68,8 +68,11 @@ TermMatcher::State *TermMatcher::stateAfter(State *state, int symbol)
         return m_root;
     }
     State *&next = state->next[symbol];
-    if (!next)
+    if (!next) {
         next = &m_states.emplace_back();
+        next->length = state->length + 1;
+        m_longestTerm = qMax(m_longestTerm, next->length);
+    }
     return next;
 }
 
@@ -102,24 +105,28 @@ void TermMatcher::linkSuffixes()
     }
 }
 
+// Reads the halves of a document in turns: each state waits for the one before it in its half, not for the
+// other half. The halves overlap by the longest term, and a term that both find is counted once.
 int TermMatcher::countTermsIn(const QString &document)
 {
     ++m_document;
     int count = 0;
-    State *state = m_root;
-    for (const QChar character : document) {
-        if (count == m_termCount)
-            break;
-        const int symbol = symbolOf(character);
-        if (symbol == separator) {
-            state = m_root;
-            continue;
-        }
-        state = state->next[symbol];
-        count += markTerms(state->ending);
-        if (endsInSeparator(character))
-            state = m_root;
-    }
+    const auto overlap = qMin<decltype(document.size())>(document.size(), m_longestTerm);
+    const QChar *first = document.cbegin();
+    const QChar *second = first + (document.size() - overlap) / 2;
+    State *firstState = m_root;
+    State *secondState = m_root;
+    for (; second != document.cend() && count < m_termCount; ++first, ++second)
+        count += read(*first, firstState) + read(*second, secondState);
+    return count;
+}
+
+int TermMatcher::read(QChar character, State *&state)
+{
+    state = state->next[symbolOf(character)];
+    const int count = markTerms(state->ending);
+    if (endsInSeparator(character))
+        state = m_root;
     return count;
 }
 

@@ -35,6 +35,7 @@ private:
         State *suffix = nullptr;
         // The longest term that the characters read end with: this state, one of its suffixes or none.
         State *ending = nullptr;
+        int length = 0;
         int lastDocument = 0;
     };
 
@@ -42,11 +43,13 @@ private:
     State *stateAfter(State *state, int symbol);
     void endTerm(State *state);
     void linkSuffixes();
+    int read(QChar character, State *&state);
     int markTerms(State *ending);
 
     std::deque<State> m_states = std::deque<State>(1);
     State *m_root = &m_states.front();
     int m_termCount = 0;
+    int m_longestTerm = 0;
     int m_document = 0;
 };
 

@@ -64,6 +64,7 @@ private Q_SLOTS:
     void everyCharacterOfAQuestionFoldsAsToLower();
     void loneSurrogatesSeparateWhateverToLowerMakesOfThem();
     void randomTextsCountAsThePlainWay();
+    void termIsFoundAtEveryPlace();
     void documentsDoNotInfluenceEachOther();
     void longQuestionIsMatched();
 };
@@ -184,6 +185,18 @@ void TestTermMatcher::randomTextsCountAsThePlainWay()
         const QString question = randomText(24);
         const QString document = randomText(40);
         QCOMPARE(count(question, document), plainCount(question, document));
+    }
+}
+
+void TestTermMatcher::termIsFoundAtEveryPlace()
+{
+    const QString term = "pumpvalve";
+    for (const QString &question :
+         {term, term + " a_much_longer_term_than_any_document_here_could_ever_hold"}) {
+        for (int length = static_cast<int>(term.size()); length <= 30; ++length) {
+            for (int place = 0; place <= length - term.size(); ++place)
+                QCOMPARE(count(question, QString(length, 'p').replace(place, term.size(), term)), 1);
+        }
     }
 }
 
