@@ -242,6 +242,7 @@ private Q_SLOTS:
     void argumentsAgainstTheSchemaDoNotEndTheRun();
     void stopWhileTheDialogIsOpenClosesItAndDropsItsAnswer();
     void newRunWhileTheDialogIsOpenAsksAnew();
+    void newRunWhileTheDialogIsOpenKeepsThePanelBusy();
     void acceptedAnswerOfAnEndedRunIsDropped();
     void runThatTheTraceOfADenialStartsGoesOn();
     void windowMayBeDeletedWhileTheDialogIsOpen();
@@ -538,6 +539,22 @@ void TestDeviceAgentPage::newRunWhileTheDialogIsOpenAsksAnew()
     QCOMPARE(scripted.driver.traces(), QStringList("export_report success"));
     QCOMPARE(scripted.model.calls().size(), 3);
     QCOMPARE(scripted.driver.transcript().last(), "完成");
+}
+
+void TestDeviceAgentPage::newRunWhileTheDialogIsOpenKeepsThePanelBusy()
+{
+    ScriptedPage scripted;
+    scripted.addExport("c1", "r.txt");
+    const DialogAnswers answers([&](ApprovalDialog *) {
+        scripted.driver.stop();
+        scripted.driver.ask("二"); // is left without an answer
+    });
+    scripted.driver.ask("一");
+    QTRY_COMPARE(scripted.model.calls().size(), 2);
+    QTRY_VERIFY(scripted.window->findChildren<ApprovalDialog *>().isEmpty());
+    drainEvents();
+    QVERIFY(scripted.driver.isBusy());
+    QVERIFY(!scripted.model.lastCall().reply->isCanceled());
 }
 
 void TestDeviceAgentPage::acceptedAnswerOfAnEndedRunIsDropped()
