@@ -1,5 +1,6 @@
 #include "approvalprompt.h"
 
+#include <qtagent/agentexecutor.h>
 #include <qtagent/widgets/approvaldialog.h>
 
 using namespace MireloQtLib::QtAgent;
@@ -10,17 +11,21 @@ ApprovalPrompt::ApprovalPrompt(QObject *parent)
 
 ApprovalPrompt::~ApprovalPrompt() = default;
 
-std::optional<bool> ApprovalPrompt::ask(const ApprovalRequest &request, QWidget *window)
+void ApprovalPrompt::ask(const ApprovalRequest &request, AgentExecutor *executor, QWidget *window)
 {
     const int run = m_run;
     const QPointer<ApprovalPrompt> self(this);
+    const QPointer<AgentExecutor> asking(executor);
     const QPointer<ApprovalDialog> dialog(new ApprovalDialog(request, window));
     m_dialog = dialog;
     const bool isAllowed = dialog->exec() == QDialog::Accepted;
     delete dialog;
     if (!self || run != m_run)
-        return std::nullopt;
-    return isAllowed;
+        return;
+    if (!isAllowed)
+        Q_EMIT denied();
+    if (asking)
+        asking->resolveApproval(request.approvalId, isAllowed);
 }
 
 void ApprovalPrompt::leaveRun()

@@ -4,14 +4,13 @@
 #include <QObject>
 #include <QPointer>
 
-#include <optional>
-
 QT_BEGIN_NAMESPACE
 class QWidget;
 QT_END_NAMESPACE
 
 namespace MireloQtLib {
 namespace QtAgent {
+class AgentExecutor;
 class ApprovalDialog;
 struct ApprovalRequest;
 } // namespace QtAgent
@@ -29,12 +28,18 @@ public:
     explicit ApprovalPrompt(QObject *parent = nullptr);
     ~ApprovalPrompt() override;
 
-    /// Asks the user above @p window and returns the answer. Returns nothing where the run that asks was
-    /// left meanwhile, or where the prompt itself, and with it most likely its page, is gone.
-    std::optional<bool> ask(const MireloQtLib::QtAgent::ApprovalRequest &request, QWidget *window);
+    /// Asks the user above @p window and hands the answer to @p executor. Hands on nothing where the run
+    /// that asks was left meanwhile, or where the prompt itself, and most likely its page, is gone.
+    void ask(const MireloQtLib::QtAgent::ApprovalRequest &request,
+             MireloQtLib::QtAgent::AgentExecutor *executor, QWidget *window);
 
     /// Closes an open dialog, whose answer no longer counts. Call it whenever a run ends or is replaced.
     void leaveRun();
+
+Q_SIGNALS:
+    /// The user denied, which ends the run. Emitted before the executor hears of it: a slot of its trace may
+    /// start the next run.
+    void denied();
 
 private:
     QPointer<MireloQtLib::QtAgent::ApprovalDialog> m_dialog;

@@ -352,6 +352,7 @@ void DeviceAgentPage::connectExecutor()
     connect(m_executor, &AgentExecutor::traceAdded, m_traces, &ToolCallTraceView::addTrace);
     connect(m_executor, &AgentExecutor::failed, this, &DeviceAgentPage::showFailure);
     connect(m_executor, &AgentExecutor::approvalRequired, this, &DeviceAgentPage::askForApproval);
+    connect(m_approval, &ApprovalPrompt::denied, this, &DeviceAgentPage::rest);
 }
 
 void DeviceAgentPage::send(const QString &text)
@@ -388,13 +389,7 @@ void DeviceAgentPage::showFailure(const QString &error)
 
 void DeviceAgentPage::askForApproval(const ApprovalRequest &request)
 {
-    const std::optional<bool> answer = m_approval->ask(request, window());
-    if (!answer)
-        return;
-    if (!*answer)
-        rest(); // first: a slot of the denial's trace may start the next run
-    if (m_executor)
-        m_executor->resolveApproval(request.approvalId, *answer);
+    m_approval->ask(request, m_executor, window());
 }
 
 void DeviceAgentPage::rest()

@@ -8,7 +8,6 @@
 #include <qtagent/toolregistry.h>
 
 #include <QGroupBox>
-#include <QHBoxLayout>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSplitter>
@@ -22,11 +21,8 @@ GlossaryPage::GlossaryPage(const ModelProvider &model, const ToolRegistryProvide
     , m_registry(registry)
     , m_approval(new ApprovalPrompt(this))
 {
-    auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(14, 14, 14, 14);
-    layout->setSpacing(12);
-    layout->addWidget(createForm(), 0);
-    layout->addWidget(createOutputs(), 1);
+    layOutPage(this, createForm(), createOutputs());
+    connect(m_approval, &ApprovalPrompt::denied, this, &GlossaryPage::rest);
     setRunning(false);
 }
 
@@ -40,12 +36,8 @@ QWidget *GlossaryPage::createForm()
                        QStringLiteral("请解释 Orvane Workflow 和 Chain 的区别，并说明什么时候需要工具调用。"),
                        {340, 180});
     m_input->setObjectName(QStringLiteral("pageInput"));
-    m_runButton = new QPushButton(QStringLiteral("让 AI 调用工具"));
-    m_runButton->setObjectName(QStringLiteral("runButton"));
-    m_stopButton = new QPushButton(QStringLiteral("停止"));
-    m_stopButton->setObjectName(QStringLiteral("stopButton"));
-    layout->addWidget(m_runButton, 0);
-    layout->addWidget(m_stopButton, 0);
+    m_runButton = addButton(layout, QStringLiteral("让 AI 调用工具"), QStringLiteral("runButton"));
+    m_stopButton = addButton(layout, QStringLiteral("停止"), QStringLiteral("stopButton"));
     connect(m_runButton, &QPushButton::clicked, this, &GlossaryPage::run);
     connect(m_stopButton, &QPushButton::clicked, this, &GlossaryPage::stop);
     return form;
@@ -135,13 +127,7 @@ void GlossaryPage::showFailure(const QString &error)
 
 void GlossaryPage::askForApproval(const ApprovalRequest &request)
 {
-    const std::optional<bool> answer = m_approval->ask(request, window());
-    if (!answer)
-        return;
-    if (!*answer)
-        rest(); // first: a slot of the denial's trace may start the next run
-    if (m_executor)
-        m_executor->resolveApproval(request.approvalId, *answer);
+    m_approval->ask(request, m_executor, window());
 }
 
 void GlossaryPage::stop()

@@ -6,7 +6,6 @@
 #include <QCheckBox>
 #include <QFormLayout>
 #include <QGroupBox>
-#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QJsonDocument>
 #include <QLineEdit>
@@ -45,10 +44,7 @@ QTableWidget *createStepsTable(QWidget *parent)
 
 QPushButton *addRunButton(QVBoxLayout *layout)
 {
-    auto *button = new QPushButton(QStringLiteral("运行流程"));
-    button->setObjectName(QStringLiteral("runButton"));
-    layout->addWidget(button, 0);
-    return button;
+    return addButton(layout, QStringLiteral("运行流程"), QStringLiteral("runButton"));
 }
 
 struct ParsedState
@@ -83,11 +79,7 @@ GraphRunPage::GraphRunPage(const QString &title, QWidget *parent)
     results->addWidget(m_output);
     results->addWidget(m_steps);
 
-    auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(14, 14, 14, 14);
-    layout->setSpacing(12);
-    layout->addWidget(formBox, 0);
-    layout->addWidget(results, 1);
+    layOutPage(this, formBox, results);
 }
 
 GraphRunPage::~GraphRunPage() = default;
@@ -184,10 +176,8 @@ MemoryPage::~MemoryPage() = default;
 
 void MemoryPage::addTurn(const QString &buttonText, const QString &buttonName, const QString &message)
 {
-    auto *button = new QPushButton(buttonText);
-    button->setObjectName(buttonName);
-    form()->addWidget(button, 0);
-    connect(button, &QPushButton::clicked, this, [this, message] { run(message); });
+    connect(addButton(form(), buttonText, buttonName), &QPushButton::clicked, this,
+            [this, message] { run(message); });
 }
 
 void MemoryPage::run(const QString &message)

@@ -5,10 +5,18 @@
 #include <QGroupBox>
 #include <QLabel>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QTextCursor>
 #include <QVBoxLayout>
 
 using MireloQtLib::QtAgent::ChatReply;
+
+namespace {
+
+constexpr int pageMargin = 14;
+constexpr int pageSpacing = 12;
+
+} // namespace
 
 QPlainTextEdit *addInput(QVBoxLayout *layout, const QString &label, const QString &text,
                          const InputSize &minimum)
@@ -21,6 +29,14 @@ QPlainTextEdit *addInput(QVBoxLayout *layout, const QString &label, const QStrin
     layout->addWidget(inputLabel, 0);
     layout->addWidget(input, 1);
     return input;
+}
+
+QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &objectName)
+{
+    auto *button = new QPushButton(text);
+    button->setObjectName(objectName);
+    layout->addWidget(button, 0);
+    return button;
 }
 
 QPlainTextEdit *createOutput(const QString &name, QWidget *parent)
@@ -38,6 +54,15 @@ QGroupBox *createTitledArea(const QString &title, QWidget *content, QWidget *par
     auto *layout = new QVBoxLayout(area);
     layout->addWidget(content);
     return area;
+}
+
+void layOutPage(QWidget *page, QWidget *form, QWidget *results)
+{
+    auto *layout = new QHBoxLayout(page);
+    layout->setContentsMargins(pageMargin, pageMargin, pageMargin, pageMargin);
+    layout->setSpacing(pageSpacing);
+    layout->addWidget(form, 0);
+    layout->addWidget(results, 1);
 }
 
 void appendText(QPlainTextEdit *output, const QString &text)

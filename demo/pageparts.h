@@ -6,6 +6,7 @@
 QT_BEGIN_NAMESPACE
 class QGroupBox;
 class QPlainTextEdit;
+class QPushButton;
 class QVBoxLayout;
 class QWidget;
 QT_END_NAMESPACE
@@ -29,11 +30,17 @@ struct InputSize
 QPlainTextEdit *addInput(QVBoxLayout *layout, const QString &label, const QString &text,
                          const InputSize &minimum = {});
 
+/// Adds a button to @p layout.
+QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &objectName);
+
 /// Returns a read-only editor with the accessible name @p name, owned by @p parent.
 QPlainTextEdit *createOutput(const QString &name, QWidget *parent);
 
 /// Returns a group box titled @p title that holds @p content, owned by @p parent.
 QGroupBox *createTitledArea(const QString &title, QWidget *content, QWidget *parent);
+
+/// Lays @p form, which keeps its width, and @p results out side by side on @p page.
+void layOutPage(QWidget *page, QWidget *form, QWidget *results);
 
 /// Inserts @p text at the end of @p output as plain text and scrolls to it.
 void appendText(QPlainTextEdit *output, const QString &text);

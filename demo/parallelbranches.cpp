@@ -5,7 +5,6 @@
 #include <qtagent/chatmodel.h>
 
 #include <QGroupBox>
-#include <QHBoxLayout>
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QPushButton>
@@ -107,11 +106,7 @@ ParallelBranchesPage::ParallelBranchesPage(const ModelProvider &model, QWidget *
     : QWidget(parent)
     , m_model(model)
 {
-    auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(14, 14, 14, 14);
-    layout->setSpacing(12);
-    layout->addWidget(createForm(), 0);
-    layout->addWidget(createOutputs(), 1);
+    layOutPage(this, createForm(), createOutputs());
     setRunning(false);
 }
 
@@ -123,12 +118,8 @@ QWidget *ParallelBranchesPage::createForm()
     auto *layout = new QVBoxLayout(form);
     m_input = addInput(layout, QStringLiteral("输入数据"), defaultInput());
     m_input->setObjectName(QStringLiteral("pageInput"));
-    m_runButton = new QPushButton(QStringLiteral("并行运行"));
-    m_runButton->setObjectName(QStringLiteral("runButton"));
-    m_stopButton = new QPushButton(QStringLiteral("停止"));
-    m_stopButton->setObjectName(QStringLiteral("stopButton"));
-    layout->addWidget(m_runButton, 0);
-    layout->addWidget(m_stopButton, 0);
+    m_runButton = addButton(layout, QStringLiteral("并行运行"), QStringLiteral("runButton"));
+    m_stopButton = addButton(layout, QStringLiteral("停止"), QStringLiteral("stopButton"));
     connect(m_runButton, &QPushButton::clicked, this, &ParallelBranchesPage::start);
     connect(m_stopButton, &QPushButton::clicked, this, &ParallelBranchesPage::stop);
     return form;

@@ -3,7 +3,6 @@
 #include <qtagent/chatmodel.h>
 
 #include <QGroupBox>
-#include <QHBoxLayout>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -20,19 +19,13 @@ SimplePage::SimplePage(const Content &content, Action action, QWidget *parent)
     auto *formLayout = new QVBoxLayout(form);
     m_input = addInput(formLayout, content.inputLabel, content.defaultInput);
     m_input->setObjectName(QStringLiteral("pageInput"));
-    auto *runButton = new QPushButton(QStringLiteral("运行"));
-    runButton->setObjectName(QStringLiteral("runButton"));
-    formLayout->addWidget(runButton, 0);
+    QPushButton *runButton = addButton(formLayout, QStringLiteral("运行"), QStringLiteral("runButton"));
 
     m_output = createOutput(QStringLiteral("输出"), this);
     m_output->setObjectName(QStringLiteral("pageOutput"));
     m_output->setMinimumHeight(220);
 
-    auto *layout = new QHBoxLayout(this);
-    layout->setContentsMargins(14, 14, 14, 14);
-    layout->setSpacing(12);
-    layout->addWidget(form, 0);
-    layout->addWidget(m_output, 1);
+    layOutPage(this, form, m_output);
 
     connect(runButton, &QPushButton::clicked, this, &SimplePage::run);
 }
