@@ -106,7 +106,8 @@ StateGraph loopGraph()
     const QString step = QStringLiteral("step");
     StateGraph graph;
     graph.addNode(step, [](const QJsonObject &state) {
-        const int count = state.value(QStringLiteral("count")).toInt() + 1;
+        // The number is the user's: an int may have no successor.
+        const qint64 count = qint64(state.value(QStringLiteral("count")).toInt()) + 1;
         QJsonArray log = state.value(QStringLiteral("log")).toArray();
         log.append(QStringLiteral("第 %1 步已执行").arg(count));
         return QJsonObject{{QStringLiteral("count"), count}, {QStringLiteral("log"), log}};

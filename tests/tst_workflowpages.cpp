@@ -215,6 +215,10 @@ void TestWorkflowPages::loopRunsUntilThree_data()
                                    R"({"count":3,"log":["第 1 步已执行","第 2 步已执行","第 3 步已执行"]})");
     QTest::newRow("from 5 once") << QByteArray(R"({"count":5,"log":[]})")
                                  << QByteArray(R"({"count":6,"log":["第 6 步已执行"]})");
+    QTest::newRow("from the largest integer, after which a number no longer counts as one")
+        << QByteArray(R"({"count":2147483647,"log":[]})")
+        << QByteArray(
+               R"({"count":3,"log":["第 2147483648 步已执行","第 1 步已执行","第 2 步已执行","第 3 步已执行"]})");
     QTest::newRow("from nothing") << QByteArray(
         "{}") << QByteArray(R"({"count":3,"log":["第 1 步已执行","第 2 步已执行","第 3 步已执行"]})");
     QTest::newRow("values of other types")
