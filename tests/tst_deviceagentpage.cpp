@@ -294,7 +294,10 @@ void TestDeviceAgentPage::pageHasItsParts()
     QCOMPARE(splitter->orientation(), Qt::Horizontal);
     QCOMPARE(splitter->widget(0)->objectName(), "deviceTable");
     QVERIFY(qobject_cast<AgentChatPanel *>(splitter->widget(1)));
-    QCOMPARE(layout->stretch(1), 1);
+    for (int index : {0, 1})
+        QCOMPARE(splitter->widget(index)->sizePolicy().horizontalStretch(), 1);
+    for (int index : {0, 1, 2})
+        QCOMPARE(layout->stretch(index), index == 1 ? 1 : 0);
 
     const auto *traces = qobject_cast<ToolCallTraceView *>(layout->itemAt(2)->widget());
     QVERIFY(traces);

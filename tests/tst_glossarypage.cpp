@@ -136,7 +136,12 @@ void TestGlossaryPage::pageHasItsLayoutAndTexts()
     QCOMPARE(m_driver->editor("pageInput")->minimumSize(), QSize(340, 180));
     QCOMPARE(m_driver->button("runButton")->text(), QStringLiteral("让 AI 调用工具"));
     QCOMPARE(m_driver->button("stopButton")->text(), QStringLiteral("停止"));
-    QCOMPARE(m_page->findChild<QSplitter *>()->orientation(), Qt::Vertical);
+    const auto *outputs = m_page->findChild<QSplitter *>();
+    QCOMPARE(outputs->orientation(), Qt::Vertical);
+    QCOMPARE(outputs->widget(0)->findChild<QPlainTextEdit *>(), m_driver->editor("pageOutput"));
+    QCOMPARE(outputs->widget(0)->sizePolicy().verticalStretch(), 2);
+    QCOMPARE(outputs->widget(1)->findChild<QPlainTextEdit *>(), m_driver->editor("traceOutput"));
+    QCOMPARE(outputs->widget(1)->sizePolicy().verticalStretch(), 1);
     QVERIFY(m_driver->isIdle());
 }
 
