@@ -1,6 +1,7 @@
 #include "support/pagegroup.h"
 #include "support/scriptedmodel.h"
 
+#include <demo/demographs.h>
 #include <demo/workflowpages.h>
 #include <qtagent/toolregistry.h>
 
@@ -65,8 +66,12 @@ private Q_SLOTS:
     void agentGraphUsesTheSharedRegistry_data();
     void agentGraphUsesTheSharedRegistry();
     void agentGraphRegistersItsToolOnce();
+    void agentGraphTakesTheQuestionThatItWasBuiltFor();
+    void lookUpShowsTheContentOfTheResultOnly();
     void memoryMeetsInTheCheckpoint();
     void threadsDoNotSeeEachOther();
+    void memoryTellsQuestionsFromNotes_data();
+    void memoryTellsQuestionsFromNotes();
 
 private:
     QWidget *widget(const QString &title) const { return m_group->page(title); }
@@ -418,9 +423,25 @@ void TestWorkflowPages::agentGraphRegistersItsToolOnce()
     const AgentTool *tool = m_registry->tool("lookup_term");
     QVERIFY(tool);
     QCOMPARE(tool->parent(), m_registry.get());
+    QCOMPARE(tool->description(), QStringLiteral("查询本地 AI 框架术语。"));
     page("智能体流程").run();
     QCOMPARE(m_registry->tool("lookup_term"), tool);
     QCOMPARE(m_registry->definitions().size(), 1);
+}
+
+void TestWorkflowPages::agentGraphTakesTheQuestionThatItWasBuiltFor()
+{
+    page("智能体流程").run();
+    const GraphRunResult result = agentGraph("rag", m_registry.get()).run({{"question", "workflow"}});
+    QCOMPARE(result.state["term"], QJsonValue("RAG"));
+}
+
+void TestWorkflowPages::lookUpShowsTheContentOfTheResultOnly()
+{
+    FunctionTool failing("lookup_term", "", {}, ToolPermission::ReadOnly, [](const QJsonObject &) {
+        return ToolResult{false, {}, {}, "broken", {}};
+    });
+    QCOMPARE(toolNodeGraph(&failing).run({{"term", "RAG"}}).state["toolOutput"], QJsonValue(""));
 }
 
 void TestWorkflowPages::memoryMeetsInTheCheckpoint()
@@ -454,6 +475,27 @@ void TestWorkflowPages::threadsDoNotSeeEachOther()
     const QJsonObject state = QJsonDocument::fromJson(driver.output().toUtf8()).object();
     QCOMPARE(state["history"].toString(),
              QStringLiteral("\n用户：我的项目叫什么？\n助手：你的项目是 TAVO。"));
+}
+
+void TestWorkflowPages::memoryTellsQuestionsFromNotes_data()
+{
+    QTest::addColumn<QString>("input");
+    QTest::addColumn<bool>("isQuestion");
+    QTest::newRow("a note") << "项目名称是 TAVO。" << false;
+    QTest::newRow("什么") << "项目叫什么呢" << true;
+    QTest::newRow("a Chinese question mark") << "记得吗？" << true;
+    QTest::newRow("a question mark") << "project?" << true;
+    QTest::newRow("a question mark inside") << "记得吗？好。" << false;
+    QTest::newRow("nothing") << "" << false;
+}
+
+void TestWorkflowPages::memoryTellsQuestionsFromNotes()
+{
+    QFETCH(QString, input);
+    QFETCH(bool, isQuestion);
+    QCOMPARE(memoryGraph().run({{"input", input}}).state["answer"].toString(),
+             isQuestion ? QStringLiteral("助手：你的项目是 TAVO。")
+                        : QStringLiteral("助手：我已经保存这条记忆。"));
 }
 
 QTEST_MAIN(TestWorkflowPages)
