@@ -31,42 +31,38 @@ bool ChatReply::isOver() const
     return m_canceled || m_ended;
 }
 
-// The arguments below are copied before they are emitted: a caller may pass something that dies with
-// the reply, and a slot may delete the reply.
+// The arguments below are emitted as copies: a caller may pass something that dies with the reply, and a
+// slot may delete the reply.
 
 void ChatReply::appendDelta(const QString &delta)
 {
     if (isOver())
         return;
-    const QString piece = delta;
-    m_text += piece;
-    Q_EMIT deltaReceived(piece);
+    m_text += delta;
+    Q_EMIT deltaReceived(QString(delta));
 }
 
 void ChatReply::setResponse(const QJsonObject &response)
 {
-    const QJsonObject received = response;
-    m_response = received;
-    Q_EMIT responseReceived(received);
+    m_response = response;
+    Q_EMIT responseReceived(QJsonObject(response));
 }
 
 void ChatReply::finish(const QString &text)
 {
     if (isOver())
         return;
-    const QString whole = text;
     m_ended = true;
-    m_text = whole;
-    Q_EMIT finished(whole);
+    m_text = text;
+    Q_EMIT finished(QString(text));
 }
 
 void ChatReply::fail(const QString &error)
 {
     if (isOver())
         return;
-    const QString report = error;
     m_ended = true;
-    Q_EMIT failed(report);
+    Q_EMIT failed(QString(error));
 }
 
 ChatReply *ChatReply::failLater(const QString &error, QObject *parent)
