@@ -17,11 +17,18 @@ for corpus in "$source_dir"/fuzz/corpus/*/; do
 done
 cmake --build "$build_dir" --parallel "$(nproc)" --target "${targets[@]}"
 
+# What Qt itself leaks is no finding.
+export LSAN_OPTIONS="suppressions=$source_dir/fuzz/leaks.supp:print_suppressions=0"
+failed=()
 for target in "${targets[@]}"; do
     found="$build_dir/found/$target"
     mkdir -p "$found"
     echo "== $target"
     # libFuzzer writes new inputs to the first folder and only reads the second.
     "$build_dir/fuzz/$target" -max_total_time="$seconds" -max_len=8192 -print_final_stats=1 \
-        -artifact_prefix="$found-" "$found" "$source_dir/fuzz/corpus/$target"
+        -artifact_prefix="$found-" "$found" "$source_dir/fuzz/corpus/$target" || failed+=("$target")
 done
+if ((${#failed[@]})); then
+    echo "failed, with the inputs kept in $build_dir/found: ${failed[*]}" >&2
+    exit 1
+fi
