@@ -47,6 +47,11 @@ NodeFunction lookUpNode(const std::function<AgentTool *()> &findTool)
     };
 }
 
+NodeFunction appendToResult(const QString &text)
+{
+    return [text](const QJsonObject &state) { return update("result", textOf(state, "result") + text); };
+}
+
 } // namespace
 
 StateGraph stateFlowGraph()
@@ -140,21 +145,19 @@ StateGraph memoryGraph()
 
 StateGraph reviewGraph(bool approvalGiven)
 {
+    const QString draft = QStringLiteral("draft");
     const QString review = QStringLiteral("review");
     const QString execute = QStringLiteral("execute");
     const QString reject = QStringLiteral("reject");
-    const auto appendToResult = [](const QString &text) {
-        return [text](const QJsonObject &state) { return update("result", textOf(state, "result") + text); };
-    };
     StateGraph graph;
-    graph.addNode(QStringLiteral("draft"), [](const QJsonObject &state) {
+    graph.addNode(draft, [](const QJsonObject &state) {
         return update("result", QStringLiteral("动作草稿：%1").arg(textOf(state, "task")));
     });
     graph.addNode(review, appendToResult(QStringLiteral("；已进入人工审核")));
     graph.addNode(execute, appendToResult(QStringLiteral("；审核通过并已执行")));
     graph.addNode(reject, appendToResult(QStringLiteral("；审核拒绝并已停止")));
-    graph.addEdge(startNode, QStringLiteral("draft"));
-    graph.addEdge(QStringLiteral("draft"), review);
+    graph.addEdge(startNode, draft);
+    graph.addEdge(draft, review);
     graph.addConditionalEdges(review,
                               [execute, reject](const QJsonObject &state) {
                                   return state.value(QStringLiteral("approved")).toBool() ? execute : reject;
