@@ -47,13 +47,13 @@ QWidget *GlossaryPage::createOutputs()
 {
     const QString answerTitle = QStringLiteral("AI 最终回答");
     const QString traceTitle = QStringLiteral("工具调用轨迹");
-    m_answer = createOutput(answerTitle, nullptr);
+    m_answer = createOutput(answerTitle);
     m_answer->setObjectName(QStringLiteral("pageOutput"));
-    m_traces = createOutput(traceTitle, nullptr);
+    m_traces = createOutput(traceTitle);
     m_traces->setObjectName(QStringLiteral("traceOutput"));
     auto *outputs = new QSplitter(Qt::Vertical);
-    outputs->addWidget(createTitledArea(answerTitle, m_answer, nullptr));
-    outputs->addWidget(createTitledArea(traceTitle, m_traces, nullptr));
+    outputs->addWidget(createTitledArea(answerTitle, m_answer));
+    outputs->addWidget(createTitledArea(traceTitle, m_traces));
     outputs->setStretchFactor(0, 2);
     outputs->setStretchFactor(1, 1);
     return outputs;

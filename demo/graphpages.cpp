@@ -19,16 +19,11 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-QString indented(const QJsonObject &object)
-{
-    return QString::fromUtf8(QJsonDocument(object).toJson());
-}
-
 constexpr int outputColumn = 2;
 
-QTableWidget *createStepsTable(QWidget *parent)
+QTableWidget *createStepsTable()
 {
-    auto *table = new QTableWidget(0, 4, parent);
+    auto *table = new QTableWidget(0, 4);
     table->setObjectName(QStringLiteral("graphSteps"));
     table->setAccessibleName(QStringLiteral("步骤"));
     table->setHorizontalHeaderLabels(
@@ -72,9 +67,9 @@ GraphRunPage::GraphRunPage(const QString &title, QWidget *parent)
     auto *formBox = new QGroupBox(title);
     m_form = new QVBoxLayout(formBox);
 
-    m_output = createOutput(QStringLiteral("输出"), nullptr);
+    m_output = createOutput(QStringLiteral("输出"));
     m_output->setObjectName(QStringLiteral("pageOutput"));
-    m_steps = createStepsTable(nullptr);
+    m_steps = createStepsTable();
     auto *results = new QSplitter(Qt::Vertical);
     results->addWidget(m_output);
     results->addWidget(m_steps);
@@ -96,7 +91,7 @@ void GraphRunPage::showResult(const GraphRunResult &result)
         text += QStringLiteral("在节点前中断：%1\n\n").arg(result.interruptedNode);
     if (!result.error.isEmpty())
         text += QStringLiteral("错误：%1\n\n").arg(result.error);
-    m_output->setPlainText(text + indented(result.state));
+    m_output->setPlainText(text + indentedJson(result.state));
     showSteps(result.steps);
 }
 
@@ -112,8 +107,8 @@ void GraphRunPage::showSteps(const QVector<GraphStep> &steps)
     m_steps->setRowCount(int(steps.size()));
     for (int row = 0; row < steps.size(); ++row) {
         const GraphStep &step = steps.at(row);
-        const QStringList texts{step.node, step.route, indented(step.update).simplified(),
-                                indented(step.after).simplified()};
+        const QStringList texts{step.node, step.route, indentedJson(step.update).simplified(),
+                                indentedJson(step.after).simplified()};
         for (int column = 0; column < texts.size(); ++column)
             m_steps->setItem(row, column, new QTableWidgetItem(texts.at(column)));
     }
@@ -123,7 +118,7 @@ StateGraphPage::StateGraphPage(const Content &content, QWidget *parent)
     : GraphRunPage(content.title, parent)
     , m_createGraph(content.createGraph)
 {
-    m_state = addInput(form(), QStringLiteral("初始状态"), indented(content.initialState));
+    m_state = addInput(form(), QStringLiteral("初始状态"), indentedJson(content.initialState));
     m_state->setObjectName(QStringLiteral("graphState"));
     m_check = new QCheckBox(content.checkText);
     m_check->setObjectName(QStringLiteral("approvedCheck"));

@@ -9,17 +9,12 @@
 #include <qtagent/runnablechain.h>
 #include <qtagent/simpleragchain.h>
 
-#include <QJsonDocument>
+#include <QJsonObject>
 #include <QTreeWidgetItem>
 
 using namespace MireloQtLib::QtAgent;
 
 namespace {
-
-QString indented(const QJsonObject &object)
-{
-    return QString::fromUtf8(QJsonDocument(object).toJson());
-}
 
 QString errorText(const QString &error)
 {
@@ -71,7 +66,7 @@ void runOutputParsers(const QString &input, SimplePage *page)
     QString error;
     const QString text = StringOutputParser().parse(input);
     const QJsonObject object = JsonOutputParser::parseObject(input, &error);
-    const QString json = error.isEmpty() ? indented(object) : errorText(error);
+    const QString json = error.isEmpty() ? indentedJson(object) : errorText(error);
     page->showText(QStringLiteral("字符串解析结果：\n%1\n\nJSON 解析结果：\n%2").arg(text, json));
 }
 
@@ -97,7 +92,7 @@ void runStructuredOutput(const QString &input, SimplePage *page)
     const JsonOutputParser parser({QStringLiteral("name"), QStringLiteral("purpose")});
     QString error;
     const QJsonObject object = parser.parse(input, &error);
-    page->showText(error.isEmpty() ? indented(object) : errorText(error));
+    page->showText(error.isEmpty() ? indentedJson(object) : errorText(error));
 }
 
 ParallelBranch sentenceAboutTopic(const QString &sentence)
@@ -120,7 +115,7 @@ void runBranches(const QString &input, SimplePage *page)
     QJsonObject result;
     for (auto it = texts.cbegin(); it != texts.cend(); ++it)
         result.insert(it.key(), it.value());
-    page->showText(indented(result));
+    page->showText(indentedJson(result));
 }
 
 SimplePage::Action runRetrieval(const ModelProvider &model)

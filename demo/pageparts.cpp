@@ -3,6 +3,8 @@
 #include <qtagent/chatmodel.h>
 
 #include <QGroupBox>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -39,18 +41,18 @@ QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &
     return button;
 }
 
-QPlainTextEdit *createOutput(const QString &name, QWidget *parent)
+QPlainTextEdit *createOutput(const QString &name)
 {
-    auto *output = new QPlainTextEdit(parent);
+    auto *output = new QPlainTextEdit;
     output->setReadOnly(true);
     output->setTabChangesFocus(true);
     output->setAccessibleName(name);
     return output;
 }
 
-QGroupBox *createTitledArea(const QString &title, QWidget *content, QWidget *parent)
+QGroupBox *createTitledArea(const QString &title, QWidget *content)
 {
-    auto *area = new QGroupBox(title, parent);
+    auto *area = new QGroupBox(title);
     auto *layout = new QVBoxLayout(area);
     layout->addWidget(content);
     return area;
@@ -63,6 +65,11 @@ void layOutPage(QWidget *page, QWidget *form, QWidget *results)
     layout->setSpacing(pageSpacing);
     layout->addWidget(form, 0);
     layout->addWidget(results, 1);
+}
+
+QString indentedJson(const QJsonObject &object)
+{
+    return QString::fromUtf8(QJsonDocument(object).toJson());
 }
 
 void appendText(QPlainTextEdit *output, const QString &text)

@@ -5,6 +5,7 @@
 
 QT_BEGIN_NAMESPACE
 class QGroupBox;
+class QJsonObject;
 class QPlainTextEdit;
 class QPushButton;
 class QVBoxLayout;
@@ -33,14 +34,17 @@ QPlainTextEdit *addInput(QVBoxLayout *layout, const QString &label, const QStrin
 /// Adds a button to @p layout.
 QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &objectName);
 
-/// Returns a read-only editor with the accessible name @p name, owned by @p parent.
-QPlainTextEdit *createOutput(const QString &name, QWidget *parent);
+/// Returns a read-only editor with the accessible name @p name.
+QPlainTextEdit *createOutput(const QString &name);
 
-/// Returns a group box titled @p title that holds @p content, owned by @p parent.
-QGroupBox *createTitledArea(const QString &title, QWidget *content, QWidget *parent);
+/// Returns a group box titled @p title that holds @p content.
+QGroupBox *createTitledArea(const QString &title, QWidget *content);
 
 /// Lays @p form, which keeps its width, and @p results out side by side on @p page.
 void layOutPage(QWidget *page, QWidget *form, QWidget *results);
+
+/// Returns @p object as JSON text to show.
+QString indentedJson(const QJsonObject &object);
 
 /// Inserts @p text at the end of @p output as plain text and scrolls to it.
 void appendText(QPlainTextEdit *output, const QString &text);

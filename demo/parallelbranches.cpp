@@ -130,12 +130,12 @@ QWidget *ParallelBranchesPage::createOutputs()
     const QString branchTitle = QStringLiteral("并行 AI 分支输出");
     const QString mergeTitle = QStringLiteral("汇总节点输出");
     auto *outputs = new QSplitter(Qt::Vertical);
-    m_branchOutput = createOutput(branchTitle, nullptr);
+    m_branchOutput = createOutput(branchTitle);
     m_branchOutput->setObjectName(QStringLiteral("branchOutput"));
-    m_mergeOutput = createOutput(mergeTitle, nullptr);
+    m_mergeOutput = createOutput(mergeTitle);
     m_mergeOutput->setObjectName(QStringLiteral("mergeOutput"));
-    outputs->addWidget(createTitledArea(branchTitle, m_branchOutput, nullptr));
-    outputs->addWidget(createTitledArea(mergeTitle, m_mergeOutput, nullptr));
+    outputs->addWidget(createTitledArea(branchTitle, m_branchOutput));
+    outputs->addWidget(createTitledArea(mergeTitle, m_mergeOutput));
     return outputs;
 }
 

@@ -21,7 +21,7 @@ SimplePage::SimplePage(const Content &content, Action action, QWidget *parent)
     m_input->setObjectName(QStringLiteral("pageInput"));
     QPushButton *runButton = addButton(formLayout, QStringLiteral("运行"), QStringLiteral("runButton"));
 
-    m_output = createOutput(QStringLiteral("输出"), this);
+    m_output = createOutput(QStringLiteral("输出"));
     m_output->setObjectName(QStringLiteral("pageOutput"));
     m_output->setMinimumHeight(220);
 
