@@ -27,9 +27,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 
     if (error.isEmpty()) {
         const QString compact = QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
-        QString fenceError;
-        FUZZ_REQUIRE(JsonOutputParser::parseObject("```json\n" + compact + "\n```", &fenceError) == object);
-        FUZZ_REQUIRE(fenceError.isEmpty());
+        for (const QString &end : {QString("\n```"), QString("```")}) {
+            QString fenceError;
+            FUZZ_REQUIRE(JsonOutputParser::parseObject("```json\n" + compact + end, &fenceError) == object);
+            FUZZ_REQUIRE(fenceError.isEmpty());
+        }
     }
     return 0;
 }
