@@ -65,12 +65,11 @@ QWidget *BasicChatPage::newConfigGroup()
 
 void BasicChatPage::send(const QString &text)
 {
-    ChatModel *model = m_modelProvider();
     m_chat->finishAgentMessage(); // a stop or a failure leaves the last answer open
     m_chat->appendUserMessage(text);
     m_chat->beginAgentMessage();
     m_chat->setBusy(true);
-    showAnswer(model->chat(conversation(text), {}, m_replyParent));
+    showAnswer(askModel(m_modelProvider, conversation(text), m_replyParent));
 }
 
 void BasicChatPage::showAnswer(ChatReply *reply)

@@ -72,6 +72,6 @@ FunctionTool *createWorkflowGlossaryTool()
 
 void registerOrDelete(ToolRegistry *registry, FunctionTool *tool)
 {
-    if (!registry->registerTool(tool))
+    if (!registry || !registry->registerTool(tool))
         delete tool;
 }

@@ -20,8 +20,8 @@ MireloQtLib::QtAgent::FunctionTool *createGlossaryTool();
 /// Returns a new tool with the short description of the workflow pages.
 MireloQtLib::QtAgent::FunctionTool *createWorkflowGlossaryTool();
 
-/// Hands @p tool, which has no parent, to @p registry. Where a tool of the same name lives there already,
-/// that one stays and @p tool is deleted.
+/// Hands @p tool, which has no parent, to @p registry. Where there is none, or a tool of the same name lives
+/// there already, @p tool is deleted.
 void registerOrDelete(MireloQtLib::QtAgent::ToolRegistry *registry, MireloQtLib::QtAgent::FunctionTool *tool);
 
 #endif

@@ -23,7 +23,7 @@ QString errorText(const QString &error)
 
 void ask(const ModelProvider &model, const QVector<ChatMessage> &messages, SimplePage *page)
 {
-    page->showReply(model()->chat(messages, {}, page));
+    page->showReply(askModel(model, messages, page));
 }
 
 SimplePage::Action runChat(const ModelProvider &model)

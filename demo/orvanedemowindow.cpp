@@ -127,16 +127,20 @@ void OrvaneDemoWindow::loadProfiles()
 
 void OrvaneDemoWindow::applyModelConfig()
 {
+    if (!m_modelConfig)
+        return;
     const ModelConfig config = m_modelConfig->currentConfig();
-    m_mockModel->setConfig(config);
-    m_openAiModel->setConfig(config);
-    m_deepSeekModel->setConfig(config);
-    m_executor->setModel(activeModel());
+    for (ChatModel *model : {m_mockModel.data(), m_openAiModel.data(), m_deepSeekModel.data()}) {
+        if (model)
+            model->setConfig(config);
+    }
+    if (m_executor)
+        m_executor->setModel(activeModel());
 }
 
 ChatModel *OrvaneDemoWindow::activeModel() const
 {
-    const QString provider = m_modelConfig->currentConfig().provider;
+    const QString provider = m_modelConfig ? m_modelConfig->currentConfig().provider : QString();
     if (provider == QLatin1String("openai"))
         return m_openAiModel;
     if (provider == QLatin1String("deepseek"))

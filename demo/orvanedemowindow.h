@@ -4,6 +4,7 @@
 #include <demo/demopages.h>
 
 #include <QMainWindow>
+#include <QPointer>
 
 QT_BEGIN_NAMESPACE
 class QSplitter;
@@ -15,10 +16,7 @@ QT_END_NAMESPACE
 namespace MireloQtLib {
 namespace QtAgent {
 class AgentExecutor;
-class DeepSeekModel;
-class MockChatModel;
 class ModelConfigWidget;
-class OpenAICompatibleModel;
 class ToolRegistry;
 } // namespace QtAgent
 } // namespace MireloQtLib
@@ -56,14 +54,14 @@ private:
     ModelProvider modelProvider();
     ToolRegistryProvider toolRegistryProvider() const;
 
-    MireloQtLib::QtAgent::MockChatModel *m_mockModel;
-    MireloQtLib::QtAgent::OpenAICompatibleModel *m_openAiModel;
-    MireloQtLib::QtAgent::DeepSeekModel *m_deepSeekModel;
-    MireloQtLib::QtAgent::ToolRegistry *m_toolRegistry;
-    MireloQtLib::QtAgent::AgentExecutor *m_executor;
+    QPointer<MireloQtLib::QtAgent::ChatModel> m_mockModel;
+    QPointer<MireloQtLib::QtAgent::ChatModel> m_openAiModel;
+    QPointer<MireloQtLib::QtAgent::ChatModel> m_deepSeekModel;
+    QPointer<MireloQtLib::QtAgent::ToolRegistry> m_toolRegistry;
+    QPointer<MireloQtLib::QtAgent::AgentExecutor> m_executor;
     QTreeWidget *m_navigation = nullptr;
     QStackedWidget *m_pages = nullptr;
-    MireloQtLib::QtAgent::ModelConfigWidget *m_modelConfig = nullptr;
+    QPointer<MireloQtLib::QtAgent::ModelConfigWidget> m_modelConfig;
 };
 
 #endif

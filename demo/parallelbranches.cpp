@@ -171,7 +171,7 @@ void ParallelBranchesPage::startBranch(const Run &run, int index)
     const Branch branch = run->branches.at(index).branch;
     const QString request = QStringLiteral("%1\n\nInput data:\n%2").arg(branch.instruction, run->input);
     ChatReply *reply =
-        m_model()->chat({ChatMessage::system(branch.systemPrompt), ChatMessage::user(request)}, {}, this);
+        askModel(m_model, {ChatMessage::system(branch.systemPrompt), ChatMessage::user(request)}, this);
     run->branches[index].reply = reply;
     connect(reply, &ChatReply::finished, this,
             [this, run, index](const QString &text) { completeBranch(run, index, text); });
@@ -200,8 +200,8 @@ void ParallelBranchesPage::startMerge(const Run &run)
         "You are the merge node in an Orvane parallel workflow. Merge multiple AI branch outputs into one "
         "concise "
         "Chinese decision report. Keep conflicts visible, then provide a final recommendation.");
-    ChatReply *reply = m_model()->chat(
-        {ChatMessage::system(systemPrompt), ChatMessage::user(run->mergeRequest())}, {}, this);
+    ChatReply *reply =
+        askModel(m_model, {ChatMessage::system(systemPrompt), ChatMessage::user(run->mergeRequest())}, this);
     run->mergeReply = reply;
     connect(reply, &ChatReply::deltaReceived, this, [this, run](const QString &delta) {
         if (isCurrent(run))

@@ -67,7 +67,7 @@ SimplePage *createModelNodePage(const ModelProvider &model)
             ChatMessage::system(QStringLiteral("你是一个流程节点，只输出简洁回答。")),
             ChatMessage::user(QStringLiteral("请解释：%1").arg(input)),
         };
-        page->showReply(model()->chat(messages, {}, page));
+        page->showReply(askModel(model, messages, page));
     });
 }
 
@@ -84,16 +84,23 @@ QuestionGraphPage *createToolNodePage()
     return page;
 }
 
+GraphRunResult runAgentGraph(ToolRegistry *registry, const QString &question)
+{
+    GraphRunResult result;
+    if (!registry) {
+        result.error = QStringLiteral("工具注册表尚未配置。");
+        return result;
+    }
+    if (!registry->tool(glossaryToolName()))
+        registerOrDelete(registry, createWorkflowGlossaryTool());
+    return agentGraph(question, registry).run({{QStringLiteral("question"), question}});
+}
+
 QuestionGraphPage *createAgentGraphPage(const ToolRegistryProvider &registry)
 {
     return new QuestionGraphPage(
         {QStringLiteral("智能体流程"), QStringLiteral("问题"), QStringLiteral("什么是 RAG？"),
-         [registry](const QString &question) {
-             ToolRegistry *tools = registry();
-             if (!tools->tool(glossaryToolName()))
-                 registerOrDelete(tools, createWorkflowGlossaryTool());
-             return agentGraph(question, tools).run({{QStringLiteral("question"), question}});
-         }});
+         [registry](const QString &question) { return runAgentGraph(registry(), question); }});
 }
 
 } // namespace

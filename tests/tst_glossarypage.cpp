@@ -73,6 +73,7 @@ private Q_SLOTS:
     void stopHaltsAtOnce();
     void runningAgainReplacesTheExecutor();
     void glossaryIsRegisteredOnce();
+    void deletedModelAndRegistryAreReported();
     void toolThatNeedsApprovalAsks_data();
     void toolThatNeedsApprovalAsks();
     void pageMayDieWhileTheDialogIsOpen();
@@ -259,6 +260,15 @@ void TestGlossaryPage::glossaryIsRegisteredOnce()
     m_driver->run();
     QCOMPARE(m_registry->tool("lookup_term"), tool);
     QCOMPARE(m_registry->findChildren<AgentTool *>().size(), 1);
+}
+
+void TestGlossaryPage::deletedModelAndRegistryAreReported()
+{
+    m_activeModel = nullptr;
+    m_registry.reset();
+    m_driver->run();
+    QVERIFY(m_driver->isIdle());
+    QCOMPARE(answer(), thinking + "\n错误：智能体模型尚未配置。");
 }
 
 void TestGlossaryPage::toolThatNeedsApprovalAsks_data()

@@ -51,6 +51,7 @@ private Q_SLOTS:
     void replyIsDeletedWhenItIsOver();
     void newRunCancelsTheEarlierReply();
     void pageMayDieWithAReplyInFlight();
+    void deletedModelIsReported();
     void eachPageAnswersWithTheMockModel_data();
     void eachPageAnswersWithTheMockModel();
     void outputParsersShowBothResults_data();
@@ -271,6 +272,15 @@ void TestModelPages::pageMayDieWithAReplyInFlight()
     const QPointer<ChatReply> reply = m_model->lastCall().reply;
     delete m_group->page("基础聊天模型");
     QVERIFY(!reply);
+}
+
+void TestModelPages::deletedModelIsReported()
+{
+    m_model.reset();
+    page("基础聊天模型").run();
+    QTRY_COMPARE(page("基础聊天模型").output(), QStringLiteral("错误：智能体模型尚未配置。"));
+    page("可运行链").run();
+    QTRY_COMPARE(page("可运行链").output(), QStringLiteral("错误：RunnableChain has no model."));
 }
 
 void TestModelPages::eachPageAnswersWithTheMockModel_data()

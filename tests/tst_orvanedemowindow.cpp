@@ -4,10 +4,12 @@
 
 #include <demo/demopages.h>
 #include <demo/orvanedemowindow.h>
+#include <qtagent/agentexecutor.h>
 #include <qtagent/chatmodel.h>
 #include <qtagent/deepseekmodel.h>
 #include <qtagent/mockchatmodel.h>
 #include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/toolregistry.h>
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/modelconfigwidget.h>
 
@@ -140,6 +142,7 @@ private Q_SLOTS:
     void deepSeekModelFillsItsDefaults();
     void settingsWithoutAReportApplyToTheNextQuestion();
     void mockModelAnswersOffline();
+    void windowOutlivesWhatItsPagesShare();
     void questionReachesTheServiceAndItsAnswerStreams();
     void stopEndsTheRequestAtOnce();
     void failureIsReportedWithoutTheKey();
@@ -372,6 +375,20 @@ void TestOrvaneDemoWindow::settingsWithoutAReportApplyToTheNextQuestion()
 
     QTRY_VERIFY(demo.isIdle());
     QCOMPARE(server.requests().at(0).json["max_tokens"].toInt(), 777);
+}
+
+void TestOrvaneDemoWindow::windowOutlivesWhatItsPagesShare()
+{
+    const Demo demo;
+    qDeleteAll(demo.window->findChildren<ChatModel *>(QString(), Qt::FindDirectChildrenOnly));
+    delete demo.window->findChild<ToolRegistry *>();
+    delete demo.window->findChild<AgentExecutor *>();
+
+    demo.pickProvider("deepseek");
+    demo.ask("hello");
+
+    QTRY_VERIFY(demo.isIdle());
+    QVERIFY(demo.transcript().contains("智能体模型尚未配置。"));
 }
 
 void TestOrvaneDemoWindow::mockModelAnswersOffline()

@@ -51,6 +51,7 @@ private Q_SLOTS:
     void slotOfAReplyMayDeleteThePage();
     void repliesAreDeletedWhenTheyAreOver();
     void mockModelReachesTheEnd();
+    void modelDeletedBeforeTheMergeIsReported();
 
 private:
     ChatReply *reply(int index) const { return m_model->calls().at(index).reply; }
@@ -376,6 +377,17 @@ void TestParallelBranches::mockModelReachesTheEnd()
     QTRY_VERIFY(driver.isIdle());
     QVERIFY(driver.text("mergeOutput").startsWith(mergeLine + "Orvane 模拟模型正在本地运行。"));
     QCOMPARE(driver.text("branchOutput").count("Orvane 模拟模型正在本地运行。"), 3);
+}
+
+void TestParallelBranches::modelDeletedBeforeTheMergeIsReported()
+{
+    press("runButton");
+    const QVector<QPointer<ChatReply>> replies{reply(0), reply(1), reply(2)};
+    m_model.reset();
+    for (const QPointer<ChatReply> &branch : replies)
+        branch->finish("x");
+    QTRY_VERIFY(m_driver->isIdle());
+    QCOMPARE(merge(), mergeLine + "\n汇总节点错误：智能体模型尚未配置。");
 }
 
 QTEST_MAIN(TestParallelBranches)

@@ -251,9 +251,7 @@ private:
     {
         addVictim("window", [this] { return m_window.data(); });
         addVictim("page", [this] { return m_page.data(); });
-        // The other pages ask the window's provider, which vouches for its model, at every request.
-        if (m_plot.title == "数据分析")
-            addVictim("model", [this] { return m_model.data(); });
+        addVictim("model", [this] { return m_model.data(); });
         addVictim("registry", [this] { return m_registry.data(); });
         addVictim("tool", [this]() -> QObject * {
             return m_registry ? m_registry->tool(m_plot.title == "数据分析" ? "export_report" : "lookup_term")

@@ -66,6 +66,7 @@ private Q_SLOTS:
     void agentGraphUsesTheSharedRegistry_data();
     void agentGraphUsesTheSharedRegistry();
     void agentGraphRegistersItsToolOnce();
+    void agentGraphReportsADeletedRegistry();
     void agentGraphTakesTheQuestionThatItWasBuiltFor();
     void lookUpShowsTheContentOfTheResultOnly();
     void memoryMeetsInTheCheckpoint();
@@ -442,6 +443,14 @@ void TestWorkflowPages::lookUpShowsTheContentOfTheResultOnly()
         return ToolResult{false, {}, {}, "broken", {}};
     });
     QCOMPARE(toolNodeGraph(&failing).run({{"term", "RAG"}}).state["toolOutput"], QJsonValue(""));
+}
+
+void TestWorkflowPages::agentGraphReportsADeletedRegistry()
+{
+    m_registry.reset();
+    page("智能体流程").run();
+    QVERIFY(page("智能体流程").output().startsWith("错误：工具注册表尚未配置。\n\n"));
+    QVERIFY(stepsOf(widget("智能体流程")).isEmpty());
 }
 
 void TestWorkflowPages::memoryMeetsInTheCheckpoint()
