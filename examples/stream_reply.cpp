@@ -40,7 +40,7 @@ int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
     const std::unique_ptr<ChatModel> model = configuredModel();
-    const QString question = application.arguments().value(1, QStringLiteral("What can you do?"));
+    const QString question = QCoreApplication::arguments().value(1, QStringLiteral("What can you do?"));
 
     ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, &application);
     QObject::connect(reply, &ChatReply::deltaReceived, reply, &print);

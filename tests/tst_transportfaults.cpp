@@ -19,6 +19,15 @@ const QStringList wholeAnswer{"response", "delta ab", "finished ab"};
 const QStringList streamedAnswer{"delta a", "delta b", "finished ab"};
 const QString closed = QStringLiteral("2 (Connection closed)");
 
+// Where the majors of Qt report the same fault differently.
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+const QString badEncoding = QStringLiteral("399 (Data corrupted)");
+const QString missingReason = QStringLiteral("HTTP/1.1 500"); // the line is taken for the reason
+#else
+const QString badEncoding = QStringLiteral("299 (Decompression failed: )");
+const QString missingReason;
+#endif
+
 const QByteArray chunked("Transfer-Encoding: chunked\r\n");
 const QByteArray gzipped("Content-Encoding: gzip\r\n");
 
@@ -228,7 +237,7 @@ void TestTransportFaults::encodedAnswers_data()
         "H4sIAAAAAAACA6tWSs7Iz0xOLVayiq5Wyk0tLk5MT1WyqlZKzs8rSc0rUbJSSkxSqq2NrQUA27RtqyoAAAA=");
     const QByteArray zippedEvents = QByteArray::fromBase64(
         "H4sIAAAAAAACA0tJLEm0UqhWSs7Iz0xOLVayiq5WSknNKUlUsgIK5ueVpOaVKFkpJSrV1sbWcnGlEKc8CaocAK4Hj6BeAAAA");
-    const QString corrupted = failure("200 OK", "399 (Data corrupted)", "(empty response body)");
+    const QString corrupted = failure("200 OK", badEncoding, "(empty response body)");
     const auto zipped = [](const QByteArray &bytes) {
         return sendAndClose(head("200 OK", gzipped + length(int(bytes.size()))) + bytes);
     };
@@ -300,9 +309,9 @@ void TestTransportFaults::errorStatuses_data()
             failure("401 Unauthorized", authentication, "no"));
     addRows("500 with an empty reason", send("HTTP/1.1 500 \r\n" + length(0) + "\r\n"),
             failure("500", "401 (Error transferring {url} - server replied: )", "(empty response body)"));
-    addRows(
-        "500 without a reason repeats the line", send("HTTP/1.1 500\r\n" + length(2) + "\r\nno"),
-        failure("500 HTTP/1.1 500", "401 (Error transferring {url} - server replied: HTTP/1.1 500)", "no"));
+    addRows("500 without a reason or a blank", send("HTTP/1.1 500\r\n" + length(2) + "\r\nno"),
+            failure(QString("500 %1").arg(missingReason).trimmed(),
+                    QString("401 (Error transferring {url} - server replied: %1)").arg(missingReason), "no"));
     addRows("a key that the server sends back is reported as it came",
             sendAndClose(head("401 Unauthorized") + "bad key " + faultKey().toUtf8()),
             failure("401 Unauthorized", authentication, "bad key {key}"));
