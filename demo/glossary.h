@@ -6,7 +6,7 @@
 namespace MireloQtLib {
 namespace QtAgent {
 class ToolRegistry;
-}
+} // namespace QtAgent
 } // namespace MireloQtLib
 
 // The small glossary that several pages offer to a model as the tool "lookup_term".

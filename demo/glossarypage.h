@@ -11,7 +11,7 @@
 namespace MireloQtLib {
 namespace QtAgent {
 class AgentExecutor;
-}
+} // namespace QtAgent
 } // namespace MireloQtLib
 
 class ApprovalPrompt;

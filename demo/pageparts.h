@@ -15,7 +15,7 @@ QT_END_NAMESPACE
 namespace MireloQtLib {
 namespace QtAgent {
 class ChatReply;
-}
+} // namespace QtAgent
 } // namespace MireloQtLib
 
 // What the pages of the demo are put together from.
