@@ -6,7 +6,7 @@ configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/MireloQtAgentConfig.c
     "${PROJECT_BINARY_DIR}/MireloQtAgentConfig.cmake"
     INSTALL_DESTINATION "${package_dir}")
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/MireloQtAgentConfigVersion.cmake"
-    COMPATIBILITY SameMajorVersion)
+    COMPATIBILITY SameMinorVersion)
 
 install(EXPORT MireloQtAgentTargets NAMESPACE MireloQtLib:: DESTINATION "${package_dir}")
 install(FILES

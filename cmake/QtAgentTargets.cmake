@@ -52,7 +52,7 @@ function(qtagent_configure_library target export_name export_prefix folder)
         EXPORT_NAME ${export_name}
         OUTPUT_NAME Mirelo${export_name}
         VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR}
+        SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
         INSTALL_RPATH "$ORIGIN")
     add_library(MireloQtLib::${export_name} ALIAS ${target})
 
