@@ -1,18 +1,63 @@
-# The library as others get it: installed, and as a sub-directory. Both run the CMake of this build.
+# The library as others get it: installed, as a sub-directory, and by FetchContent. All run the CMake of this
+# build, and each builds and runs the programs in stranger/.
 set(toolchain
     "-DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}"
     "-DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}"
+    "-DCMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER}"
     "-DCMAKE_CXX_FLAGS=${CMAKE_CXX_FLAGS}"
     "-DCMAKE_PREFIX_PATH=${CMAKE_PREFIX_PATH}")
-set(prefix "${CMAKE_CURRENT_BINARY_DIR}/package/installed")
+set(package_dir "${CMAKE_CURRENT_BINARY_DIR}/package")
 
+# The test <name> configures, builds and tests the project in <source_dir>. Further arguments are options of
+# its configuration.
+function(qtagent_add_project_test name source_dir)
+    add_test(NAME ${name}
+        COMMAND "${CMAKE_CTEST_COMMAND}" --build-and-test "${source_dir}" "${package_dir}/${name}"
+            --build-generator "${CMAKE_GENERATOR}"
+            --build-options ${toolchain} ${ARGN}
+            --test-command "${CMAKE_CTEST_COMMAND}" --output-on-failure --no-tests=error)
+    set_tests_properties(${name} PROPERTIES ENVIRONMENT "${test_environment}")
+endfunction()
+
+function(qtagent_add_stranger_test name library_from)
+    qtagent_add_project_test(${name} "${CMAKE_CURRENT_SOURCE_DIR}/stranger"
+        "-DLIBRARY_FROM=${library_from}"
+        "-DQTAGENT_VERSION=${PROJECT_VERSION}"
+        "-DQTAGENT_SOURCE_DIR=${PROJECT_SOURCE_DIR}"
+        "-DQTAGENT_QT_MAJOR=${QTAGENT_QT_MAJOR}"
+        ${ARGN})
+endfunction()
+
+foreach(linkage IN ITEMS static shared)
+    set(in_subdirectory stranger_has_a_subdirectory_${linkage})
+    set(finds_package stranger_finds_the_package_${linkage})
+    string(COMPARE EQUAL ${linkage} shared is_shared)
+    # The blank, and the move to it, show that the package depends on no place.
+    set(prefix "${package_dir}/${linkage} package")
+
+    qtagent_add_stranger_test(${in_subdirectory} subdirectory -DBUILD_SHARED_LIBS=${is_shared})
+    add_test(NAME package_installs_${linkage}
+        COMMAND "${CMAKE_COMMAND}" -D "BUILD_DIR=${package_dir}/${in_subdirectory}" -D "CONFIG=$<CONFIG>"
+            -D "PREFIX=${prefix}" -P "${CMAKE_CURRENT_SOURCE_DIR}/installandmove.cmake")
+    qtagent_add_stranger_test(${finds_package} package "-DMireloQtAgent_ROOT=${prefix}")
+
+    set_tests_properties(${in_subdirectory} PROPERTIES FIXTURES_SETUP ${linkage}_build)
+    set_tests_properties(package_installs_${linkage} PROPERTIES
+        FIXTURES_REQUIRED ${linkage}_build
+        FIXTURES_SETUP ${linkage}_package)
+    set_tests_properties(${finds_package} PROPERTIES FIXTURES_REQUIRED ${linkage}_package)
+endforeach()
+
+qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent)
+
+# This build, installed whole, serves the examples.
+set(prefix "${package_dir}/installed")
 add_test(NAME package_installs
     COMMAND "${CMAKE_COMMAND}" --install "${PROJECT_BINARY_DIR}" --config $<CONFIG> --prefix "${prefix}")
 set_tests_properties(package_installs PROPERTIES FIXTURES_SETUP installed_package)
-
 add_test(NAME package_serves_the_examples
     COMMAND "${CMAKE_CTEST_COMMAND}"
-        --build-and-test "${PROJECT_SOURCE_DIR}/examples" "${CMAKE_CURRENT_BINARY_DIR}/package/examples"
+        --build-and-test "${PROJECT_SOURCE_DIR}/examples" "${package_dir}/examples"
         --build-generator "${CMAKE_GENERATOR}"
         --build-options ${toolchain} "-DMireloQtAgent_ROOT=${prefix}"
         --test-command stream_reply)
@@ -20,11 +65,6 @@ set_tests_properties(package_serves_the_examples PROPERTIES
     FIXTURES_REQUIRED installed_package
     ENVIRONMENT "OPENAI_API_KEY=;DEEPSEEK_API_KEY="
     PASS_REGULAR_EXPRESSION "模拟模型")
-
-add_test(NAME package_fits_in_a_subdirectory
-    COMMAND "${CMAKE_COMMAND}" -G "${CMAKE_GENERATOR}" -S "${CMAKE_CURRENT_SOURCE_DIR}/subdirectory"
-        -B "${CMAKE_CURRENT_BINARY_DIR}/package/subdirectory" ${toolchain}
-        "-DQTAGENT_SOURCE_DIR=${PROJECT_SOURCE_DIR}" -DQTAGENT_QT_MAJOR=${QTAGENT_QT_MAJOR})
 
 # The code in README.md is the main function of the example.
 add_test(NAME readme_quotes_the_example
