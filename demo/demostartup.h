@@ -1,8 +1,8 @@
 #ifndef ORVANE_DEMOSTARTUP_H
 #define ORVANE_DEMOSTARTUP_H
 
-/// Switches on scaling and sharp pictures on high-density screens. To be called before the application
-/// object exists. Qt 6 always does both.
+/// Switches on scaling, by whole factors, and sharp pictures on high-density screens, the same on Qt 5 and
+/// Qt 6. To be called before the application object exists.
 void enableHighDpi();
 
 /// Gives the application the Fusion style and, where it can be read and is not empty, the style sheet

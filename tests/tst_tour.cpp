@@ -66,6 +66,7 @@ class TestTour : public QObject
 
 private Q_SLOTS:
     void mockModelAnswersWhateverIsConfigured();
+    void fractionalScreenScaleIsRounded();
     void realModelThatFailsEndsWithStatusOne();
     void wrongArgumentsEndWithStatusOne_data();
     void wrongArgumentsEndWithStatusOne();
@@ -86,6 +87,20 @@ void TestTour::mockModelAnswersWhateverIsConfigured()
         QVERIFY2(line.endsWith(" ok"), qPrintable(line));
     for (const QString &picture : reportedPictures(outcome.lines))
         QCOMPARE(QImage(folder + '/' + picture).size(), QSize(1280, 820));
+}
+
+// Borders and the table's lines stay sharp: 1.5 becomes 2 with both majors of Qt.
+void TestTour::fractionalScreenScaleIsRounded()
+{
+    const OfflineConfiguration configuration;
+    qputenv("QT_FONT_DPI", "144");
+
+    const Outcome outcome = runTour({configuration.path()}, configuration.path());
+    qunsetenv("QT_FONT_DPI");
+
+    QCOMPARE(outcome.status, 0);
+    const QString picture = reportedPictures(outcome.lines).first();
+    QCOMPARE(QImage(configuration.path() + '/' + picture).size(), QSize(2560, 1640));
 }
 
 void TestTour::realModelThatFailsEndsWithStatusOne()
