@@ -89,7 +89,7 @@ void callsByHand(benchmark::State &state)
     ToolRegistry registry;
     registerQuery(registry);
     const QJsonArray calls = toolCalls(int(state.range(0)));
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         QVector<ChatMessage> conversation;
         for (const QJsonValue &call : calls)
             conversation.append(callByHand(registry, call.toObject()));
@@ -105,7 +105,7 @@ void callsByHandOneATurn(benchmark::State &state)
     registerQuery(registry);
     const QJsonArray calls = toolCalls(int(state.range(0)));
     QObject context;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         QVector<ChatMessage> conversation;
         std::function<void()> callNext = [&] {
             conversation.append(callByHand(registry, calls.at(conversation.size()).toObject()));
@@ -124,7 +124,7 @@ void callsThroughTheExecutor(benchmark::State &state)
     InstantModel model(int(state.range(0)));
     ToolRegistry registry;
     registerQuery(registry);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         AgentExecutor executor;
         executor.setModel(&model);
         executor.setToolRegistry(&registry);
@@ -140,7 +140,7 @@ void runsOfOneExecutor(benchmark::State &state)
     InstantModel model(1);
     ToolRegistry registry;
     registerQuery(registry);
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         AgentExecutor executor;
         executor.setModel(&model);
         executor.setToolRegistry(&registry);

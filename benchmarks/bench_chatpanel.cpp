@@ -122,7 +122,7 @@ void streamed(benchmark::State &state, Shape shape, Delivery delivery)
     std::vector<double> ratios;
     std::vector<double> panelTimes;
     std::vector<double> plainTimes;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         plainTimes.push_back(secondsFor<PlainTranscript>(deltas, delivery));
         panelTimes.push_back(secondsFor<PanelTranscript>(deltas, delivery));
         ratios.push_back(panelTimes.back() / plainTimes.back());
@@ -140,7 +140,7 @@ void grown(benchmark::State &state, Shape shape)
     const QStringList shortAnswer = deltasOf(shape, 5000);
     const QStringList longAnswer = deltasOf(shape, 50000);
     std::vector<double> growths;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         const double shortTime = secondsFor<PanelTranscript>(shortAnswer, Burst) / shortAnswer.size();
         const double longTime = secondsFor<PanelTranscript>(longAnswer, Burst) / longAnswer.size();
         growths.push_back(longTime / shortTime);

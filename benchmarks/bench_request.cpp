@@ -79,7 +79,7 @@ void requestBodyBesideHandWritten(benchmark::State &state, const QString &senten
     const auto ours = [&] { benchmark::DoNotOptimize(requestBody(config, messages, {}, true)); };
     const auto byHand = [&] { benchmark::DoNotOptimize(handWrittenBody(config, messages)); };
     std::vector<double> ratios;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         const bool oursFirst = ratios.size() % 2 == 0;
         const double first = oursFirst ? secondsOf(ours) : secondsOf(byHand);
         const double second = oursFirst ? secondsOf(byHand) : secondsOf(ours);

@@ -194,7 +194,7 @@ void retrieveBesideThePlainWay(benchmark::State &state)
     std::vector<double> memoryRatios;
     Measurement oursMeasured;
     Measurement plainMeasured;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         if (timeRatios.size() % 2 == 0) {
             oursMeasured = measured(ours);
             plainMeasured = measured(plain);

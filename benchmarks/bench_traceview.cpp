@@ -105,7 +105,7 @@ void shown(benchmark::State &state, ToolCallTrace (*makeTrace)(int))
     std::vector<double> ratios;
     std::vector<double> viewTimes;
     std::vector<double> plainTimes;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         plainTimes.push_back(secondsFor<PlainTable>(trace));
         viewTimes.push_back(secondsFor<ToolCallTraceView>(trace));
         ratios.push_back(viewTimes.back() / plainTimes.back());
@@ -121,7 +121,7 @@ void grown(benchmark::State &state)
 {
     const ToolCallTrace trace = traceWithOutput(1000);
     std::vector<double> growths;
-    for (auto _ : state) {
+    for ([[maybe_unused]] auto iteration : state) {
         ToolCallTraceView view;
         view.resize(windowSize);
         view.show();

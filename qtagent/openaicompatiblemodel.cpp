@@ -115,6 +115,7 @@ private:
     {
         const QPointer<AnswerReceiver> self(this);
         const QString content = responseMessage(response).value(QLatin1String("content")).toString();
+        // cppcheck-suppress nullPointerRedundantCheck ; a slot may delete the reply
         m_reply->setResponse(response);
         if (self && m_reply)
             m_reply->appendDelta(content);

@@ -312,7 +312,7 @@ void TestDeviceAgentPage::tableShowsTheDevices()
 {
     const ScriptedPage scripted;
     const auto *table = scripted.driver.child<QTableWidget>("deviceTable");
-    QVector<QStringList> rows{{}};
+    QVector<QStringList> rows{QStringList()};
     for (int column = 0; column < table->columnCount(); ++column)
         rows[0].append(table->horizontalHeaderItem(column)->text());
     for (int row = 0; row < table->rowCount(); ++row) {

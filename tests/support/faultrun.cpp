@@ -21,7 +21,8 @@ bool runUntilOver(ChatReply *reply)
     patience.start(patienceMs);
     const auto quitOnceOver = [&loop, reply] {
         if (const auto *networkReply = reply->parent()->findChild<QNetworkReply *>())
-            QObject::connect(networkReply, &QObject::destroyed, &loop, &QEventLoop::quit, Qt::QueuedConnection);
+            QObject::connect(networkReply, &QObject::destroyed, &loop, &QEventLoop::quit,
+                             Qt::QueuedConnection);
         else
             QTimer::singleShot(0, &loop, &QEventLoop::quit);
     };
