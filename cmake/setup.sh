@@ -1,5 +1,11 @@
 # shellcheck shell=bash
-# What run-demo.sh and run-tests.sh share: packages, the configure step and the number of jobs.
+# What run-demo.sh, run-tests.sh and check.sh share: packages, the configure step and the number of jobs.
+
+# The major version of Qt to build with, and Debian's package of its development files.
+qt_major=5
+qt_package() {
+    if ((qt_major == 6)); then echo qt6-base-dev; else echo qtbase5-dev; fi
+}
 
 # Installs those of the given packages that a Debian or Ubuntu system lacks, and a Chinese font where there
 # is none. Does nothing on other systems: there configure() names what is missing.
@@ -64,7 +70,8 @@ apt_get() {
 configure() {
     local source_dir="$1" build_dir="$2"
     forget_moved_build "$source_dir" "$build_dir"
-    if ! has_command cmake || ! cmake -S "$source_dir" -B "$build_dir" -DCMAKE_BUILD_TYPE=Release "${@:3}"; then
+    if ! has_command cmake || ! cmake -S "$source_dir" -B "$build_dir" -DCMAKE_BUILD_TYPE=Release \
+        -DQTAGENT_QT_MAJOR="$qt_major" "${@:3}"; then
         explain_requirements
         exit 1
     fi
@@ -107,6 +114,8 @@ How to get it:
   Arch Linux: pacman -S base-devel cmake qt5-base cpp-httplib
   macOS:      xcode-select --install; brew install cmake qt@5 cpp-httplib pkg-config
               export CMAKE_PREFIX_PATH="$(brew --prefix qt@5)"
+For Qt 6 instead of Qt 5: qt6-base-dev on Debian, qt6-qtbase-devel on Fedora, qt6-base-devel on openSUSE,
+qt6-base on Arch Linux, qt on macOS.
 HOW
     } >&2
 }
@@ -116,8 +125,8 @@ list_missing_requirements() {
     has_command "${CXX:-c++}" || has_command g++ || has_command clang++ || missing "a C++17 compiler"
     has_command make || has_command ninja || missing "make or Ninja"
     has_cmake || missing "CMake 3.22 or later"
-    has_file cmake/Qt5Widgets || missing "the development files of Qt 5.15 (Core, Network, Widgets)"
-    has_file cmake/Qt5Test || missing "the development files of Qt 5.15 Test, for the tests"
+    has_file "cmake/Qt${qt_major}Widgets" || missing "the development files of Qt $qt_major (Core, Network, Widgets)"
+    has_file "cmake/Qt${qt_major}Test" || missing "the development files of Qt $qt_major Test, for the tests"
     has_command pkg-config || missing "pkg-config, for the tests"
     has_file httplib.h || missing "cpp-httplib, for the tests"
     has_chinese_font || missing "a font with Chinese characters, for the demo's texts"
