@@ -286,6 +286,9 @@ QString PageTour::pageName() const
 
 void PageTour::savePicture(QWidget *widget, const QString &suffix)
 {
+    // A window that has just opened may be active already or not, and shows its focus only then.
+    if (QWidget *focused = widget->focusWidget())
+        focused->clearFocus();
     const QString path = m_folder.filePath(pageName() + suffix + QLatin1String(".png"));
     if (!widget->grab().save(path))
         m_failures.append(QStringLiteral("cannot write %1").arg(path));

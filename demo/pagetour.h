@@ -23,7 +23,7 @@ QT_END_NAMESPACE
 /// run buttons, one after the other. A page is done when its stop button is disabled and no reply that is a
 /// child of the page or of the window is running. Approval dialogs are answered with "允许一次".
 ///
-/// Pictures show the whole window and are named NN-title.png; those of dialogs are named
+/// Pictures show the whole window, without a focus, and are named NN-title.png; those of dialogs are named
 /// NN-title-approval.png. A page fails where it shows an error, where it is not idle in time, or where a
 /// picture cannot be saved. The tour goes on behind it.
 ///

@@ -8,6 +8,7 @@
 #include <QHBoxLayout>
 #include <QImage>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QStackedWidget>
@@ -122,6 +123,7 @@ class TestPageTour : public QObject
 
 private Q_SLOTS:
     void everyPageIsPicturedInOrder();
+    void focusIsNotPictured();
     void questionIsTypedAndSent_data();
     void questionIsTypedAndSent();
     void runButtonsArePressedOneAfterTheOther();
@@ -153,6 +155,24 @@ void TestPageTour::everyPageIsPicturedInOrder()
     const QImage first(tour.folder.filePath("01-first.png"));
     QCOMPARE(first.size(), QSize(400, 300));
     QVERIFY(first != QImage(tour.folder.filePath("02-second.png")));
+}
+
+void TestPageTour::focusIsNotPictured()
+{
+    Window window;
+    QWidget *page = window.add("page");
+    auto *input = addNamed<QLineEdit>(page, "input");
+    input->setStyleSheet("* { background: blue; border: none } :focus { background: red }");
+    window.show();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    input->setFocus();
+    QVERIFY(input->hasFocus());
+    Tour tour(&window);
+
+    QVERIFY(tour.run());
+
+    const QImage picture(tour.folder.filePath("01-page.png"));
+    QCOMPARE(picture.pixelColor(input->mapTo(&window, QPoint(1, 1))), QColor(Qt::blue));
 }
 
 void TestPageTour::questionIsTypedAndSent_data()
