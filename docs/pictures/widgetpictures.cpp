@@ -1,0 +1,154 @@
+#include "widgetpictures.h"
+
+#include "picturefile.h"
+
+#include <qtagent/widgets/agentchatpanel.h>
+#include <qtagent/widgets/approvaldialog.h>
+#include <qtagent/widgets/modelconfigwidget.h>
+#include <qtagent/widgets/toolcalltraceview.h>
+
+#include <QApplication>
+#include <QDir>
+#include <QImage>
+#include <QVector>
+
+#include <memory>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+constexpr int margin = 8;
+
+std::unique_ptr<QWidget> createChatPanel()
+{
+    auto panel = std::make_unique<AgentChatPanel>();
+    panel->resize(640, 520);
+    panel->setContentsMargins(margin, margin, margin, margin);
+    panel->appendSystemMessage(QStringLiteral("已载入冷却站的设备手册。"));
+    panel->appendUserMessage(QStringLiteral("Pump-002 的温度持续升高，应该先检查什么？"));
+    panel->appendAgentDelta(QStringLiteral("请依次检查：\n"
+                                           "1. 冷却水阀门是否全开，流量是否低于 12 m³/h；\n"
+                                           "2. 过滤器前后的压差是否超过 0.5 bar；\n"
+                                           "3. 轴承是否缺油，振动是否超过 0.40。"));
+    panel->finishAgentMessage();
+    panel->appendUserMessage(QStringLiteral("压差是 0.8 bar。"));
+    panel->appendAgentDelta(QStringLiteral("压差超限，过滤器很可能堵塞。建议切换到备用泵，然后"));
+    panel->setBusy(true);
+    return panel;
+}
+
+ToolCallTrace trace(const QString &toolName, const QString &status, ToolPermission permission)
+{
+    static const QDateTime firstCall({2026, 3, 9}, {14, 5, 9});
+    ToolCallTrace trace;
+    trace.toolName = toolName;
+    trace.status = status;
+    trace.permission = permission;
+    trace.timestamp = firstCall;
+    return trace;
+}
+
+std::unique_ptr<QWidget> createTraceView()
+{
+    ToolCallTrace query =
+        trace(QStringLiteral("query_device_status"), QStringLiteral("success"), ToolPermission::ReadOnly);
+    query.arguments = {{QStringLiteral("deviceId"), QStringLiteral("Pump-002")}};
+    query.output = QStringLiteral("Pump-002 当前状态：预警。");
+    query.durationMs = 4;
+
+    ToolCallTrace order =
+        trace(QStringLiteral("order_part"), QStringLiteral("failed"), ToolPermission::ExternalNetwork);
+    order.arguments = {{QStringLiteral("part"), QStringLiteral("FLT-20")}};
+    order.error = QStringLiteral("仓库没有回应。");
+    order.durationMs = 812;
+    order.timestamp = query.timestamp.addSecs(6);
+
+    ToolCallTrace removal =
+        trace(QStringLiteral("delete_history"), QStringLiteral("denied"), ToolPermission::Destructive);
+    removal.arguments = {{QStringLiteral("deviceId"), QStringLiteral("Pump-002")}};
+    removal.error = QStringLiteral("用户拒绝了审批。");
+    removal.timestamp = order.timestamp.addSecs(11);
+
+    auto view = std::make_unique<ToolCallTraceView>();
+    view->resize(1060, 130);
+    for (const ToolCallTrace &shown : {query, order, removal})
+        view->addTrace(shown);
+    return view;
+}
+
+std::unique_ptr<QWidget> createApprovalDialog()
+{
+    ApprovalRequest request;
+    request.toolName = QStringLiteral("delete_history");
+    request.permission = ToolPermission::Destructive;
+    request.arguments = {
+        {QStringLiteral("deviceId"), QStringLiteral("Pump-002")},
+        {QStringLiteral("before"), QStringLiteral("2026-01-01")},
+        {QStringLiteral("keepAlarms"), true},
+    };
+    request.reason = QStringLiteral("该工具拥有 Destructive 权限，需要用户确认后才能执行。");
+    return std::make_unique<ApprovalDialog>(request);
+}
+
+std::unique_ptr<QWidget> createModelConfigWidget()
+{
+    ModelConfig service;
+    service.name = QStringLiteral("公司网关");
+    service.provider = QStringLiteral("openai");
+    service.baseUrl = QStringLiteral("https://models.example.com/v1");
+    service.apiKey = QStringLiteral("unseen key");
+    service.model = QStringLiteral("plant-assistant");
+    service.maxTokens = 2048;
+
+    auto form = std::make_unique<ModelConfigWidget>();
+    form->setContentsMargins(margin, margin, margin, margin);
+    form->resize(420, form->sizeHint().height());
+    form->setProfiles({service, ModelConfig()}, 0);
+    return form;
+}
+
+struct WidgetPicture
+{
+    QString name;
+    std::unique_ptr<QWidget> (*create)();
+};
+
+QVector<WidgetPicture> widgetPictures()
+{
+    return {
+        {QStringLiteral("agentchatpanel.png"), createChatPanel},
+        {QStringLiteral("toolcalltraceview.png"), createTraceView},
+        {QStringLiteral("approvaldialog.png"), createApprovalDialog},
+        {QStringLiteral("modelconfigwidget.png"), createModelConfigWidget},
+    };
+}
+
+// A window that is never active has neither cursor nor focus frame.
+QImage picture(QWidget *widget)
+{
+    widget->setAttribute(Qt::WA_DontShowOnScreen);
+    widget->show();
+    QApplication::processEvents(); // views are laid out in posted events
+    return widget->grab().toImage();
+}
+
+} // namespace
+
+QStringList widgetPictureNames()
+{
+    QStringList names;
+    for (const WidgetPicture &entry : widgetPictures())
+        names.append(entry.name);
+    return names;
+}
+
+bool saveWidgetPictures(const QDir &folder)
+{
+    for (const WidgetPicture &entry : widgetPictures()) {
+        const std::unique_ptr<QWidget> widget = entry.create();
+        if (!savePicture(picture(widget.get()), folder, entry.name))
+            return false;
+    }
+    return true;
+}

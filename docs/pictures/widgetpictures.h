@@ -1,0 +1,19 @@
+#ifndef ORVANE_WIDGETPICTURES_H
+#define ORVANE_WIDGETPICTURES_H
+
+#include <QStringList>
+
+QT_BEGIN_NAMESPACE
+class QDir;
+QT_END_NAMESPACE
+
+// The pictures of the library's widgets, each with the content of an everyday moment. They are named after
+// the widgets' headers.
+
+/// Returns the file names of the pictures.
+QStringList widgetPictureNames();
+
+/// Saves the pictures to @p folder, in the application's style. Returns false where one could not be saved.
+bool saveWidgetPictures(const QDir &folder);
+
+#endif

@@ -1,0 +1,31 @@
+cmake_minimum_required(VERSION 3.22)
+
+# The program knows a picture of every page and refuses to list them where one is forgotten.
+execute_process(COMMAND "${PICTURES_PROGRAM}" --list OUTPUT_VARIABLE names COMMAND_ERROR_IS_FATAL ANY)
+string(STRIP "${names}" names)
+string(REPLACE "\n" ";" names "${names}")
+
+set(unique_names ${names})
+list(REMOVE_DUPLICATES unique_names)
+if(NOT unique_names STREQUAL names)
+    message(SEND_ERROR "Two pictures have the same name.")
+endif()
+
+foreach(header IN LISTS WIDGET_HEADERS)
+    get_filename_component(widget "${header}" NAME_WE)
+    if(NOT "${widget}.png" IN_LIST names)
+        message(SEND_ERROR "There is no picture of ${header}.")
+    endif()
+endforeach()
+
+file(GLOB files RELATIVE "${PICTURE_DIR}" "${PICTURE_DIR}/*")
+foreach(name IN LISTS names)
+    if(NOT name IN_LIST files)
+        message(SEND_ERROR "${name} is missing; docs/make-pictures.sh makes it.")
+    endif()
+endforeach()
+foreach(file IN LISTS files)
+    if(NOT file IN_LIST names)
+        message(SEND_ERROR "docs/make-pictures.sh does not make ${file}.")
+    endif()
+endforeach()
