@@ -1,0 +1,59 @@
+#ifndef QTAGENT_TESTS_EXAMPLETEST_H
+#define QTAGENT_TESTS_EXAMPLETEST_H
+
+#include <QApplication>
+#include <QtTest>
+
+/// The main function of the example, which is compiled under this name.
+int exampleMain(int argc, char *argv[]);
+
+/// Returns the visible widget of type @p Widget, or null.
+template<typename Widget>
+Widget *shownWidget()
+{
+    for (QWidget *widget : QApplication::allWidgets()) {
+        auto *found = qobject_cast<Widget *>(widget);
+        if (found && found->isVisible())
+            return found;
+    }
+    return nullptr;
+}
+
+/// Runs a test inside the example, from the event loop that its main function starts:
+/// @code
+/// int main(int argc, char *argv[])
+/// {
+///     return ExampleRun<TestChatWindow>::execute(argc, argv);
+/// }
+/// @endcode
+/// The last function of the test closes the example's window. The run ends when the example does, with a
+/// status other than 0 where the test failed or the example reports a failure.
+template<typename Test>
+class ExampleRun
+{
+public:
+    static int execute(int argc, char *argv[])
+    {
+        arguments = QStringList();
+        for (int i = 0; i < argc; ++i)
+            arguments.append(QString::fromLocal8Bit(argv[i]));
+        qAddPreRoutine([] { QTimer::singleShot(0, qApp, &ExampleRun::runTest); });
+        int exampleArgumentCount = 1;
+        const int status = exampleMain(exampleArgumentCount, argv);
+        return failures == 0 ? status : EXIT_FAILURE;
+    }
+
+private:
+    static void runTest()
+    {
+        Test test;
+        failures = QTest::qExec(&test, arguments);
+        if (failures)
+            QCoreApplication::exit(EXIT_FAILURE);
+    }
+
+    inline static QStringList arguments;
+    inline static int failures = -1;
+};
+
+#endif

@@ -1,0 +1,168 @@
+#include "support/exampletest.h"
+
+#include <qtagent/widgets/agentchatpanel.h>
+#include <qtagent/widgets/approvaldialog.h>
+#include <qtagent/widgets/toolcalltraceview.h>
+
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTextBrowser>
+
+using namespace MireloQtLib::QtAgent;
+
+class TestAgentApproval : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+
+    void deniedToolDoesNotRun();
+    void allowedToolWritesTheReport();
+    void failedToolIsReportedToTheModel();
+    void stopEndsTheRun();
+    void closingTheWindowEndsTheProgram();
+
+private:
+    QString transcript() const
+    {
+        return m_panel->findChild<QTextBrowser *>("agentChatHistory")->toPlainText();
+    }
+    QPushButton *button(const QString &name) const { return m_panel->findChild<QPushButton *>(name); }
+    bool isIdle() const
+    {
+        return button("agentChatSend")->isEnabled() && !button("agentChatStop")->isEnabled();
+    }
+    QString reportPath() const { return m_folder.filePath("orvane-demo-report.txt"); }
+
+    void send(const QString &question) const
+    {
+        m_panel->findChild<QPlainTextEdit *>("agentChatInput")->setPlainText(question);
+        QTest::mouseClick(button("agentChatSend"), Qt::LeftButton);
+    }
+
+    void answerDialog(const QString &answer);
+    QStringList lastTrace() const;
+
+    QTemporaryDir m_folder;
+    AgentChatPanel *m_panel = nullptr;
+    ToolCallTraceView *m_traces = nullptr;
+    QString m_question;
+};
+
+// The dialog has an event loop of its own, so it is answered from a timer that waits for it.
+void TestAgentApproval::answerDialog(const QString &answer)
+{
+    m_question.clear();
+    auto *timer = new QTimer(m_panel);
+    connect(timer, &QTimer::timeout, timer, [this, timer, answer] {
+        const auto *dialog = qobject_cast<ApprovalDialog *>(QApplication::activeModalWidget());
+        if (!dialog)
+            return;
+        timer->stop();
+        timer->deleteLater();
+        m_question = dialog->findChild<QLabel *>("approvalTool")->text();
+        QTest::mouseClick(dialog->findChild<QPushButton *>(answer), Qt::LeftButton);
+    });
+    timer->start();
+}
+
+// Tool, state, permission, input and output: what is the same in every run.
+QStringList TestAgentApproval::lastTrace() const
+{
+    QStringList texts;
+    for (const int column : {0, 1, 2, 4, 5})
+        texts.append(m_traces->item(m_traces->rowCount() - 1, column)->text());
+    return texts;
+}
+
+void TestAgentApproval::initTestCase()
+{
+    QVERIFY(m_folder.isValid());
+    qputenv("TMPDIR", QFile::encodeName(m_folder.path()));
+}
+
+void TestAgentApproval::init()
+{
+    m_panel = shownWidget<AgentChatPanel>();
+    m_traces = shownWidget<ToolCallTraceView>();
+    QVERIFY(m_panel);
+    QVERIFY(m_traces);
+    QCOMPARE(m_traces->window(), m_panel->window());
+    m_traces->clearTraces();
+    QTest::mouseClick(button("agentChatClear"), Qt::LeftButton);
+}
+
+void TestAgentApproval::deniedToolDoesNotRun()
+{
+    answerDialog("approvalDeny");
+    send("Export the report");
+    QVERIFY(!isIdle());
+    QTRY_VERIFY(isIdle());
+    QCOMPARE(m_question, "允许调用工具：export_report");
+    QCOMPARE(m_traces->rowCount(), 1);
+    QCOMPARE(lastTrace(), QStringList({"export_report", "denied", "FileSystem",
+                                       R"({"fileName":"orvane-demo-report.txt"})", "用户拒绝了审批。"}));
+    QCOMPARE(transcript(), "用户\nExport the report");
+    QVERIFY(!QFile::exists(reportPath()));
+}
+
+void TestAgentApproval::allowedToolWritesTheReport()
+{
+    answerDialog("approvalAllow");
+    send("Export the report");
+    QTRY_VERIFY(isIdle());
+    QCOMPARE(m_question, "允许调用工具：export_report");
+    QCOMPARE(m_traces->rowCount(), 1);
+    QCOMPARE(lastTrace(), QStringList({"export_report", "success", "FileSystem",
+                                       R"({"fileName":"orvane-demo-report.txt"})", reportPath()}));
+    QCOMPARE(transcript(),
+             QString("用户\nExport the report\n智能体\n工具调用已完成，结果如下：\n- export_report: %1 ")
+                 .arg(reportPath()));
+    QFile report(reportPath());
+    QVERIFY(report.open(QIODevice::ReadOnly));
+    QCOMPARE(report.readAll(), QByteArray("All pumps run.\n"));
+    QVERIFY(report.remove());
+}
+
+void TestAgentApproval::failedToolIsReportedToTheModel()
+{
+    QVERIFY(QDir().mkdir(reportPath()));
+    answerDialog("approvalAllow");
+    send("Export the report");
+    QTRY_VERIFY(isIdle());
+    QCOMPARE(lastTrace(),
+             QStringList({"export_report", "failed", "FileSystem", R"({"fileName":"orvane-demo-report.txt"})",
+                          "Filename refers to a directory"}));
+    QCOMPARE(transcript(), "用户\nExport the report\n智能体\n工具调用已完成，结果如下：\n"
+                           "- export_report: Filename refers to a directory ");
+    QVERIFY(QDir().rmdir(reportPath()));
+}
+
+void TestAgentApproval::stopEndsTheRun()
+{
+    send("Export the report");
+    QTest::mouseClick(button("agentChatStop"), Qt::LeftButton);
+    QVERIFY(isIdle());
+    send("What is a valve?");
+    QTRY_VERIFY(isIdle());
+    QCOMPARE(m_traces->rowCount(), 0);
+    QCOMPARE(transcript(),
+             "用户\nExport the report\n用户\nWhat is a valve?\n智能体\nOrvane "
+             "模拟模型正在本地运行。本回复无需网络请求，会以流式方式输出，因此可以离线测试演示程序。 ");
+}
+
+void TestAgentApproval::closingTheWindowEndsTheProgram()
+{
+    send("What is a valve?");
+    QVERIFY(m_panel->window()->close());
+}
+
+int main(int argc, char *argv[])
+{
+    return ExampleRun<TestAgentApproval>::execute(argc, argv);
+}
+
+#include "tst_example_agent_approval.moc"
