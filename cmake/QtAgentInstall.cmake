@@ -8,8 +8,9 @@ configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/MireloQtAgentConfig.c
 write_basic_package_version_file("${PROJECT_BINARY_DIR}/MireloQtAgentConfigVersion.cmake"
     COMPATIBILITY SameMinorVersion)
 
-install(EXPORT MireloQtAgentTargets NAMESPACE MireloQtLib:: DESTINATION "${package_dir}")
+install(EXPORT MireloQtAgentTargets NAMESPACE MireloQtLib::
+    DESTINATION "${package_dir}" COMPONENT development)
 install(FILES
     "${PROJECT_BINARY_DIR}/MireloQtAgentConfig.cmake"
     "${PROJECT_BINARY_DIR}/MireloQtAgentConfigVersion.cmake"
-    DESTINATION "${package_dir}")
+    DESTINATION "${package_dir}" COMPONENT development)

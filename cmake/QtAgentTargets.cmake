@@ -1,5 +1,20 @@
 include(GenerateExportHeader)
 
+# What a run path begins with that holds wherever the files are installed.
+if(APPLE)
+    set(qtagent_origin "@loader_path")
+else()
+    set(qtagent_origin "$ORIGIN")
+endif()
+
+# The path that leads from an installed folder to another place in or below the prefix.
+function(qtagent_relative_path from to result)
+    cmake_path(ABSOLUTE_PATH from BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" NORMALIZE)
+    cmake_path(ABSOLUTE_PATH to BASE_DIRECTORY "${CMAKE_INSTALL_PREFIX}" NORMALIZE)
+    cmake_path(RELATIVE_PATH to BASE_DIRECTORY "${from}" OUTPUT_VARIABLE path)
+    set(${result} "${path}" PARENT_SCOPE)
+endfunction()
+
 # Compiler settings of every target of this project. They stay private: a program that links the
 # libraries keeps its own warnings and its own Qt defines. PLAIN_LITERALS lets "text" be a QString, which
 # keeps tests readable.
@@ -53,15 +68,16 @@ function(qtagent_configure_library target export_name export_prefix folder)
         OUTPUT_NAME Mirelo${export_name}
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}
-        INSTALL_RPATH "$ORIGIN")
+        INSTALL_RPATH "${qtagent_origin}")
     add_library(MireloQtLib::${export_name} ALIAS ${target})
 
     target_sources(${target} PRIVATE ${ARGN})
     list(TRANSFORM ARGN PREPEND "${folder}/" OUTPUT_VARIABLE public_headers)
     set_property(TARGET ${target} PROPERTY QTAGENT_PUBLIC_HEADERS ${public_headers})
-    install(FILES ${ARGN} "${export_header}" DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}")
+    install(FILES ${ARGN} "${export_header}"
+        DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}" COMPONENT development)
     install(TARGETS ${target} EXPORT MireloQtAgentTargets
-        RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}"
-        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
-        ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}")
+        RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT libraries
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libraries NAMELINK_COMPONENT development
+        ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 endfunction()
