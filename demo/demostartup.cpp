@@ -3,6 +3,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QFile>
+#include <QIcon>
 #include <QStyleFactory>
 
 namespace {
@@ -13,6 +14,14 @@ QString styleSheetOfProgram()
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return {};
     return QString::fromUtf8(file.readAll());
+}
+
+QIcon demoIcon()
+{
+    QIcon icon;
+    for (const int size : {16, 32, 48, 128, 256})
+        icon.addFile(QStringLiteral(":/orvane/orvane-%1.png").arg(size));
+    return icon;
 }
 
 } // namespace
@@ -33,4 +42,11 @@ void applyDemoStyle()
     const QString styleSheet = styleSheetOfProgram();
     if (!styleSheet.isEmpty())
         qApp->setStyleSheet(styleSheet);
+}
+
+void applyDemoIdentity()
+{
+    Q_INIT_RESOURCE(orvane); // nothing else refers to it in a static library
+    QApplication::setWindowIcon(demoIcon());
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.mirelo.OrvaneDemo"));
 }

@@ -9,4 +9,8 @@ void enableHighDpi();
 /// "styles/dark.qss" in the program's own folder.
 void applyDemoStyle();
 
+/// Gives every window of the application the demo's icon, and names the desktop file
+/// "com.mirelo.OrvaneDemo", by which a desktop knows the menu entry that a window belongs to.
+void applyDemoIdentity();
+
 #endif

@@ -8,6 +8,7 @@ int main(int argc, char *argv[])
     enableHighDpi();
     QApplication application(argc, argv);
     applyDemoStyle();
+    applyDemoIdentity();
     OrvaneDemoWindow window;
     window.show();
     return QApplication::exec();

@@ -77,6 +77,7 @@ int main(int argc, char *argv[])
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false); // a tour ends behind its last page
     applyDemoStyle();
+    applyDemoIdentity();
 
     QCommandLineParser parser;
     parser.setApplicationDescription(

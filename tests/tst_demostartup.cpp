@@ -218,12 +218,17 @@ private Q_SLOTS:
     void disabledButtonLooksDifferent();
     void transcriptIsReadable_data();
     void transcriptIsReadable();
+    void windowsShowTheIcon_data();
+    void windowsShowTheIcon();
+    void windowsBelongToTheMenuEntry();
 };
 
 void TestDemoStartup::cleanup()
 {
     QDir(QCoreApplication::applicationDirPath() + "/styles").removeRecursively();
     qApp->setStyleSheet(QString());
+    QApplication::setWindowIcon(QIcon());
+    QGuiApplication::setDesktopFileName(QString());
 }
 
 void TestDemoStartup::fusionIsTheStyleWithoutASheet()
@@ -348,6 +353,34 @@ void TestDemoStartup::transcriptIsReadable()
     }
     QVERIFY(contrast(text, ground) >= 7.0);
     QVERIFY(paintedContrast(picture(history->viewport())) >= 7.0);
+}
+
+void TestDemoStartup::windowsShowTheIcon_data()
+{
+    QTest::addColumn<int>("size");
+    for (const int size : {16, 32, 48, 128, 256})
+        QTest::addRow("%d", size) << size;
+}
+
+void TestDemoStartup::windowsShowTheIcon()
+{
+    QFETCH(int, size);
+    const QImage drawn(QString(ORVANE_DESKTOP_DIR "/orvane-%1.png").arg(size));
+    QCOMPARE(drawn.size(), QSize(size, size));
+
+    applyDemoIdentity();
+
+    const QImage shown = QWidget().windowIcon().pixmap(size).toImage();
+    QCOMPARE(shown.convertToFormat(QImage::Format_ARGB32_Premultiplied),
+             drawn.convertToFormat(QImage::Format_ARGB32_Premultiplied));
+}
+
+void TestDemoStartup::windowsBelongToTheMenuEntry()
+{
+    applyDemoIdentity();
+
+    QCOMPARE(QGuiApplication::desktopFileName(), "com.mirelo.OrvaneDemo");
+    QVERIFY(QFile::exists(ORVANE_DESKTOP_DIR "/com.mirelo.OrvaneDemo.desktop"));
 }
 
 QTEST_MAIN(TestDemoStartup)

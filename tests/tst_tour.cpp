@@ -1,5 +1,6 @@
 #include "support/offlineconfiguration.h"
 
+#include <QColor>
 #include <QImage>
 #include <QProcess>
 #include <QRegularExpression>
@@ -30,6 +31,12 @@ QJsonObject unreachableProfile()
             {"model", "model"}};
 }
 
+// The variable names an installed program in place of the one in the build tree.
+QString tourProgram()
+{
+    return qEnvironmentVariable("ORVANE_TOUR", ORVANE_TOUR);
+}
+
 Outcome runTour(const QStringList &arguments, const QString &temporaryFolder)
 {
     QProcess tour;
@@ -37,7 +44,7 @@ Outcome runTour(const QStringList &arguments, const QString &temporaryFolder)
     environment.insert("TMPDIR", temporaryFolder);
     tour.setProcessEnvironment(environment);
     tour.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    tour.start(ORVANE_TOUR, arguments);
+    tour.start(tourProgram(), arguments);
     if (!tour.waitForFinished(tourLimitMs) || tour.exitStatus() != QProcess::NormalExit)
         return {};
     const QString output = QString::fromUtf8(tour.readAllStandardOutput());
@@ -58,6 +65,16 @@ QStringList reportedPictures(const QStringList &reports)
     return names;
 }
 
+// The ground that the sources' style sheet gives to every widget.
+QColor groundOfStyleSheet()
+{
+    QFile file(ORVANE_STYLE_SHEET);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QRegularExpression rule("\nQWidget \\{\\s*background-color: (#[0-9a-f]{6});");
+    return QColor(rule.match(QString::fromUtf8(file.readAll())).captured(1));
+}
+
 } // namespace
 
 class TestTour : public QObject
@@ -67,6 +84,7 @@ class TestTour : public QObject
 private Q_SLOTS:
     void mockModelAnswersWhateverIsConfigured();
     void fractionalScreenScaleIsRounded();
+    void windowHasTheGroundOfTheStyleSheet();
     void realModelThatFailsEndsWithStatusOne();
     void wrongArgumentsEndWithStatusOne_data();
     void wrongArgumentsEndWithStatusOne();
@@ -101,6 +119,21 @@ void TestTour::fractionalScreenScaleIsRounded()
     QCOMPARE(outcome.status, 0);
     const QString picture = reportedPictures(outcome.lines).first();
     QCOMPARE(QImage(configuration.path() + '/' + picture).size(), QSize(2560, 1640));
+}
+
+void TestTour::windowHasTheGroundOfTheStyleSheet()
+{
+    const OfflineConfiguration configuration;
+
+    const Outcome outcome = runTour({configuration.path()}, configuration.path());
+
+    QCOMPARE(outcome.status, 0);
+    QVERIFY(!outcome.lines.isEmpty());
+    QVERIFY(groundOfStyleSheet().isValid());
+    for (const QString &picture : reportedPictures(outcome.lines)) {
+        const QImage image(configuration.path() + '/' + picture);
+        QCOMPARE(image.pixelColor(image.rect().bottomRight()), groundOfStyleSheet());
+    }
 }
 
 void TestTour::realModelThatFailsEndsWithStatusOne()
