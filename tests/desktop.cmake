@@ -1,4 +1,5 @@
-# The demo as others get it: its menu entry and description, and the installed program.
+# The demo as others get it: its menu entry and description, the installed program, and the Debian package,
+# which is made, unpacked and used.
 if(NOT TARGET orvanedemo)
     return()
 endif()
@@ -15,6 +16,10 @@ endfunction()
 
 qtagent_find_tool(desktop-file-validate desktop-file-utils desktop_file_validate)
 qtagent_find_tool(appstreamcli appstream appstreamcli)
+qtagent_find_tool(dpkg-deb dpkg dpkg_deb)
+qtagent_find_tool(dpkg-query dpkg dpkg_query)
+qtagent_find_tool(dpkg-shlibdeps dpkg-dev dpkg_shlibdeps)
+qtagent_find_tool(file file file)
 
 set(desktop_dir "${PROJECT_BINARY_DIR}/demo/desktop")
 
@@ -49,3 +54,41 @@ function(qtagent_test_installed_demo name fixture folder)
 endfunction()
 
 qtagent_test_installed_demo(package installed_package "${prefix}")
+
+# The dependencies of a package are those of the packages that its libraries came from.
+set(qt_is_packaged FALSE)
+if(dpkg_query)
+    get_target_property(qt_library Qt${QTAGENT_QT_MAJOR}::Core LOCATION)
+    file(REAL_PATH "${qt_library}" qt_library)
+    execute_process(COMMAND "${dpkg_query}" --search "${qt_library}"
+        RESULT_VARIABLE search_status OUTPUT_QUIET ERROR_QUIET)
+    if(search_status EQUAL 0)
+        set(qt_is_packaged TRUE)
+    else()
+        message(STATUS "Qt comes from no Debian package: the demo's package is not tested")
+    endif()
+endif()
+if(NOT PROJECT_IS_TOP_LEVEL OR NOT qt_is_packaged OR NOT dpkg_deb OR NOT dpkg_shlibdeps OR NOT file)
+    return()
+endif()
+
+set(deb_dir "${CMAKE_CURRENT_BINARY_DIR}/deb")
+set(unpacked_dir "${deb_dir}/unpacked")
+
+add_test(NAME deb_unpacks
+    COMMAND "${CMAKE_COMMAND}"
+        -D "CPACK=${CMAKE_CPACK_COMMAND}" -D "DPKG_DEB=${dpkg_deb}"
+        -D "BUILD_DIR=${PROJECT_BINARY_DIR}" -D "CONFIG=$<CONFIG>"
+        -D "DEB_DIR=${deb_dir}" -D "UNPACKED_DIR=${unpacked_dir}"
+        -D "VERSION=${PROJECT_VERSION}" -D "QT_MAJOR=${QTAGENT_QT_MAJOR}"
+        -P "${CMAKE_CURRENT_SOURCE_DIR}/unpackdeb.cmake")
+set_tests_properties(deb_unpacks PROPERTIES FIXTURES_SETUP unpacked_deb)
+
+if(appstreamcli)
+    add_test(NAME deb_describes_the_demo COMMAND "${appstreamcli}" validate-tree --no-net "${unpacked_dir}")
+    set_tests_properties(deb_describes_the_demo PROPERTIES
+        FIXTURES_REQUIRED unpacked_deb
+        FAIL_REGULAR_EXPRESSION "W: ")
+endif()
+
+qtagent_test_installed_demo(deb unpacked_deb "${unpacked_dir}/usr")

@@ -1,0 +1,38 @@
+# "cpack -G DEB" in the build tree makes one package of the demo, with the libraries where they are shared.
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME orvane-demo)
+set(CPACK_PACKAGE_CONTACT "MireloQtAgent maintainers <maintainers@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Demo of the ${PROJECT_DESCRIPTION}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_PRE_BUILD_SCRIPTS "${PROJECT_SOURCE_DIR}/cmake/debian/openfolders.cmake")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+
+set(CPACK_COMPONENTS_ALL demo libraries)
+set(CPACK_COMPONENTS_GROUPING ALL_COMPONENTS_IN_ONE)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_PACKAGE_DESCRIPTION
+"The program has a page for each part of the library: streamed chat, tools
+that a model may call, an agent that asks before a risky tool runs, prompt
+templates, chains, answers from documents, and workflows. A mock model
+answers where no other is configured.")
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-wqy-microhei | fonts-noto-cjk")
+
+if(BUILD_SHARED_LIBS)
+    # The package does not depend on the libraries that it holds, which dpkg-shlibdeps sees in the build tree.
+    foreach(folder IN ITEMS qtagent qtagent/widgets)
+        list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/${folder}")
+        foreach(config IN LISTS CMAKE_CONFIGURATION_TYPES)
+            list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}/${folder}/${config}")
+        endforeach()
+    endforeach()
+    set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+    set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/triggers")
+endif()
+
+include(CPack)
