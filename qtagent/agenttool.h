@@ -17,6 +17,7 @@ namespace QtAgent {
 /// What one tool call gave.
 struct ToolResult
 {
+    /// Whether the tool did what was asked.
     bool success = false;
     /// The structured result, which may be empty.
     QJsonObject data;
@@ -44,6 +45,7 @@ class QTAGENT_EXPORT AgentTool : public QObject
     Q_OBJECT
 
 public:
+    /// Creates a tool. One without a parent becomes the child of the registry that it is registered with.
     explicit AgentTool(QObject *parent = nullptr);
     ~AgentTool() override;
 
@@ -83,6 +85,8 @@ class QTAGENT_EXPORT FunctionTool : public AgentTool
     Q_OBJECT
 
 public:
+    /// Creates a tool that returns @p name, @p description, @p parameters and @p permission as they are, and
+    /// calls @p handler for each call. The handler is kept for as long as the tool lives.
     FunctionTool(const QString &name, const QString &description, const QJsonObject &parameters,
                  ToolPermission permission, ToolHandler handler, QObject *parent = nullptr);
     ~FunctionTool() override;

@@ -51,11 +51,17 @@ struct QTAGENT_EXPORT ChatMessage
 
 /// What a tool may do. Everything but ReadOnly needs the user's approval.
 enum class ToolPermission : int {
+    /// Reads what the program knows and changes nothing.
     ReadOnly = 0,
+    /// Changes data of the program.
     Write = 1,
+    /// Deletes, or changes what cannot be restored.
     Destructive = 2,
+    /// Sends something to another machine.
     ExternalNetwork = 3,
+    /// Reads or writes files.
     FileSystem = 4,
+    /// Starts other programs.
     SystemCommand = 5,
 };
 
@@ -69,10 +75,13 @@ QTAGENT_EXPORT bool requiresApproval(ToolPermission permission);
 /// A tool as it is offered to a model.
 struct ToolDefinition
 {
+    /// The name under which the model calls the tool.
     QString name;
+    /// What the tool does, written for the model.
     QString description;
     /// The JSON Schema object of the tool's arguments.
     QJsonObject parameters;
+    /// What the tool may do.
     ToolPermission permission = ToolPermission::ReadOnly;
 };
 

@@ -12,6 +12,7 @@ class QTAGENT_EXPORT DeepSeekModel : public OpenAICompatibleModel
     Q_OBJECT
 
 public:
+    /// Creates a model with a default ModelConfig.
     explicit DeepSeekModel(QObject *parent = nullptr);
     ~DeepSeekModel() override;
 

@@ -25,6 +25,7 @@ class QTAGENT_EXPORT MockChatModel : public ChatModel
     Q_OBJECT
 
 public:
+    /// Creates a model, which needs no profile.
     explicit MockChatModel(QObject *parent = nullptr);
     ~MockChatModel() override;
 

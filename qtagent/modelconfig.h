@@ -54,6 +54,7 @@ QTAGENT_EXPORT ModelConfig modelConfigFromJson(const QJsonObject &json);
 /// Profiles and the one that is selected.
 struct ModelProfiles
 {
+    /// The profiles in the order of their file; at least one where loadModelProfiles() returned them.
     QList<ModelConfig> profiles;
     /// An index into profiles.
     int currentIndex = 0;

@@ -33,6 +33,7 @@ class QTAGENT_EXPORT OpenAICompatibleModel : public ChatModel
     Q_OBJECT
 
 public:
+    /// Creates a model with a default ModelConfig, whose address and model name are to be set before chat().
     explicit OpenAICompatibleModel(QObject *parent = nullptr);
     ~OpenAICompatibleModel() override;
 

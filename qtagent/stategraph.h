@@ -59,21 +59,21 @@ struct GraphRunResult
 /// A run begins at the virtual node "__start__" and follows the edges until they lead to "__end__". Each
 /// node reads the state and returns an update, which is merged into it:
 /// @code
+/// const auto draft = [](const QJsonObject &state) {
+///     return QJsonObject{{"tries", state["tries"].toInt() + 1}};
+/// };
+/// const auto decide = [](const QJsonObject &state) -> QString {
+///     return state["tries"].toInt() < 3 ? "again" : "done";
+/// };
 /// StateGraph graph;
-/// graph.addNode(QStringLiteral("draft"), [](const QJsonObject &state) {
-///     return QJsonObject{{QStringLiteral("tries"), state[QStringLiteral("tries")].toInt() + 1}};
+/// graph.addNode("draft", draft);
+/// graph.addEdge("__start__", "draft");
+/// graph.addConditionalEdges("draft", decide, {
+///     {"again", "draft"},
+///     {"done", "__end__"},
 /// });
-/// graph.addEdge(QStringLiteral("__start__"), QStringLiteral("draft"));
-/// graph.addConditionalEdges(
-///     QStringLiteral("draft"),
-///     [](const QJsonObject &state) {
-///         return state[QStringLiteral("tries")].toInt() < 3 ? QStringLiteral("again") :
-///         QStringLiteral("done");
-///     },
-///     {{QStringLiteral("again"), QStringLiteral("draft")}, {QStringLiteral("done"),
-///     QStringLiteral("__end__")}});
 ///
-/// const GraphRunResult result = graph.run({{QStringLiteral("tries"), 0}});
+/// const GraphRunResult result = graph.run({{"tries", 0}});
 /// // three steps; result.state is {"tries": 3}
 /// @endcode
 ///
@@ -83,8 +83,8 @@ struct GraphRunResult
 /// With a checkpoint store a run continues where an earlier one ended:
 /// @code
 /// CheckpointStore checkpoints;
-/// graph.run({{QStringLiteral("question"), first}}, QStringLiteral("thread-1"), &checkpoints);
-/// graph.run({{QStringLiteral("question"), second}}, QStringLiteral("thread-1"), &checkpoints);
+/// graph.run({{"question", first}}, "thread-1", &checkpoints);
+/// graph.run({{"question", second}}, "thread-1", &checkpoints);
 /// @endcode
 /// It continues with the state, not at a node: every run begins at "__start__". To resume a run that was
 /// interrupted for a review, run the graph built without that interrupt on the same thread id.
@@ -123,9 +123,9 @@ public:
     /// @p initialState inserted over it. An empty @p threadId never touches the store. The caller owns the
     /// store, which must outlive the run and is not locked.
     ///
-    /// A run ends, with what was reached by then in @c state and @c steps:
+    /// A run ends, with what was reached by then in `state` and `steps`:
     /// - at "__end__", and the state is saved;
-    /// - before an interrupt: @c interrupted and @c interruptedNode are set, and the state is saved;
+    /// - before an interrupt: `interrupted` and `interruptedNode` are set, and the state is saved;
     /// - at the limit, "Graph exceeded max steps: %1" with maxSteps, and the state is saved;
     /// - at a name that no node has, "Missing graph node: %1";
     /// - where nothing leads on, "No edge from node '%1'.";

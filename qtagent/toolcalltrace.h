@@ -17,10 +17,13 @@ struct ToolCallTrace
 {
     /// The id that the model gave the call, or a generated one.
     QString callId;
+    /// The name of the tool that was called.
     QString toolName;
     /// "success", "failed" or "denied".
     QString status;
+    /// What the tool may do; ToolPermission::ReadOnly for a denied call whose tool is gone.
     ToolPermission permission = ToolPermission::ReadOnly;
+    /// The arguments that the model gave.
     QJsonObject arguments;
     /// The text that went back to the model (see toolResultText()); empty for a denied call.
     QString output;
@@ -37,8 +40,11 @@ struct ApprovalRequest
 {
     /// What to hand to AgentExecutor::resolveApproval(). It is the call's id.
     QString approvalId;
+    /// The name of the tool that is to run.
     QString toolName;
+    /// What the tool may do; never ToolPermission::ReadOnly, which needs no approval.
     ToolPermission permission = ToolPermission::ReadOnly;
+    /// The arguments that the tool is to run with.
     QJsonObject arguments;
     /// Why the user is asked, for example "该工具拥有 Write 权限，需要用户确认后才能执行。".
     QString reason;

@@ -29,6 +29,7 @@ class QTAGENT_EXPORT ToolRegistry : public QObject
     Q_OBJECT
 
 public:
+    /// Creates an empty registry.
     explicit ToolRegistry(QObject *parent = nullptr);
     ~ToolRegistry() override;
 

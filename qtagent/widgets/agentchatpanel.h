@@ -25,7 +25,9 @@ namespace QtAgent {
 ///     panel->setBusy(true);
 ///     ChatReply *reply = model->chat({ChatMessage::user(text)}, {}, this);
 ///     connect(reply, &ChatReply::deltaReceived, panel, &AgentChatPanel::appendAgentDelta);
-///     connect(reply, &ChatReply::finished, panel, [=] { panel->finishAgentMessage(); panel->setBusy(false);
+///     connect(reply, &ChatReply::finished, panel, [=] {
+///         panel->finishAgentMessage();
+///         panel->setBusy(false);
 ///     });
 /// });
 /// @endcode
@@ -81,6 +83,7 @@ Q_SIGNALS:
     void clearRequested();
 
 protected:
+    /// Sends on Ctrl+Return, and lays out what was inserted before the transcript is painted or scrolled.
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:

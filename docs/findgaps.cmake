@@ -1,0 +1,42 @@
+# Fails for what is missing in the manual below MANUAL_DIR and Doxygen passes over: a namespace or the value of an
+# enumeration without a description, a name outside of every namespace, and a link to a file or a picture
+# that is not there.
+
+file(GLOB compounds "${MANUAL_DIR}/xml/*.xml")
+file(GLOB pages "${MANUAL_DIR}/html/*.html")
+if(NOT compounds OR NOT pages)
+    message(FATAL_ERROR "There is no manual in ${MANUAL_DIR}")
+endif()
+
+set(no_description "<briefdescription></briefdescription><detaileddescription></detaileddescription>")
+set(global_name "<memberdef kind=\"(function|variable|typedef|enum)\"")
+foreach(compound IN LISTS compounds)
+    file(READ "${compound}" xml)
+    string(REGEX REPLACE "[ \n]*(<[^>]*>)[ \n]*" "\\1" xml "${xml}")
+    string(REGEX REPLACE ".*<compoundname>([^<]*)<.*" "\\1" name "${xml}")
+    if(xml MATCHES "kind=\"namespace\"" AND xml MATCHES "${no_description}<location")
+        message(SEND_ERROR "Namespace ${name} is not documented")
+    endif()
+    if(xml MATCHES "kind=\"file\"" AND xml MATCHES "${global_name}.*<name>([^<]*)<")
+        message(SEND_ERROR "${CMAKE_MATCH_2} in ${name} stands outside of every namespace")
+    endif()
+    string(REGEX MATCHALL "<name>[^<]*</name>(<initializer>[^<]*</initializer>)?${no_description}</enumvalue>"
+        values "${xml}")
+    foreach(value IN LISTS values)
+        string(REGEX REPLACE "<name>([^<]*)<.*" "\\1" value "${value}")
+        message(SEND_ERROR "Value ${value} of an enumeration in ${name} is not documented")
+    endforeach()
+endforeach()
+
+foreach(page IN LISTS pages)
+    file(READ "${page}" html)
+    string(REGEX MATCHALL "<(a|img)[^>]* (href|src)=\"[^\"#:]+[\"#]" links "${html}")
+    list(REMOVE_DUPLICATES links)
+    foreach(link IN LISTS links)
+        string(REGEX REPLACE ".* (href|src)=\"([^\"#]+)[\"#]" "\\2" target "${link}")
+        if(NOT EXISTS "${MANUAL_DIR}/html/${target}")
+            cmake_path(GET page FILENAME name)
+            message(SEND_ERROR "${name} links to ${target}, which the manual does not hold")
+        endif()
+    endforeach()
+endforeach()

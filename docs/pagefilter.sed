@@ -1,0 +1,7 @@
+# Pages link to files as they lie in the project. In the manual all pages lie in one folder, README.md is its
+# main page, and an example or a header is a page.
+s,\]\((\.\./)?README\.md\),](@ref index),g
+s,\]\((\.\./)?examples/\),](examples.html),g
+s,\]\((\.\./)?examples/([A-Za-z0-9_/]+\.cpp)\),](@ref \2),g
+s,\]\((\.\./)?qtagent/(widgets/)?([a-z_]+\.h)\),](@ref \3),g
+s,\]\(\.\./,](,g
