@@ -5,3 +5,8 @@ s,\]\((\.\./)?examples/\),](examples.html),g
 s,\]\((\.\./)?examples/([A-Za-z0-9_/]+\.cpp)\),](@ref \2),g
 s,\]\((\.\./)?qtagent/(widgets/)?([a-z_]+\.h)\),](@ref \3),g
 s,\]\(\.\./,](,g
+
+# Doxygen takes `a 'b' c` for code only between double marks.
+s,`([^`]*)`,\x01\1\x02,g
+s,\x01([^\x02']*'[^\x02]*)\x02,``\1``,g
+s,[\x01\x02],`,g

@@ -1,4 +1,8 @@
-# The manual: it is complete, and a gap in it would be reported.
+# The pages keep up with the code.
+qtagent_add_test(tst_manual)
+target_compile_definitions(tst_manual PRIVATE "QTAGENT_PROJECT_DIR=\"${PROJECT_SOURCE_DIR}\"")
+
+# The reference is complete, and a gap in it would be reported.
 if(NOT TARGET docs)
     return()
 endif()

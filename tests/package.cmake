@@ -65,8 +65,3 @@ set_tests_properties(package_serves_the_examples PROPERTIES
     FIXTURES_REQUIRED installed_package
     ENVIRONMENT "OPENAI_API_KEY=;DEEPSEEK_API_KEY="
     PASS_REGULAR_EXPRESSION "模拟模型")
-
-# The code in README.md is the main function of the example.
-add_test(NAME readme_quotes_the_example
-    COMMAND "${CMAKE_COMMAND}" -D "SOURCE_DIR=${PROJECT_SOURCE_DIR}"
-        -P "${CMAKE_CURRENT_SOURCE_DIR}/checkreadme.cmake")
