@@ -7,6 +7,14 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 /// The OpenAI-compatible client with DeepSeek's defaults: a key is all that its profile needs.
+///
+/// @code
+/// ModelConfig config;
+/// config.apiKey = key;
+/// DeepSeekModel model;
+/// model.setConfig(config);
+/// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
+/// @endcode
 class QTAGENT_EXPORT DeepSeekModel : public OpenAICompatibleModel
 {
     Q_OBJECT

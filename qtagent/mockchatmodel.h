@@ -8,6 +8,11 @@ namespace QtAgent {
 
 /// A model that answers from a script, without a network. Its profile is ignored.
 ///
+/// @code
+/// MockChatModel model;
+/// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
+/// @endcode
+///
 /// The answer depends on the conversation and the tools alone; the first rule that fits decides:
 /// - a conversation that holds a "tool" message is answered with a summary of all tool results;
 /// - where tools are offered and the last user message speaks of devices or reports (one of abnormal,
@@ -29,6 +34,7 @@ public:
     explicit MockChatModel(QObject *parent = nullptr);
     ~MockChatModel() override;
 
+    /// Answers from the script, as ChatModel::chat() describes. The reply never fails.
     ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
                     QObject *parent) override;
 };

@@ -14,6 +14,12 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 /// One model profile: which service to ask, and how.
+///
+/// Programs fill one themselves, or load what the user has configured:
+/// @code
+/// const ModelProfiles loaded = loadModelProfiles();
+/// const ModelConfig config = loaded.profiles.at(loaded.currentIndex);
+/// @endcode
 struct ModelConfig
 {
     /// The name shown to the user.

@@ -12,6 +12,15 @@ namespace QtAgent {
 
 /// A model behind an HTTP service that speaks the OpenAI chat-completions protocol.
 ///
+/// @code
+/// ModelConfig config;
+/// config.baseUrl = QStringLiteral("http://127.0.0.1:8080/v1");
+/// config.model = QStringLiteral("local-model");
+/// OpenAICompatibleModel model;
+/// model.setConfig(config);
+/// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
+/// @endcode
+///
 /// A request is one POST to the profile's address and "/chat/completions". The answer is streamed where
 /// the profile asks for it and no tools are offered; with tools it always arrives whole. The API key goes
 /// into the Authorization header and nowhere else, redirects are not followed, and no time limit is set:
@@ -37,6 +46,8 @@ public:
     explicit OpenAICompatibleModel(QObject *parent = nullptr);
     ~OpenAICompatibleModel() override;
 
+    /// Sends the request, as ChatModel::chat() describes. Where the profile lacks the address or the model's
+    /// name nothing is sent, and the reply fails on the next turn of the event loop.
     ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
                     QObject *parent) override;
 

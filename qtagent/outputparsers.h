@@ -11,6 +11,10 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 /// Turns a model's answer into a tidy text.
+///
+/// @code
+/// const QString answer = StringOutputParser().parse(reply->text());
+/// @endcode
 class QTAGENT_EXPORT StringOutputParser
 {
 public:

@@ -89,6 +89,14 @@ using ParallelBranch = std::function<QString(const PromptVariables &)>;
 
 /// Runs every branch with the same @p variables and returns the texts under the branches' names.
 ///
+/// @code
+/// const auto greeting = [](const PromptVariables &variables) { return "Hello " + variables["name"]; };
+/// const auto farewell = [](const PromptVariables &variables) { return "Goodbye " + variables["name"]; };
+/// const QMap<QString, QString> texts =
+///     runParallel({{"greeting", greeting}, {"farewell", farewell}}, {{"name", "Ada"}});
+/// // texts is {"farewell": "Goodbye Ada", "greeting": "Hello Ada"}
+/// @endcode
+///
 /// The branches run on the calling thread, one after another in the order of their names. An empty
 /// function among them is a programming error and throws std::bad_function_call; like every exception of
 /// a branch it leaves the later branches out.

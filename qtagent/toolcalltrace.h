@@ -12,7 +12,12 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-/// The record of one tool call that was executed or denied.
+/// The record of one tool call that was executed or denied, as AgentExecutor::traceAdded() emits it.
+///
+/// @code
+/// connect(executor, &AgentExecutor::traceAdded, this,
+///         [](const ToolCallTrace &trace) { qInfo("%s", qUtf8Printable(formatTrace(trace))); });
+/// @endcode
 struct ToolCallTrace
 {
     /// The id that the model gave the call, or a generated one.
@@ -35,7 +40,8 @@ struct ToolCallTrace
     QDateTime timestamp;
 };
 
-/// The question whether a tool may run.
+/// The question whether a tool may run, as AgentExecutor::approvalRequired() emits it. The answer goes to
+/// AgentExecutor::resolveApproval().
 struct ApprovalRequest
 {
     /// What to hand to AgentExecutor::resolveApproval(). It is the call's id.
