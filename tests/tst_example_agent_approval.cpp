@@ -1,5 +1,6 @@
 #include "support/exampletest.h"
 
+#include <qtagent/mockchatmodel.h>
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/approvaldialog.h>
 #include <qtagent/widgets/toolcalltraceview.h>
@@ -50,23 +51,23 @@ private:
     AgentChatPanel *m_panel = nullptr;
     ToolCallTraceView *m_traces = nullptr;
     QString m_question;
+    QTimer m_answering;
 };
 
 // The dialog has an event loop of its own, so it is answered from a timer that waits for it.
 void TestAgentApproval::answerDialog(const QString &answer)
 {
     m_question.clear();
-    auto *timer = new QTimer(m_panel);
-    connect(timer, &QTimer::timeout, timer, [this, timer, answer] {
+    m_answering.disconnect();
+    connect(&m_answering, &QTimer::timeout, this, [this, answer] {
         const auto *dialog = qobject_cast<ApprovalDialog *>(QApplication::activeModalWidget());
         if (!dialog)
             return;
-        timer->stop();
-        timer->deleteLater();
+        m_answering.stop();
         m_question = dialog->findChild<QLabel *>("approvalTool")->text();
         QTest::mouseClick(dialog->findChild<QPushButton *>(answer), Qt::LeftButton);
     });
-    timer->start();
+    m_answering.start();
 }
 
 // Tool, state, permission, input and output: what is the same in every run.
@@ -141,10 +142,17 @@ void TestAgentApproval::failedToolIsReportedToTheModel()
     QVERIFY(QDir().rmdir(reportPath()));
 }
 
+// By the time that another model's whole answer has arrived, a run that goes on has asked its question.
 void TestAgentApproval::stopEndsTheRun()
 {
+    answerDialog("approvalDeny");
     send("Export the report");
     QTest::mouseClick(button("agentChatStop"), Qt::LeftButton);
+    MockChatModel other;
+    QSignalSpy otherAnswer(other.chat({}, {}, nullptr), &ChatReply::finished);
+    QVERIFY(otherAnswer.wait());
+    m_answering.stop();
+    QCOMPARE(m_question, QString());
     QVERIFY(isIdle());
     send("What is a valve?");
     QTRY_VERIFY(isIdle());
