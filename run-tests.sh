@@ -1,21 +1,25 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds everything and runs the tests; the exit status is theirs. With --qt6 as the
-# first argument all of it is done with Qt 6. Further arguments are handed on to CTest, for example -R tst_chat.
+# first argument all of it is done with Qt 6, in a debug build, whose assertions are checked too. Further
+# arguments are handed on to CTest, for example -R tst_chat.
 set -euo pipefail
 project_dir="$(CDPATH='' cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)"
 build_dir="$project_dir/build/release"
+build_type=Release
 # shellcheck source=cmake/setup.sh disable=SC1091
 source "$project_dir/cmake/setup.sh"
 
 if [[ "${1:-}" == --qt6 ]]; then
     qt_major=6
-    build_dir="$project_dir/build/release-qt6"
+    build_dir="$project_dir/build/debug-qt6"
+    build_type=Debug
     shift
 fi
 
 install_missing_packages g++ make cmake "$(qt_package)" libcpp-httplib-dev pkg-config \
     desktop-file-utils appstream dpkg-dev file doxygen
-configure "$project_dir" "$build_dir" -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_TESTS=ON
+configure "$project_dir" "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" \
+    -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_EXAMPLES=ON -DQTAGENT_BUILD_TESTS=ON
 if [[ "$(ctest --test-dir "$build_dir" --show-only)" == *"Total Tests: 0"* ]]; then
     explain_requirements
     exit 1

@@ -1,5 +1,6 @@
 # The library as others get it: installed, as a sub-directory, and by FetchContent. All run the CMake of this
-# build, and each builds and runs the programs in stranger/.
+# build, and each builds and runs the programs in stranger/. Some join sources to few translation units, as
+# a stranger may.
 set(toolchain
     "-DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}"
     "-DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}"
@@ -35,7 +36,8 @@ foreach(linkage IN ITEMS static shared)
     # The blank, and the move to it, show that the package depends on no place.
     set(prefix "${package_dir}/${linkage} package")
 
-    qtagent_add_stranger_test(${in_subdirectory} subdirectory -DBUILD_SHARED_LIBS=${is_shared})
+    qtagent_add_stranger_test(${in_subdirectory} subdirectory
+        -DBUILD_SHARED_LIBS=${is_shared} -DCMAKE_UNITY_BUILD=${is_shared})
     add_test(NAME package_installs_${linkage}
         COMMAND "${CMAKE_COMMAND}" -D "BUILD_DIR=${package_dir}/${in_subdirectory}" -D "CONFIG=$<CONFIG>"
             -D "PREFIX=${prefix}" -P "${CMAKE_CURRENT_SOURCE_DIR}/installandmove.cmake")
@@ -48,7 +50,7 @@ foreach(linkage IN ITEMS static shared)
     set_tests_properties(${finds_package} PROPERTIES FIXTURES_REQUIRED ${linkage}_package)
 endforeach()
 
-qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent)
+qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent -DCMAKE_UNITY_BUILD=ON)
 
 # This build, installed whole, serves the examples.
 set(prefix "${package_dir}/installed")

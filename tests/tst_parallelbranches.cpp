@@ -54,6 +54,7 @@ private Q_SLOTS:
     void modelDeletedBeforeTheMergeIsReported();
 
 private:
+    // cppcheck-suppress CastIntegerToAddressAtReturn ; a member that is called reply
     ChatReply *reply(int index) const { return m_model->calls().at(index).reply; }
     QString branches() const { return m_driver->text("branchOutput"); }
     QString merge() const { return m_driver->text("mergeOutput"); }

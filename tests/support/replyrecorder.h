@@ -49,6 +49,7 @@ public:
     bool waitForEnd()
     {
         QEventLoop loop;
+        // cppcheck-suppress danglingLifetime ; it is a QPointer
         m_loop = &loop;
         QTimer::singleShot(5000, &loop, &QEventLoop::quit);
         if (!hasEnded())
