@@ -1,5 +1,7 @@
 #include "basicchatpage.h"
 
+#include "pageparts.h"
+
 #include <qtagent/chatmodel.h>
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/modelconfigwidget.h>
@@ -14,7 +16,6 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-constexpr int pageMargin = 14;
 constexpr int configGroupWidth = 320;
 
 QVector<ChatMessage> conversation(const QString &question)

@@ -1,6 +1,7 @@
 #include "devicetools.h"
 
 #include "approvalprompt.h"
+#include "pageparts.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/agenttool.h>
@@ -24,8 +25,7 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-constexpr int pageMargin = 14;
-constexpr int pageSpacing = 10;
+constexpr int devicePageSpacing = 10;
 constexpr int tracesHeight = 190;
 
 // Devices
@@ -332,7 +332,7 @@ void DeviceAgentPage::layOut(QTableWidget *deviceTable)
 
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(pageMargin, pageMargin, pageMargin, pageMargin);
-    layout->setSpacing(pageSpacing);
+    layout->setSpacing(devicePageSpacing);
     layout->addWidget(title, 0);
     layout->addWidget(splitter, 1);
     layout->addWidget(m_traces, 0);

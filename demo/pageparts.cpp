@@ -15,7 +15,6 @@ using MireloQtLib::QtAgent::ChatReply;
 
 namespace {
 
-constexpr int pageMargin = 14;
 constexpr int pageSpacing = 12;
 
 } // namespace

@@ -20,6 +20,9 @@ class ChatReply;
 
 // What the pages of the demo are put together from.
 
+/// The margin around a page, in pixels.
+constexpr int pageMargin = 14;
+
 /// The size below which an input editor does not shrink, in pixels.
 struct InputSize
 {

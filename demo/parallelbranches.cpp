@@ -16,58 +16,25 @@
 
 using namespace MireloQtLib::QtAgent;
 
-namespace {
-
-struct Branch
-{
-    QString title;
-    QString systemPrompt;
-    QString instruction;
-};
-
-QVector<Branch> branchTable()
-{
-    return {
-        {QStringLiteral("风险分析 AI"),
-         QStringLiteral(
-             "You are a risk analysis AI. Read the data and identify risk level, evidence, and immediate "
-             "actions. Answer in Chinese."),
-         QStringLiteral("请从风险分析角度处理这份数据。")},
-        {QStringLiteral("产品体验 AI"),
-         QStringLiteral("You are a product UX AI. Read the data and propose UI states, user guidance, and "
-                        "interaction priorities. Answer in Chinese."),
-         QStringLiteral("请从产品交互和用户体验角度处理这份数据。")},
-        {QStringLiteral("工程执行 AI"),
-         QStringLiteral(
-             "You are an engineering AI. Read the data and propose implementation steps, diagnostics, "
-             "and fallback handling. Answer in Chinese."),
-         QStringLiteral("请从工程实现和排障角度处理这份数据。")},
-    };
-}
-
-struct BranchRun
-{
-    Branch branch;
-    QPointer<ChatReply> reply;
-    QString text;
-    bool isDone = false;
-};
-
-QString defaultInput()
-{
-    return QStringLiteral("{\n"
-                          "  \"topic\": \"Orvane 设备巡检助手\",\n"
-                          "  \"signals\": [\"设备 A 温度偏高\", \"设备 B 网络抖动\", \"设备 C 正常\"],\n"
-                          "  \"goal\": \"判断风险、给出产品交互和工程处理建议\"\n"
-                          "}");
-}
-
-} // namespace
-
 // The bookkeeping of one run. Every handler of the run's replies holds it, so a late signal of a stopped
 // or replaced run still finds its own.
 struct ParallelRunState
 {
+    struct Branch
+    {
+        QString title;
+        QString systemPrompt;
+        QString instruction;
+    };
+
+    struct BranchRun
+    {
+        Branch branch;
+        QPointer<ChatReply> reply;
+        QString text;
+        bool isDone = false;
+    };
+
     bool isStopped = false;
     QVector<BranchRun> branches;
     QString input;
@@ -101,6 +68,42 @@ struct ParallelRunState
         }
     }
 };
+
+namespace {
+
+using Branch = ParallelRunState::Branch;
+using BranchRun = ParallelRunState::BranchRun;
+
+QVector<Branch> branchTable()
+{
+    return {
+        {QStringLiteral("风险分析 AI"),
+         QStringLiteral(
+             "You are a risk analysis AI. Read the data and identify risk level, evidence, and immediate "
+             "actions. Answer in Chinese."),
+         QStringLiteral("请从风险分析角度处理这份数据。")},
+        {QStringLiteral("产品体验 AI"),
+         QStringLiteral("You are a product UX AI. Read the data and propose UI states, user guidance, and "
+                        "interaction priorities. Answer in Chinese."),
+         QStringLiteral("请从产品交互和用户体验角度处理这份数据。")},
+        {QStringLiteral("工程执行 AI"),
+         QStringLiteral(
+             "You are an engineering AI. Read the data and propose implementation steps, diagnostics, "
+             "and fallback handling. Answer in Chinese."),
+         QStringLiteral("请从工程实现和排障角度处理这份数据。")},
+    };
+}
+
+QString defaultInput()
+{
+    return QStringLiteral("{\n"
+                          "  \"topic\": \"Orvane 设备巡检助手\",\n"
+                          "  \"signals\": [\"设备 A 温度偏高\", \"设备 B 网络抖动\", \"设备 C 正常\"],\n"
+                          "  \"goal\": \"判断风险、给出产品交互和工程处理建议\"\n"
+                          "}");
+}
+
+} // namespace
 
 ParallelBranchesPage::ParallelBranchesPage(const ModelProvider &model, QWidget *parent)
     : QWidget(parent)
