@@ -82,7 +82,9 @@ add_test(NAME deb_unpacks
         -D "DEB_DIR=${deb_dir}" -D "UNPACKED_DIR=${unpacked_dir}"
         -D "VERSION=${PROJECT_VERSION}" -D "QT_MAJOR=${QTAGENT_QT_MAJOR}"
         -P "${CMAKE_CURRENT_SOURCE_DIR}/unpackdeb.cmake")
-set_tests_properties(deb_unpacks PROPERTIES FIXTURES_SETUP unpacked_deb)
+set_tests_properties(deb_unpacks PROPERTIES
+    FIXTURES_SETUP unpacked_deb
+    RESOURCE_LOCK build_tree)
 
 if(appstreamcli)
     add_test(NAME deb_describes_the_demo COMMAND "${appstreamcli}" validate-tree --no-net "${unpacked_dir}")

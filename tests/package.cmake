@@ -1,12 +1,13 @@
 # The library as others get it: installed, as a sub-directory, and by FetchContent. All run the CMake of this
 # build, and each builds and runs the programs in stranger/. Some join sources to few translation units, as
 # a stranger may.
+string(REPLACE ";" "\\;" prefix_path "${CMAKE_PREFIX_PATH}")
 set(toolchain
     "-DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}"
     "-DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}"
     "-DCMAKE_CXX_COMPILER_LAUNCHER=${CMAKE_CXX_COMPILER_LAUNCHER}"
     "-DCMAKE_CXX_FLAGS=${CMAKE_CXX_FLAGS}"
-    "-DCMAKE_PREFIX_PATH=${CMAKE_PREFIX_PATH}")
+    "-DCMAKE_PREFIX_PATH=${prefix_path}")
 set(package_dir "${CMAKE_CURRENT_BINARY_DIR}/package")
 
 # The test <name> configures, builds and tests the project in <source_dir>. Further arguments are options of
@@ -56,7 +57,9 @@ qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent -DCMAKE_UNIT
 set(prefix "${package_dir}/installed")
 add_test(NAME package_installs
     COMMAND "${CMAKE_COMMAND}" --install "${PROJECT_BINARY_DIR}" --config $<CONFIG> --prefix "${prefix}")
-set_tests_properties(package_installs PROPERTIES FIXTURES_SETUP installed_package)
+set_tests_properties(package_installs PROPERTIES
+    FIXTURES_SETUP installed_package
+    RESOURCE_LOCK build_tree)
 add_test(NAME package_serves_the_examples
     COMMAND "${CMAKE_CTEST_COMMAND}"
         --build-and-test "${PROJECT_SOURCE_DIR}/examples" "${package_dir}/examples"

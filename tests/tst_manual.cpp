@@ -247,6 +247,7 @@ private Q_SLOTS:
     void initTestCase();
     void codeOnPagesIsQuotedFromFilesThatCompile_data();
     void codeOnPagesIsQuotedFromFilesThatCompile();
+    void pagesAskForThisVersion();
     void everyErrorTextIsExplained_data();
     void everyErrorTextIsExplained();
     void everyExplainedTextIsInTheCode_data();
@@ -285,6 +286,18 @@ void TestManual::codeOnPagesIsQuotedFromFilesThatCompile()
     const bool isQuoted =
         std::any_of(files.cbegin(), files.cend(), [&](const QString &path) { return standsIn(lines, path); });
     QVERIFY2(isQuoted, qPrintable("these lines do not stand in " + files.join(", ")));
+}
+
+void TestManual::pagesAskForThisVersion()
+{
+    static const QRegularExpression request(R"(find_package\(MireloQtAgent ([^ )]+))");
+    int requests = 0;
+    for (const QString &page : pages()) {
+        auto matches = request.globalMatch(contentOf(page));
+        for (; matches.hasNext(); ++requests)
+            QCOMPARE(matches.next().captured(1), QTAGENT_MINOR_VERSION);
+    }
+    QVERIFY(requests > 0);
 }
 
 void TestManual::everyErrorTextIsExplained_data()
