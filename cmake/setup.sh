@@ -66,12 +66,13 @@ apt_get() {
     "${command[@]}" </dev/null
 }
 
-# Configures a Release build: configure SOURCE_DIR BUILD_DIR [CMAKE_ARGUMENT...]
+# Configures a build, a Release build where no argument says otherwise:
+# configure SOURCE_DIR BUILD_DIR [CMAKE_ARGUMENT...]
 configure() {
     local source_dir="$1" build_dir="$2"
     forget_moved_build "$source_dir" "$build_dir"
     if ! has_command cmake || ! cmake -S "$source_dir" -B "$build_dir" -DCMAKE_BUILD_TYPE=Release \
-        -DQTAGENT_QT_MAJOR="$qt_major" "${@:3}"; then
+        -DCMAKE_CXX_FLAGS="${CXXFLAGS:-}" -DQTAGENT_QT_MAJOR="$qt_major" "${@:3}"; then
         explain_requirements
         exit 1
     fi
