@@ -37,11 +37,15 @@ function(qtagent_configure_target target)
         QT_NO_KEYWORDS
         QT_NO_FOREACH
         QT_NO_JAVA_STYLE_ITERATORS
-        QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
-        QT_STRICT_ITERATORS
-        QT_DISABLE_DEPRECATED_BEFORE=0x050F00)
+        QT_NO_NARROWING_CONVERSIONS_IN_CONNECT)
+    if(MireloQtAgent_IS_TOP_LEVEL)
+        # A parent project may set these for all its targets, with a value of its own.
+        target_compile_definitions(${target} PRIVATE QT_STRICT_ITERATORS QT_DISABLE_DEPRECATED_BEFORE=0x050F00)
+    endif()
+    # The public headers are UTF-8 as well.
+    target_compile_options(${target} PUBLIC "$<$<CXX_COMPILER_ID:MSVC>:/utf-8>")
     if(MSVC)
-        target_compile_options(${target} PRIVATE /W4 /utf-8)
+        target_compile_options(${target} PRIVATE /W4)
     else()
         target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic)
     endif()
