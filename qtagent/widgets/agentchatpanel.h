@@ -24,11 +24,17 @@ namespace QtAgent {
 ///     panel->beginAgentMessage();
 ///     panel->setBusy(true);
 ///     ChatReply *reply = model->chat({ChatMessage::user(text)}, {}, this);
-///     connect(reply, &ChatReply::deltaReceived, panel, &AgentChatPanel::appendAgentDelta);
-///     connect(reply, &ChatReply::finished, panel, [=] {
+///     const auto end = [=] {
 ///         panel->finishAgentMessage();
 ///         panel->setBusy(false);
-///     });
+///         reply->deleteLater();
+///     };
+///     connect(reply, &ChatReply::deltaReceived, panel, &AgentChatPanel::appendAgentDelta);
+///     connect(reply, &ChatReply::failed, panel, &AgentChatPanel::appendSystemMessage);
+///     connect(reply, &ChatReply::finished, panel, end);
+///     connect(reply, &ChatReply::failed, panel, end);
+///     connect(reply, &ChatReply::canceled, panel, end);
+///     connect(panel, &AgentChatPanel::stopRequested, reply, &ChatReply::cancel);
 /// });
 /// @endcode
 ///
