@@ -44,7 +44,10 @@ int main(int argc, char *argv[])
 
     ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, &application);
     QObject::connect(reply, &ChatReply::deltaReceived, reply, &print);
-    QObject::connect(reply, &ChatReply::finished, &application, &QCoreApplication::quit);
+    QObject::connect(reply, &ChatReply::finished, reply, [] {
+        print(QStringLiteral("\n"));
+        QCoreApplication::quit();
+    });
     QObject::connect(reply, &ChatReply::failed, reply, [](const QString &error) {
         qCritical("%s", qUtf8Printable(error));
         QCoreApplication::exit(EXIT_FAILURE);

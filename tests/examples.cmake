@@ -21,7 +21,7 @@ function(qtagent_test_example name example)
     set_tests_properties(example_${name} PROPERTIES ENVIRONMENT "${test_environment}")
 endfunction()
 
-set(mock_answer "Orvane 模拟模型正在本地运行。本回复无需网络请求，会以流式方式输出，因此可以离线测试演示程序。 ")
+set(mock_answer "Orvane 模拟模型正在本地运行。本回复无需网络请求，会以流式方式输出，因此可以离线测试演示程序。 \n")
 set(three_drafts "draft {\"drafts\":1}\ndraft {\"drafts\":2}\ndraft {\"drafts\":3}\n")
 
 qtagent_test_example(stream_reply_prints_the_answer stream_reply OUTPUT "${mock_answer}")

@@ -63,7 +63,8 @@ public:
 Q_SIGNALS:
     /// currentConfig() changed through another profile, another provider or an edited address, key or model
     /// name, whoever changed it. One choice of the user may emit it several times, as its texts change one
-    /// after the other. The token limit and the time limit do not emit it.
+    /// after the other: the first with the new address and still the old key. Keep the profile, and send no
+    /// request here. The token limit and the time limit do not emit it.
     void configChanged();
 
 private:
