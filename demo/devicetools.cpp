@@ -141,6 +141,9 @@ bool writeReport(const QString &path, const QVector<DeviceRecord> &devices)
     if (!file.open(QIODevice::WriteOnly | QIODevice::Text))
         return false;
     QTextStream stream(&file);
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    stream.setEncoding(QStringConverter::System); // the default of Qt 5
+#endif
     stream << reportHeader();
     for (const DeviceRecord &device : devices) {
         const QStringList fields{device.id, device.name, device.status, device.alarm};
