@@ -12,7 +12,7 @@
 
 using namespace MireloQtLib::QtAgent;
 
-class TestAgentApproval : public QObject
+class TestAgentApproval : public ChatPanelTest
 {
     Q_OBJECT
 
@@ -27,28 +27,12 @@ private Q_SLOTS:
     void closingTheWindowEndsTheProgram();
 
 private:
-    QString transcript() const
-    {
-        return m_panel->findChild<QTextBrowser *>("agentChatHistory")->toPlainText();
-    }
-    QPushButton *button(const QString &name) const { return m_panel->findChild<QPushButton *>(name); }
-    bool isIdle() const
-    {
-        return button("agentChatSend")->isEnabled() && !button("agentChatStop")->isEnabled();
-    }
     QString reportPath() const { return m_folder.filePath("orvane-demo-report.txt"); }
-
-    void send(const QString &question) const
-    {
-        m_panel->findChild<QPlainTextEdit *>("agentChatInput")->setPlainText(question);
-        QTest::mouseClick(button("agentChatSend"), Qt::LeftButton);
-    }
 
     void answerDialog(const QString &answer);
     QStringList lastTrace() const;
 
     QTemporaryDir m_folder;
-    AgentChatPanel *m_panel = nullptr;
     ToolCallTraceView *m_traces = nullptr;
     QString m_question;
     QTimer m_answering;

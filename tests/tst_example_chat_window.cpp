@@ -8,7 +8,7 @@
 
 using namespace MireloQtLib::QtAgent;
 
-class TestChatWindow : public QObject
+class TestChatWindow : public ChatPanelTest
 {
     Q_OBJECT
 
@@ -18,25 +18,6 @@ private Q_SLOTS:
     void answerAppearsBelowTheQuestion();
     void stopLeavesTheWindowReadyForTheNextQuestion();
     void closingTheWindowEndsTheProgram();
-
-private:
-    QString transcript() const
-    {
-        return m_panel->findChild<QTextBrowser *>("agentChatHistory")->toPlainText();
-    }
-    QPushButton *button(const QString &name) const { return m_panel->findChild<QPushButton *>(name); }
-    bool isIdle() const
-    {
-        return button("agentChatSend")->isEnabled() && !button("agentChatStop")->isEnabled();
-    }
-
-    void send(const QString &question) const
-    {
-        m_panel->findChild<QPlainTextEdit *>("agentChatInput")->setPlainText(question);
-        QTest::mouseClick(button("agentChatSend"), Qt::LeftButton);
-    }
-
-    AgentChatPanel *m_panel = nullptr;
 };
 
 namespace {

@@ -1,7 +1,12 @@
 #ifndef QTAGENT_TESTS_EXAMPLETEST_H
 #define QTAGENT_TESTS_EXAMPLETEST_H
 
+#include <qtagent/widgets/agentchatpanel.h>
+
 #include <QApplication>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTextBrowser>
 #include <QtTest>
 
 /// The main function of the example, which is compiled under this name.
@@ -54,6 +59,30 @@ private:
 
     inline static QStringList arguments;
     inline static int failures = -1;
+};
+
+/// A test of an example that shows a chat panel, which is used and read as its user does it.
+class ChatPanelTest : public QObject
+{
+protected:
+    QString transcript() const
+    {
+        return m_panel->findChild<QTextBrowser *>("agentChatHistory")->toPlainText();
+    }
+    QPushButton *button(const QString &name) const { return m_panel->findChild<QPushButton *>(name); }
+    bool isIdle() const
+    {
+        return button("agentChatSend")->isEnabled() && !button("agentChatStop")->isEnabled();
+    }
+
+    void send(const QString &question) const
+    {
+        m_panel->findChild<QPlainTextEdit *>("agentChatInput")->setPlainText(question);
+        QTest::mouseClick(button("agentChatSend"), Qt::LeftButton);
+    }
+
+    /// To be found by the test.
+    MireloQtLib::QtAgent::AgentChatPanel *m_panel = nullptr;
 };
 
 #endif
