@@ -77,6 +77,7 @@ private Q_SLOTS:
     void markupIsShownAsItStands();
     void toolTipIsPlainTextAndCut();
     void toolTipsAreOnNameInputAndOutput();
+    void toolTipCanBeReplaced();
 };
 
 void TestToolCallTraceView::columnsHaveTheirLabels()
@@ -237,6 +238,17 @@ void TestToolCallTraceView::cutKeepsCharactersWhole()
     view.addTrace(traceWithOutput(QString(198, 'x') + face + "y"));
     QCOMPARE(cellText(view, 0, Output), QString(199, 'x') + "…");
     QCOMPARE(cellText(view, 1, Output), QString(198, 'x') + face + "…");
+
+    const QString accented = QString("e") + QChar(0x301);
+    view.addTrace(traceWithOutput(QString(199, 'x') + accented));
+    view.addTrace(traceWithOutput(QString(198, 'x') + accented + "y"));
+    view.addTrace(traceWithOutput("e" + QString(300, QChar(0x301))));
+    const QString selector = QString(QChar(0xdb40)) + QChar(0xdd00);
+    view.addTrace(traceWithOutput("e" + selector.repeated(300)));
+    QCOMPARE(cellText(view, 2, Output), QString(199, 'x') + "…");
+    QCOMPARE(cellText(view, 3, Output), QString(198, 'x') + accented + "…");
+    QCOMPARE(cellText(view, 4, Output), "e" + QString(199, QChar(0x301)) + "…");
+    QCOMPARE(cellText(view, 5, Output), "e" + selector.repeated(99) + "…");
 }
 
 void TestToolCallTraceView::hugeTextIsMeasuredLikeALongOne()
@@ -295,6 +307,22 @@ void TestToolCallTraceView::toolTipsAreOnNameInputAndOutput()
     for (int column = 0; column < view.columnCount(); ++column)
         hasTip.append(!view.item(0, column)->toolTip().isEmpty());
     QCOMPARE(hasTip, QVector<bool>({true, false, false, false, true, false, false}));
+}
+
+void TestToolCallTraceView::toolTipCanBeReplaced()
+{
+    ToolCallTraceView view;
+    view.addTrace(exportTrace());
+    for (int column = 0; column < view.columnCount(); ++column) {
+        QTableWidgetItem *item = view.item(0, column);
+        item->setToolTip("another");
+        QCOMPARE(item->toolTip(), "another");
+        item->setToolTip("");
+        QCOMPARE(item->toolTip(), "");
+    }
+    view.item(0, Output)->setData(Qt::ToolTipRole, QVariant());
+    QCOMPARE(QTextDocumentFragment::fromHtml(view.item(0, Output)->toolTip()).toPlainText(),
+             view.item(0, Output)->text());
 }
 
 QTEST_MAIN(TestToolCallTraceView)

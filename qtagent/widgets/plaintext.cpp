@@ -1,5 +1,6 @@
 #include "plaintext_p.h"
 
+#include <QTextBoundaryFinder>
 #include <QTextDocument>
 
 namespace MireloQtLib {
@@ -8,12 +9,29 @@ namespace QtAgent {
 namespace {
 
 constexpr int toolTipLength = 1000;
+constexpr int longestCharacter = 32; // with its accents
 
 bool isControl(QChar character)
 {
     const QChar::Category category = character.category();
     return category == QChar::Other_Control || category == QChar::Separator_Line
         || category == QChar::Separator_Paragraph;
+}
+
+// The last end of a character at or before the position.
+int lastBoundary(const QString &text, int position)
+{
+    const int begin = qMax(0, position - longestCharacter);
+    const QString surroundings = text.mid(begin, longestCharacter + 1);
+    QTextBoundaryFinder finder(QTextBoundaryFinder::Grapheme, surroundings);
+    finder.setPosition(position - begin);
+    if (!finder.isAtBoundary())
+        finder.toPreviousBoundary();
+    if (finder.position() > 0)
+        return begin + finder.position();
+    // One that goes on and on, or nothing at all.
+    const bool isInsidePair = position > 0 && text.at(position - 1).isHighSurrogate();
+    return isInsidePair ? position - 1 : position;
 }
 
 } // namespace
@@ -29,10 +47,7 @@ QString singleLine(QString text)
 
 QString cutText(const QString &text, int maximum)
 {
-    if (text.size() <= maximum)
-        return text;
-    const bool endsInsidePair = maximum > 0 && text.at(maximum - 1).isHighSurrogate();
-    return text.left(endsInsidePair ? maximum - 1 : maximum) + QStringLiteral("…");
+    return text.size() <= maximum ? text : text.left(lastBoundary(text, maximum)) + QStringLiteral("…");
 }
 
 QString plainToolTip(const QString &text)

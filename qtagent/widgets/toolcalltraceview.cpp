@@ -26,7 +26,7 @@ public:
     }
 };
 
-// Makes its tool tip when it is asked for one.
+// Makes its tool tip when it is asked for one, unless it was given another.
 class ToolTipItem : public QTableWidgetItem
 {
 public:
@@ -34,7 +34,8 @@ public:
 
     QVariant data(int role) const override
     {
-        return role == Qt::ToolTipRole ? plainToolTip(text()) : QTableWidgetItem::data(role);
+        const QVariant value = QTableWidgetItem::data(role);
+        return role == Qt::ToolTipRole && !value.isValid() ? plainToolTip(text()) : value;
     }
 };
 

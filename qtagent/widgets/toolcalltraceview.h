@@ -22,7 +22,7 @@ namespace QtAgent {
 /// What models and tools write is shown as plain text on one line, line breaks and control characters as
 /// blanks. A cell measures and paints no more than the first 200 characters, so a result of several
 /// megabytes costs the window what a short one costs; the item's text() is complete. The tool tip of a
-/// name, an input and an output shows its first 1,000 characters.
+/// name, an input and an output shows its first 1,000 characters, unless the item was given another.
 class QTAGENT_WIDGETS_EXPORT ToolCallTraceView : public QTableWidget
 {
     Q_OBJECT
