@@ -1,16 +1,22 @@
 #include "approvaldialog.h"
 
+#include "linebreaking_p.h"
 #include "plaintext_p.h"
+#include "visibletext_p.h"
 
 #include <QBoxLayout>
 #include <QDialogButtonBox>
-#include <QJsonDocument>
+#include <QEvent>
 #include <QLabel>
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QPushButton>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QStaticText>
 #include <QStyle>
+#include <QtMath>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -18,19 +24,43 @@ namespace QtAgent {
 namespace {
 
 constexpr int paintedLength = 1000;
-constexpr int reasonLength = 500;
+constexpr int reasonLength = 50000;
+constexpr int reasonLines = 5; // without scrolling
 constexpr int argumentsHeight = 140;
 
-// One line, which ends in "…" where the dialog is too narrow for it.
-class ElidedLabel : public QLabel
+// As wide as it is made, whatever its text is, and one line high at least.
+class NarrowLabel : public QLabel
 {
 public:
-    using QLabel::QLabel;
+    explicit NarrowLabel(const QString &name)
+    {
+        setObjectName(name);
+        setTextFormat(Qt::PlainText);
+    }
+
+    QSize sizeHint() const override { return {0, fontMetrics().height() + verticalMargins()}; }
+    QSize minimumSizeHint() const override { return sizeHint(); }
+
+protected:
+    int horizontalMargins() const { return contentsMargins().left() + contentsMargins().right(); }
+    int verticalMargins() const { return contentsMargins().top() + contentsMargins().bottom(); }
+};
+
+// One line, which ends in "…" where the dialog is too narrow for it.
+class ElidedLabel : public NarrowLabel
+{
+public:
+    ElidedLabel(const QString &name, const QString &text)
+        : NarrowLabel(name)
+    {
+        setText(text);
+    }
 
 protected:
     void paintEvent(QPaintEvent * /*event*/) override
     {
         QPainter painter(this);
+        drawFrame(&painter);
         style()->drawItemText(&painter, contentsRect(), int(alignment()) | Qt::TextSingleLine, palette(),
                               isEnabled(), elidedText(), foregroundRole());
     }
@@ -49,14 +79,117 @@ private:
     }
 };
 
-void showPlain(QLabel *label, const QString &name, const QString &text)
+QTextOption wrappingFor(const QString &text)
 {
-    label->setObjectName(name);
-    label->setTextFormat(Qt::PlainText);
-    label->setText(singleLine(text));
-    // However long the text is, it does not widen the dialog.
-    label->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Minimum);
+    LineBreakingCost cost;
+    cost.add(text);
+    QTextOption option;
+    option.setWrapMode(cost.isHigh() ? QTextOption::WrapAnywhere : QTextOption::WrapAtWordBoundaryOrAnywhere);
+    return option;
 }
+
+// Several lines. A word that is longer than a line goes on in the next.
+class WrappingLabel : public NarrowLabel
+{
+public:
+    WrappingLabel(const QString &name, const QString &text)
+        : NarrowLabel(name)
+    {
+        setText(text);
+        setWordWrap(true);
+        m_wrapped.setTextFormat(Qt::PlainText);
+        m_wrapped.setTextOption(wrappingFor(text));
+        m_wrapped.setText(QString(text).replace(QLatin1Char('\n'), QChar::LineSeparator));
+    }
+
+    int heightForWidth(int width) const override
+    {
+        return qCeil(wrappedText(width - horizontalMargins()).size().height()) + verticalMargins();
+    }
+
+protected:
+    void paintEvent(QPaintEvent * /*event*/) override
+    {
+        QPainter painter(this);
+        drawFrame(&painter);
+        painter.drawStaticText(contentsRect().topLeft(), wrappedText(contentsRect().width()));
+    }
+
+private:
+    const QStaticText &wrappedText(int width) const
+    {
+        if (m_wrapped.textWidth() != width || m_font != font()) {
+            m_font = font();
+            m_wrapped.setTextWidth(width);
+            m_wrapped.prepare({}, m_font);
+        }
+        return m_wrapped;
+    }
+
+    mutable QStaticText m_wrapped; // laid out when it is measured
+    mutable QFont m_font;
+};
+
+// As high as its label up to a few lines, then it scrolls.
+class ReasonArea : public QScrollArea
+{
+public:
+    explicit ReasonArea(QLabel *label)
+    {
+        setFrameShape(QFrame::NoFrame);
+        setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        setWidget(label);
+        setWidgetResizable(true);
+        QSizePolicy policy(QSizePolicy::Ignored, QSizePolicy::Minimum);
+        policy.setHeightForWidth(true);
+        setSizePolicy(policy);
+        setFocusPolicy(Qt::NoFocus);
+        connect(verticalScrollBar(), &QScrollBar::rangeChanged, this, [this](int /*minimum*/, int maximum) {
+            setFocusPolicy(maximum > 0 ? Qt::StrongFocus : Qt::NoFocus);
+        });
+    }
+
+    int heightForWidth(int width) const override
+    {
+        return qMin(widget()->heightForWidth(width), reasonLines * fontMetrics().lineSpacing());
+    }
+
+    QSize sizeHint() const override { return {0, fontMetrics().lineSpacing()}; }
+    QSize minimumSizeHint() const override { return sizeHint(); }
+};
+
+// The Tab key reaches 拒绝 first, whatever order the style puts the buttons into.
+class AnswerBox : public QDialogButtonBox
+{
+public:
+    AnswerBox()
+        : m_allow(addButton(QStringLiteral("允许一次"), AcceptRole))
+        , m_deny(addButton(QStringLiteral("拒绝"), RejectRole))
+    {
+        m_allow->setObjectName(QStringLiteral("approvalAllow"));
+        m_deny->setObjectName(QStringLiteral("approvalDeny"));
+        orderTabs();
+    }
+
+    QPushButton *denyButton() const { return m_deny; }
+
+protected:
+    void changeEvent(QEvent *event) override
+    {
+        QDialogButtonBox::changeEvent(event);
+        orderTabs(); // the box has gone back to its own where the style has changed
+    }
+
+private:
+    void orderTabs()
+    {
+        setTabOrder(m_deny, m_allow);
+        setFocusProxy(m_deny);
+    }
+
+    QPushButton *m_allow;
+    QPushButton *m_deny;
+};
 
 QFont headingFont(QFont font)
 {
@@ -70,49 +203,32 @@ QFont headingFont(QFont font)
 
 QLabel *createNameLabel(const QString &toolName)
 {
-    auto *label = new ElidedLabel;
-    showPlain(label, QStringLiteral("approvalTool"), QStringLiteral("允许调用工具：%1").arg(toolName));
+    auto *label = new ElidedLabel(QStringLiteral("approvalTool"),
+                                  QStringLiteral("允许调用工具：%1").arg(visibleText(toolName)));
     label->setFont(headingFont(label->font()));
     return label;
 }
 
 QLabel *createPermissionLabel(ToolPermission permission)
 {
-    auto *label = new QLabel;
-    showPlain(label, QStringLiteral("approvalPermission"),
-              QStringLiteral("权限：%1").arg(permissionToString(permission)));
-    return label;
+    return new ElidedLabel(QStringLiteral("approvalPermission"),
+                           QStringLiteral("权限：%1").arg(permissionToString(permission)));
 }
 
-QLabel *createReasonLabel(const QString &reason)
+QString reasonText(const QString &reason)
 {
-    auto *label = new QLabel;
-    showPlain(label, QStringLiteral("approvalReason"), cutText(reason, reasonLength));
-    label->setWordWrap(true);
-    return label;
+    QStringList lines = withLineFeeds(cutText(reason, reasonLength)).split(QLatin1Char('\n'));
+    for (QString &line : lines)
+        line = visibleText(line);
+    if (reason.size() > reasonLength)
+        lines += QStringLiteral("（共 %1 个字符，以上是前 %2 个。）")
+                     .arg(QString::number(reason.size()), QString::number(reasonLength));
+    return lines.join(QLatin1Char('\n'));
 }
 
-bool misleads(QChar character)
+QWidget *createReasonArea(const QString &reason)
 {
-    const ushort code = character.unicode();
-    const bool breaksLine = code == 0x2028 || code == 0x2029;
-    const bool reorders = code == 0x061c || code == 0x200e || code == 0x200f
-                       || (code >= 0x202a && code <= 0x202e) || (code >= 0x2066 && code <= 0x2069);
-    return breaksLine || reorders;
-}
-
-QString readableJson(const QJsonObject &object)
-{
-    const QString json = QString::fromUtf8(QJsonDocument(object).toJson());
-    QString text;
-    text.reserve(json.size());
-    for (const QChar character : json) {
-        if (misleads(character))
-            text += QStringLiteral("\\u%1").arg(character.unicode(), 4, 16, QLatin1Char('0'));
-        else
-            text += character;
-    }
-    return text;
+    return new ReasonArea(new WrappingLabel(QStringLiteral("approvalReason"), reasonText(reason)));
 }
 
 QPlainTextEdit *createArgumentsView(const QJsonObject &arguments)
@@ -123,7 +239,7 @@ QPlainTextEdit *createArgumentsView(const QJsonObject &arguments)
     view->setReadOnly(true);
     view->setTabChangesFocus(true);
     view->setMinimumHeight(argumentsHeight);
-    view->setPlainText(readableJson(arguments));
+    view->setPlainText(visibleJson(arguments));
     return view;
 }
 
@@ -132,26 +248,24 @@ QPlainTextEdit *createArgumentsView(const QJsonObject &arguments)
 ApprovalDialog::ApprovalDialog(const ApprovalRequest &request, QWidget *parent)
     : QDialog(parent)
 {
-    auto *buttons = new QDialogButtonBox;
-    QPushButton *allow = buttons->addButton(QStringLiteral("允许一次"), QDialogButtonBox::AcceptRole);
-    QPushButton *deny = buttons->addButton(QStringLiteral("拒绝"), QDialogButtonBox::RejectRole);
-    allow->setObjectName(QStringLiteral("approvalAllow"));
-    deny->setObjectName(QStringLiteral("approvalDeny"));
+    QPlainTextEdit *arguments = createArgumentsView(request.arguments);
+    auto *answers = new AnswerBox;
 
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(createNameLabel(request.toolName));
     layout->addWidget(createPermissionLabel(request.permission));
-    layout->addWidget(createReasonLabel(request.reason));
-    layout->addWidget(createArgumentsView(request.arguments));
-    layout->addWidget(buttons);
+    layout->addWidget(createReasonArea(request.reason));
+    layout->addWidget(arguments);
+    layout->addWidget(answers);
+    arguments->setFocus();
 
-    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
-    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(answers, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(answers, &QDialogButtonBox::rejected, this, &QDialog::reject);
     setWindowTitle(QStringLiteral("需要工具调用确认"));
     resize(520, 360);
 
     // Unless a button in the dialog is the default already, the box chooses the one that accepts.
-    deny->setDefault(true);
+    answers->denyButton()->setDefault(true);
 }
 
 ApprovalDialog::~ApprovalDialog() = default;

@@ -23,11 +23,20 @@ namespace QtAgent {
 /// meanwhile, and the run that asked may have ended, in which case its answer is to be dropped.
 ///
 /// The buttons are 允许一次, which accepts, and 拒绝, which rejects and is the default: Return, Escape and
-/// closing the window all deny, since the dialog may open while the user types. The name, the permission,
-/// the reason and the arguments come from models and tools: they are plain text, and nothing in a name or
-/// a reason begins another line of the dialog. A name that is too long for the dialog ends in "…", its
-/// tool tip shows more. Invisible characters of the arguments that would reorder or break their lines are
-/// shown as JSON escapes.
+/// closing the window all deny, since the dialog may open while the user types. The Tab key goes from the
+/// arguments to 拒绝 and then to 允许一次, where Return allows.
+///
+/// The name, the reason and the arguments come from models, tools and their servers, and the dialog shows
+/// what will run, in plain text:
+/// - A character that cannot be seen is shown as its JSON escape, such as "\u202e": controls, format
+///   characters (which reorder text or have no width), private, unassigned and unpaired ones, separators of
+///   lines and paragraphs, variation selectors, fillers, and each blank but the ordinary one.
+/// - The name stays on one line. One that is too long for the dialog ends in "…", and its tool tip shows
+///   more.
+/// - The reason keeps its line breaks and scrolls where it has more than five lines. What follows its first
+///   50,000 characters is left out, and a line below says so.
+/// - The arguments are shown whole, as indented JSON. A line of more than 1,000 characters goes on in lines
+///   that begin with "↪ ", which is nothing that arguments can contain.
 ///
 /// For style sheets and user-interface tests the children are named approvalTool, approvalPermission,
 /// approvalReason, approvalArguments, approvalAllow and approvalDeny.

@@ -45,6 +45,12 @@ QString singleLine(QString text)
     return text;
 }
 
+QString withLineFeeds(QString text)
+{
+    return text.replace(QLatin1String("\r\n"), QLatin1String("\n"))
+        .replace(QLatin1Char('\r'), QLatin1Char('\n'));
+}
+
 QString cutText(const QString &text, int maximum)
 {
     return text.size() <= maximum ? text : text.left(lastBoundary(text, maximum)) + QStringLiteral("…");
