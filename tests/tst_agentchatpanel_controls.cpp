@@ -1,5 +1,8 @@
 #include "support/chatpaneltest.h"
 
+#include <QBoxLayout>
+#include <QLineEdit>
+
 using namespace MireloQtLib::QtAgent;
 
 namespace {
@@ -28,6 +31,13 @@ private Q_SLOTS:
     void controlReturnDoesNothingWhileBusy();
     void returnAloneMakesALine();
     void tabLeavesTheInput();
+    void disabledButtonGivesTheFocusToTheInput_data();
+    void disabledButtonGivesTheFocusToTheInput();
+    void disabledButtonOfAnInactiveWindowGivesTheFocusToTheInput();
+    void buttonHiddenByTheHostGivesTheFocusToTheInput();
+    void hiddenPanelGivesTheFocusAway();
+    void transcriptTakesTheFocusThatTheInputCannotTake();
+    void clearTakesTheFocusByTheTabKeyAlone();
     void stopOnlyEmits();
     void clearEmptiesTheTranscriptBeforeItEmits();
     void clearKeepsAnAgentMessageOpen();
@@ -129,6 +139,107 @@ void TestAgentChatPanelControls::tabLeavesTheInput()
     QTest::keyClick(m_input, Qt::Key_Tab);
     QCOMPARE(m_input->toPlainText(), "");
     QVERIFY(m_send->hasFocus());
+}
+
+void TestAgentChatPanelControls::disabledButtonGivesTheFocusToTheInput_data()
+{
+    QTest::addColumn<QString>("button");
+    QTest::addColumn<bool>("byMouse");
+    QTest::newRow("send clicked") << "agentChatSend" << true;
+    QTest::newRow("send pressed by keyboard") << "agentChatSend" << false;
+    QTest::newRow("stop clicked") << "agentChatStop" << true;
+    QTest::newRow("stop pressed by keyboard") << "agentChatStop" << false;
+}
+
+void TestAgentChatPanelControls::disabledButtonGivesTheFocusToTheInput()
+{
+    QFETCH(QString, button);
+    QFETCH(bool, byMouse);
+    QSignalSpy cleared(m_panel.get(), &AgentChatPanel::clearRequested);
+    connect(m_panel.get(), &AgentChatPanel::sendRequested, this, [this] { m_panel->setBusy(true); });
+    connect(m_panel.get(), &AgentChatPanel::stopRequested, this, [this] { m_panel->setBusy(false); });
+    activatePanel();
+    m_input->setPlainText("Hi");
+    m_panel->setBusy(button == "agentChatStop");
+
+    auto *pressed = m_panel->findChild<QPushButton *>(button);
+    if (byMouse) {
+        QTest::mouseClick(pressed, Qt::LeftButton);
+    } else {
+        pressed->setFocus();
+        QTest::keyClick(pressed, Qt::Key_Space);
+    }
+    QVERIFY(!pressed->isEnabled());
+    QVERIFY(m_input->hasFocus());
+    m_input->clear();
+    QTest::keyClicks(QApplication::focusWidget(), " next");
+    QCOMPARE(m_input->toPlainText(), " next");
+    QCOMPARE(cleared.count(), 0);
+}
+
+void TestAgentChatPanelControls::disabledButtonOfAnInactiveWindowGivesTheFocusToTheInput()
+{
+    activatePanel();
+    m_panel->setBusy(true);
+    m_stop->setFocus();
+    QWidget other;
+    other.show();
+    other.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&other));
+    m_panel->setBusy(false);
+    QCOMPARE(m_panel->focusWidget(), m_input);
+    QVERIFY(other.isActiveWindow());
+}
+
+void TestAgentChatPanelControls::buttonHiddenByTheHostGivesTheFocusToTheInput()
+{
+    activatePanel();
+    m_send->setFocus();
+    m_send->hide();
+    QVERIFY(m_input->hasFocus());
+}
+
+void TestAgentChatPanelControls::hiddenPanelGivesTheFocusAway()
+{
+    QWidget window;
+    auto *layout = new QVBoxLayout(&window);
+    AgentChatPanel *panel = m_panel.release(); // the window's from now on
+    layout->addWidget(panel);
+    auto *other = new QLineEdit;
+    layout->addWidget(other);
+    window.show();
+    window.activateWindow();
+    QVERIFY(QTest::qWaitForWindowActive(&window));
+    m_send->setFocus();
+    panel->hide();
+    QVERIFY(other->hasFocus());
+}
+
+void TestAgentChatPanelControls::transcriptTakesTheFocusThatTheInputCannotTake()
+{
+    activatePanel();
+    m_input->setEnabled(false);
+    m_send->setFocus();
+    m_panel->setBusy(true);
+    QVERIFY(m_history->hasFocus());
+
+    m_stop->setFocus();
+    m_history->hide();
+    m_panel->setBusy(false);
+    QVERIFY(!m_panel->focusWidget());
+}
+
+void TestAgentChatPanelControls::clearTakesTheFocusByTheTabKeyAlone()
+{
+    activatePanel();
+    m_input->setFocus();
+    m_history->setPlainText("text");
+    QTest::mouseClick(m_clear, Qt::LeftButton);
+    QCOMPARE(plainText(), "");
+    QVERIFY(m_input->hasFocus());
+    QTest::keyClick(m_input, Qt::Key_Tab);
+    QTest::keyClick(m_send, Qt::Key_Tab);
+    QVERIFY(m_clear->hasFocus());
 }
 
 void TestAgentChatPanelControls::stopOnlyEmits()

@@ -120,6 +120,22 @@ bool AgentChatPanel::eventFilter(QObject *watched, QEvent *event)
     return false;
 }
 
+bool AgentChatPanel::focusNextPrevChild(bool next)
+{
+    const QWidget *current = window()->focusWidget();
+    const bool canStay = !current || !isAncestorOf(current) || (current->isEnabled() && current->isVisible());
+    if (canStay || !isVisible())
+        return QWidget::focusNextPrevChild(next);
+    // Qt does not look where the focus goes from here: the next blank must not press 清空.
+    for (QWidget *widget : {static_cast<QWidget *>(m_input), static_cast<QWidget *>(m_history)}) {
+        if (widget->isEnabled() && widget->isVisibleTo(this)) {
+            widget->setFocus(Qt::OtherFocusReason);
+            return true;
+        }
+    }
+    return false;
+}
+
 void AgentChatPanel::setUpChildren()
 {
     m_history->setObjectName(QStringLiteral("agentChatHistory"));
@@ -137,6 +153,7 @@ void AgentChatPanel::setUpChildren()
     m_stopButton->setObjectName(QStringLiteral("agentChatStop"));
     m_stopButton->setEnabled(false);
     m_clearButton->setObjectName(QStringLiteral("agentChatClear"));
+    m_clearButton->setFocusPolicy(Qt::TabFocus);
 }
 
 void AgentChatPanel::layOutChildren()

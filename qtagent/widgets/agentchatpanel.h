@@ -43,9 +43,10 @@ namespace QtAgent {
 /// down.
 ///
 /// In the input Ctrl+Return sends, as the button does; Return begins a new line and Tab leaves the input.
-/// The panel may be deleted in a slot of any of its signals. For style sheets and user-interface tests
-/// its children are named agentChatHistory, agentChatInput, agentChatSend, agentChatStop and
-/// agentChatClear.
+/// A button that is disabled while it has the keyboard focus gives it to the input, and 清空 takes it by
+/// the Tab key alone: what the user types next presses no button. The panel may be deleted in a slot of any
+/// of its signals. For style sheets and user-interface tests its children are named agentChatHistory,
+/// agentChatInput, agentChatSend, agentChatStop and agentChatClear.
 class QTAGENT_WIDGETS_EXPORT AgentChatPanel : public QWidget
 {
     Q_OBJECT
@@ -73,8 +74,8 @@ public:
     /// Closes the agent message: the next delta opens a new one. Writes nothing.
     void finishAgentMessage();
 
-    /// Enables the send button while idle and the stop button while @p busy. The input and the clear button
-    /// stay as they are.
+    /// Enables the send button while idle and the stop button while @p busy. The one that is disabled gives
+    /// the focus to the input if it has it. The input and the clear button stay as they are.
     void setBusy(bool busy);
 
 Q_SIGNALS:
@@ -91,6 +92,9 @@ Q_SIGNALS:
 protected:
     /// Sends on Ctrl+Return, and lays out what was inserted before the transcript is painted or scrolled.
     bool eventFilter(QObject *watched, QEvent *event) override;
+
+    /// Moves the focus from a button that was disabled or hidden to the input.
+    bool focusNextPrevChild(bool next) override;
 
 private:
     void setUpChildren();
