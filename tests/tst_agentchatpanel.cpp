@@ -41,6 +41,10 @@ private Q_SLOTS:
     void streamedTextTakesNoFormatOfALabel();
     void blocksAfterStreamedTextHaveTheirOwnFormats();
     void labelsKeepTheirLookWhereverTheCursorStands();
+    void lineEndIsOneLineBreak_data();
+    void lineEndIsOneLineBreak();
+    void lineEndIsOneLineBreakAcrossDeltas_data();
+    void lineEndIsOneLineBreakAcrossDeltas();
     void oddCharactersDoNoHarm_data();
     void oddCharactersDoNoHarm();
 };
@@ -265,6 +269,61 @@ void TestAgentChatPanel::labelsKeepTheirLookWhereverTheCursorStands()
         QCOMPARE(formatOf(block(label + 1)).foreground().style(), Qt::NoBrush);
         QCOMPARE(formatOf(block(label + 1)).fontWeight(), int(QFont::Normal));
     }
+}
+
+void TestAgentChatPanel::lineEndIsOneLineBreak_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("line feed") << "a\nb"
+                               << "a\nb";
+    QTest::newRow("carriage return and line feed") << "a\r\nb"
+                                                   << "a\nb";
+    QTest::newRow("carriage return") << "a\rb"
+                                     << "a\nb";
+    QTest::newRow("the other way round") << "a\n\rb"
+                                         << "a\n\nb";
+    QTest::newRow("an empty line") << "a\r\n\r\nb"
+                                   << "a\n\nb";
+}
+
+void TestAgentChatPanel::lineEndIsOneLineBreak()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, shown);
+    m_panel->appendUserMessage(text);
+    m_panel->appendSystemMessage(text);
+    m_panel->appendAgentDelta(text);
+    QCOMPARE(plainText(), "用户\n" + shown + "\n系统\n" + shown + "\n智能体\n" + shown);
+}
+
+void TestAgentChatPanel::lineEndIsOneLineBreakAcrossDeltas_data()
+{
+    QTest::addColumn<QStringList>("deltas");
+    QTest::addColumn<QString>("shown");
+    QTest::newRow("split") << QStringList{"a\r", "\nb"} << "a\nb";
+    QTest::newRow("split around nothing") << QStringList{"a\r", "", "\nb"} << "a\nb";
+    QTest::newRow("one by one") << QStringList{"a", "\r", "\n", "\r", "\n", "b"} << "a\n\nb";
+    QTest::newRow("two line feeds") << QStringList{"a\n", "\nb"} << "a\n\nb";
+    QTest::newRow("two after a carriage return") << QStringList{"a\r", "\n\nb"} << "a\n\nb";
+}
+
+void TestAgentChatPanel::lineEndIsOneLineBreakAcrossDeltas()
+{
+    QFETCH(QStringList, deltas);
+    QFETCH(QString, shown);
+    for (const QString &delta : deltas)
+        m_panel->appendAgentDelta(delta);
+    QCOMPARE(plainText(), "智能体\n" + shown);
+
+    m_panel->appendAgentDelta("\r");
+    m_panel->appendSystemMessage("s");
+    m_panel->appendAgentDelta("\nc");
+    QVERIFY(plainText().endsWith("\n系统\ns\nc"));
+    m_panel->appendAgentDelta("\r");
+    m_clear->click();
+    m_panel->appendAgentDelta("\nd");
+    QCOMPARE(plainText(), "\nd");
 }
 
 void TestAgentChatPanel::oddCharactersDoNoHarm_data()

@@ -1,5 +1,7 @@
 #include "agentchatpanel.h"
 
+#include "plaintext_p.h"
+
 #include <QBoxLayout>
 #include <QKeyEvent>
 #include <QPlainTextEdit>
@@ -73,12 +75,12 @@ AgentChatPanel::~AgentChatPanel() = default;
 
 void AgentChatPanel::appendUserMessage(const QString &text)
 {
-    appendBlock(messageBlock(QStringLiteral("#1d4ed8"), QStringLiteral("用户"), text));
+    appendBlock(messageBlock(QStringLiteral("#1d4ed8"), QStringLiteral("用户"), withLineFeeds(text)));
 }
 
 void AgentChatPanel::appendSystemMessage(const QString &text)
 {
-    appendBlock(messageBlock(QStringLiteral("#64748b"), QStringLiteral("系统"), text));
+    appendBlock(messageBlock(QStringLiteral("#64748b"), QStringLiteral("系统"), withLineFeeds(text)));
 }
 
 void AgentChatPanel::beginAgentMessage()
@@ -92,10 +94,10 @@ void AgentChatPanel::beginAgentMessage()
 void AgentChatPanel::appendAgentDelta(const QString &delta)
 {
     beginAgentMessage();
-    if (!isInserting() || !isAtEnd(m_history->textCursor()))
-        startInsertion();
-    m_insertion.movePosition(QTextCursor::End);
-    m_insertion.insertText(delta);
+    const bool endsALineBreak = m_deltasEndInCarriageReturn && delta.startsWith(QLatin1Char('\n'));
+    insert(endsALineBreak ? delta.mid(1) : delta);
+    if (!delta.isEmpty())
+        m_deltasEndInCarriageReturn = delta.endsWith(QLatin1Char('\r'));
 }
 
 void AgentChatPanel::finishAgentMessage()
@@ -183,14 +185,20 @@ void AgentChatPanel::appendBlock(const QString &html)
 {
     completeInsertions();
     QTextDocument *document = m_history->document();
-    const bool viewIsAtEnd =
-        m_history->verticalScrollBar()->value() == m_history->verticalScrollBar()->maximum();
     const int labelNumber = document->isEmpty() ? 0 : document->blockCount();
     m_history->append(html);
     // The first paragraph of what is appended takes the margins of the one that the cursor is in.
     QTextCursor(document->findBlockByNumber(labelNumber)).setBlockFormat(labelFormat());
-    if (viewIsAtEnd)
-        scrollToEnd();
+    scrollToEnd();
+    m_deltasEndInCarriageReturn = false;
+}
+
+void AgentChatPanel::insert(const QString &text)
+{
+    if (!isInserting() || !isAtEnd(m_history->textCursor()))
+        startInsertion();
+    m_insertion.movePosition(QTextCursor::End);
+    m_insertion.insertText(text);
 }
 
 bool AgentChatPanel::isInserting() const
@@ -254,6 +262,7 @@ void AgentChatPanel::clear()
 {
     completeInsertions();
     m_history->clear();
+    m_deltasEndInCarriageReturn = false;
     Q_EMIT clearRequested();
 }
 

@@ -38,9 +38,9 @@ namespace QtAgent {
 /// });
 /// @endcode
 ///
-/// All texts are shown as they are: nothing in them is taken for markup. Deltas may arrive at any rate.
-/// Those of one turn of the event loop are laid out once, so that long answers do not slow the window
-/// down.
+/// All texts are shown as they are: nothing in them is taken for markup, and "\n", "\r\n" and "\r" each
+/// begin one new line. Deltas may arrive at any rate. Those of one turn of the event loop are laid out
+/// once, so that long answers do not slow the window down.
 ///
 /// In the input Ctrl+Return sends, as the button does; Return begins a new line and Tab leaves the input.
 /// A button that is disabled while it has the keyboard focus gives it to the input, and 清空 takes it by
@@ -56,11 +56,11 @@ public:
     explicit AgentChatPanel(QWidget *parent = nullptr);
     ~AgentChatPanel() override;
 
-    /// Shows @p text as a message of the user, below the label "用户".
+    /// Shows @p text as a message of the user, below the label "用户", and scrolls to it.
     void appendUserMessage(const QString &text);
 
-    /// Shows @p text as a note of the program, such as an error, below the label "系统". An agent message
-    /// that is open stays open: a later delta continues below the note.
+    /// Shows @p text as a note of the program, such as an error, below the label "系统", and scrolls to it.
+    /// An agent message that is open stays open: a later delta continues on the note's last line.
     void appendSystemMessage(const QString &text);
 
     /// Opens an agent message, which shows the label "智能体". Does nothing while one is open.
@@ -101,6 +101,7 @@ private:
     void layOutChildren();
     void connectChildren();
     void appendBlock(const QString &html);
+    void insert(const QString &text);
     bool isInserting() const;
     void startInsertion();
     void completeInsertions();
@@ -115,6 +116,7 @@ private:
     QPushButton *m_stopButton;
     QPushButton *m_clearButton;
     bool m_agentMessageOpen = false;
+    bool m_deltasEndInCarriageReturn = false;
     QTextCursor m_insertion; // with an open edit block, or null when everything is laid out
 };
 
