@@ -1,7 +1,8 @@
 // What it costs to stream an answer into the chat panel, against the three plain calls on a text browser:
 // move to the end, insert, move to the end. Each iteration measures both, one after the other, on shown
 // windows of the same size. The counters are medians over the iterations: "ratio" is the panel's time by
-// that of the plain calls, "panel_us" and "plain_us" are microseconds a delta.
+// that of the plain calls, "panel_us" and "plain_us" are microseconds a delta. The time ends when the whole
+// answer is painted.
 
 #include <qtagent/widgets/agentchatpanel.h>
 
@@ -9,7 +10,9 @@
 
 #include <QApplication>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QTextBrowser>
+#include <QTimer>
 
 #include <algorithm>
 #include <functional>
@@ -20,7 +23,7 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-enum Shape { LineBreaks, Latin, Chinese };
+enum Shape { LineBreaks, Latin, Chinese, Unbroken };
 enum Delivery { Burst, TurnPerDelta };
 
 constexpr int charactersPerLine = 60;
@@ -28,6 +31,8 @@ constexpr QSize windowSize(800, 600);
 
 QChar characterAt(Shape shape, int position)
 {
+    if (shape == Unbroken)
+        return QLatin1Char('x');
     if (shape == Chinese)
         return QChar(0x4e00 + position * 31 % 2000);
     if (shape == LineBreaks && position % charactersPerLine == charactersPerLine - 1)
@@ -65,6 +70,8 @@ public:
         m_browser.moveCursor(QTextCursor::End);
     }
 
+    void paint() { m_browser.viewport()->repaint(); }
+
 private:
     QTextBrowser m_browser;
 };
@@ -80,6 +87,7 @@ public:
     }
 
     void append(const QString &delta) { m_panel.appendAgentDelta(delta); }
+    void paint() { m_panel.findChild<QTextBrowser *>()->viewport()->repaint(); }
 
 private:
     int historyHeightHint() const { return m_panel.findChild<QTextBrowser *>()->sizeHint().height(); }
@@ -87,7 +95,7 @@ private:
     AgentChatPanel m_panel;
 };
 
-void paint()
+void turn()
 {
     QCoreApplication::processEvents();
     QCoreApplication::sendPostedEvents();
@@ -97,15 +105,16 @@ template<typename Transcript>
 double secondsFor(const QStringList &deltas, Delivery delivery)
 {
     Transcript transcript;
-    paint();
+    turn();
     QElapsedTimer timer;
     timer.start();
     for (const QString &delta : deltas) {
         transcript.append(delta);
         if (delivery == TurnPerDelta)
-            paint();
+            turn();
     }
-    paint();
+    turn();
+    transcript.paint();
     return double(timer.nsecsElapsed()) / 1e9;
 }
 
@@ -149,6 +158,39 @@ void grown(benchmark::State &state, Shape shape)
     state.counters["growth"] = median(growths);
 }
 
+// How long the window is deaf at most while a long paragraph streams in, a thousand characters a turn:
+// "gap_ms" is the longest time between two turns of the event loop.
+void deaf(benchmark::State &state, Shape shape)
+{
+    std::vector<double> gaps;
+    for ([[maybe_unused]] auto iteration : state) {
+        PanelTranscript transcript;
+        int position = 0;
+        QEventLoop loop;
+        QTimer stream;
+        QObject::connect(&stream, &QTimer::timeout, &loop, [&] {
+            QString delta;
+            while (delta.size() < 1000)
+                delta += characterAt(shape, position++);
+            transcript.append(delta);
+            if (position >= state.range(0))
+                loop.quit();
+        });
+        QTimer clock;
+        QElapsedTimer sinceTurn;
+        qint64 longest = 0;
+        QObject::connect(&clock, &QTimer::timeout, &loop,
+                         [&] { longest = std::max(longest, sinceTurn.restart()); });
+        turn();
+        sinceTurn.start();
+        stream.start(0);
+        clock.start(1);
+        loop.exec();
+        gaps.push_back(double(longest));
+    }
+    state.counters["gap_ms"] = median(gaps);
+}
+
 #define BENCHMARK_SHAPE(shape) \
     BENCHMARK_CAPTURE(streamed, shape##_burst, shape, Burst) \
         ->Arg(2000) \
@@ -168,6 +210,8 @@ void grown(benchmark::State &state, Shape shape)
 BENCHMARK_SHAPE(LineBreaks);
 BENCHMARK_SHAPE(Latin);
 BENCHMARK_SHAPE(Chinese);
+BENCHMARK_CAPTURE(deaf, Unbroken, Unbroken)->Arg(1000000)->Iterations(3)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(deaf, Latin, Latin)->Arg(1000000)->Iterations(3)->Unit(benchmark::kMillisecond);
 
 } // namespace
 

@@ -31,6 +31,7 @@ private Q_SLOTS:
 
     void textAndCursorAreRightAfterEachDelta();
     void viewFollowsByTheEndOfTheTurn();
+    void viewFollowsTurnAfterTurn();
     void viewFollowsWhereTheUserHadScrolledUp();
     void viewFollowsWhileALongTranscriptIsLaidOutAnew();
     void viewGoesToAMessage_data();
@@ -48,7 +49,9 @@ private Q_SLOTS:
     void userScrollsInTheCompleteTranscript();
     void panelMayDieBetweenDeltas();
     void transcriptSlotMayAddText();
+    void transcriptSlotMayAddTextWhereTheCursorWasMoved();
     void hiddenPanelShowsTheEndOnceItIsShown();
+    void documentOfTheHostIsLaidOutWhereThePanelDies();
 };
 
 void TestAgentChatPanelStream::textAndCursorAreRightAfterEachDelta()
@@ -66,9 +69,20 @@ void TestAgentChatPanelStream::textAndCursorAreRightAfterEachDelta()
 void TestAgentChatPanelStream::viewFollowsByTheEndOfTheTurn()
 {
     showPanel();
-    for (int turn = 0; turn < 5; ++turn) {
+    streamLines(40);
+    QCoreApplication::processEvents();
+    QVERIFY(viewIsAtEnd());
+    QVERIFY(m_history->viewport()->rect().contains(m_history->cursorRect()));
+}
+
+void TestAgentChatPanelStream::viewFollowsTurnAfterTurn()
+{
+    showPanel();
+    m_panel->beginAgentMessage();
+    QSignalSpy layouts(m_history->document(), &QTextDocument::contentsChanged);
+    for (int turn = 1; turn <= 5; ++turn) {
         streamLines(40);
-        QCoreApplication::processEvents();
+        QTRY_COMPARE(layouts.count(), turn);
         QVERIFY(viewIsAtEnd());
         QVERIFY(m_history->viewport()->rect().contains(m_history->cursorRect()));
     }
@@ -84,8 +98,7 @@ void TestAgentChatPanelStream::viewFollowsWhereTheUserHadScrolledUp()
     m_panel->appendAgentDelta("end");
     QVERIFY(cursorIsAtEnd());
     QVERIFY(plainText().endsWith("Line 99\nend"));
-    QCoreApplication::processEvents();
-    QVERIFY(viewIsAtEnd());
+    QTRY_VERIFY(viewIsAtEnd());
 }
 
 void TestAgentChatPanelStream::viewFollowsWhileALongTranscriptIsLaidOutAnew()
@@ -252,7 +265,7 @@ void TestAgentChatPanelStream::transcriptMayChangeBetweenDeltas()
     m_panel->appendAgentDelta(longText());
     QCoreApplication::processEvents();
     QCOMPARE(plainText(), before + "more" + longText());
-    QVERIFY(viewIsAtEnd());
+    QTRY_VERIFY(viewIsAtEnd());
     QVERIFY(!m_panel->grab().isNull());
 }
 
@@ -316,12 +329,42 @@ void TestAgentChatPanelStream::transcriptSlotMayAddText()
     QVERIFY(cursorIsAtEnd());
 }
 
+void TestAgentChatPanelStream::transcriptSlotMayAddTextWhereTheCursorWasMoved()
+{
+    showPanel();
+    streamLines(1);
+    m_history->moveCursor(QTextCursor::Start);
+    int calls = 0;
+    connect(m_history, &QTextEdit::cursorPositionChanged, this, [&] {
+        if (++calls == 1)
+            m_panel->appendAgentDelta("a");
+    });
+    m_panel->appendAgentDelta("b");
+    QVERIFY(calls > 0);
+    QCOMPARE(plainText(), "智能体\nLine 0\nab");
+
+    QSignalSpy layouts(m_history->document(), &QTextDocument::contentsChanged);
+    QTRY_VERIFY(layouts.count() > 0);
+    QVERIFY(cursorIsAtEnd());
+}
+
 void TestAgentChatPanelStream::hiddenPanelShowsTheEndOnceItIsShown()
 {
     streamLines(100);
     QCoreApplication::processEvents();
     showPanel();
     QTRY_VERIFY(m_history->viewport()->rect().contains(m_history->cursorRect()));
+}
+
+void TestAgentChatPanelStream::documentOfTheHostIsLaidOutWhereThePanelDies()
+{
+    QTextDocument document;
+    m_history->setDocument(&document);
+    m_panel->beginAgentMessage();
+    QSignalSpy layouts(&document, &QTextDocument::contentsChanged);
+    m_panel->appendAgentDelta("a");
+    m_panel.reset();
+    QCOMPARE(layouts.count(), 1);
 }
 
 QTEST_MAIN(TestAgentChatPanelStream)

@@ -1,8 +1,10 @@
 #include "agentchatpanel.h"
 
+#include "linebreaking_p.h"
 #include "plaintext_p.h"
 
 #include <QBoxLayout>
+#include <QElapsedTimer>
 #include <QKeyEvent>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -10,6 +12,7 @@
 #include <QTextBlock>
 #include <QTextBrowser>
 #include <QTextLayout>
+#include <QTimer>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -17,6 +20,9 @@ namespace QtAgent {
 namespace {
 
 constexpr int inputHeight = 82;
+constexpr int shortParagraph = 1000;
+constexpr qint64 shortLayout = 4;     // ms
+constexpr qint64 longestPause = 5000; // ms; a slot of the transcript may hold a layout up for any time
 
 QString escaped(const QString &text)
 {
@@ -56,6 +62,24 @@ bool isAtEnd(const QTextCursor &cursor)
     return cursor.atEnd() && !cursor.hasSelection();
 }
 
+bool leavesTheTextAlone(const QEvent &event)
+{
+    switch (event.type()) {
+    case QEvent::InputMethodQuery:
+    case QEvent::MetaCall:
+    case QEvent::Enter:
+    case QEvent::Leave:
+    case QEvent::HoverEnter:
+    case QEvent::HoverMove:
+    case QEvent::HoverLeave:
+        return true;
+    case QEvent::MouseMove:
+        return static_cast<const QMouseEvent &>(event).buttons() == Qt::NoButton;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 AgentChatPanel::AgentChatPanel(QWidget *parent)
@@ -65,28 +89,38 @@ AgentChatPanel::AgentChatPanel(QWidget *parent)
     , m_sendButton(new QPushButton(QStringLiteral("发送"), this))
     , m_stopButton(new QPushButton(QStringLiteral("停止"), this))
     , m_clearButton(new QPushButton(QStringLiteral("清空"), this))
+    , m_layoutTimer(new QTimer(this))
+    , m_lineBreakingCost(std::make_unique<LineBreakingCost>())
 {
     setUpChildren();
     layOutChildren();
     connectChildren();
 }
 
-AgentChatPanel::~AgentChatPanel() = default;
+AgentChatPanel::~AgentChatPanel()
+{
+    if (m_insertion.isNull())
+        return;
+    // A document that the host has given to the transcript lives on.
+    if (!m_history->findChildren<QTextDocument *>().contains(m_insertion.document()))
+        m_insertion.endEditBlock();
+}
 
 void AgentChatPanel::appendUserMessage(const QString &text)
 {
-    appendBlock(messageBlock(QStringLiteral("#1d4ed8"), QStringLiteral("用户"), withLineFeeds(text)));
+    appendMessage(QStringLiteral("#1d4ed8"), QStringLiteral("用户"), text);
 }
 
 void AgentChatPanel::appendSystemMessage(const QString &text)
 {
-    appendBlock(messageBlock(QStringLiteral("#64748b"), QStringLiteral("系统"), withLineFeeds(text)));
+    appendMessage(QStringLiteral("#64748b"), QStringLiteral("系统"), text);
 }
 
 void AgentChatPanel::beginAgentMessage()
 {
     if (m_agentMessageOpen)
         return;
+    chooseWrapping(QStringLiteral("\n"));
     appendBlock(agentHeader());
     m_agentMessageOpen = true;
 }
@@ -102,13 +136,11 @@ void AgentChatPanel::appendAgentDelta(const QString &delta)
 
 void AgentChatPanel::finishAgentMessage()
 {
-    completeInsertions();
     m_agentMessageOpen = false;
 }
 
 void AgentChatPanel::setBusy(bool busy)
 {
-    completeInsertions();
     m_sendButton->setEnabled(!busy);
     m_stopButton->setEnabled(busy);
 }
@@ -117,9 +149,7 @@ bool AgentChatPanel::eventFilter(QObject *watched, QEvent *event)
 {
     if (watched == m_input)
         return handleInputEvent(event);
-    // The transcript is about to be painted, resized, scrolled or clicked: its layout must be complete.
-    completeInsertions();
-    return false;
+    return handleTranscriptEvent(event);
 }
 
 bool AgentChatPanel::focusNextPrevChild(bool next)
@@ -156,6 +186,7 @@ void AgentChatPanel::setUpChildren()
     m_stopButton->setEnabled(false);
     m_clearButton->setObjectName(QStringLiteral("agentChatClear"));
     m_clearButton->setFocusPolicy(Qt::TabFocus);
+    m_layoutTimer->setSingleShot(true);
 }
 
 void AgentChatPanel::layOutChildren()
@@ -179,6 +210,14 @@ void AgentChatPanel::connectChildren()
     connect(m_sendButton, &QPushButton::clicked, this, &AgentChatPanel::send);
     connect(m_stopButton, &QPushButton::clicked, this, &AgentChatPanel::stopRequested);
     connect(m_clearButton, &QPushButton::clicked, this, &AgentChatPanel::clear);
+    connect(m_layoutTimer, &QTimer::timeout, this, &AgentChatPanel::layOutWhenDue);
+}
+
+void AgentChatPanel::appendMessage(const QString &color, const QString &label, const QString &text)
+{
+    const QString shown = withLineFeeds(text);
+    chooseWrapping(QLatin1Char('\n') + shown);
+    appendBlock(messageBlock(color, label, shown));
 }
 
 void AgentChatPanel::appendBlock(const QString &html)
@@ -186,19 +225,24 @@ void AgentChatPanel::appendBlock(const QString &html)
     completeInsertions();
     QTextDocument *document = m_history->document();
     const int labelNumber = document->isEmpty() ? 0 : document->blockCount();
+    QTextCursor change(document);
+    change.beginEditBlock();
     m_history->append(html);
     // The first paragraph of what is appended takes the margins of the one that the cursor is in.
     QTextCursor(document->findBlockByNumber(labelNumber)).setBlockFormat(labelFormat());
+    change.endEditBlock();
     scrollToEnd();
     m_deltasEndInCarriageReturn = false;
 }
 
 void AgentChatPanel::insert(const QString &text)
 {
+    chooseWrapping(text);
     if (!isInserting() || !isAtEnd(m_history->textCursor()))
         startInsertion();
     m_insertion.movePosition(QTextCursor::End);
     m_insertion.insertText(text);
+    layOutSoon();
 }
 
 bool AgentChatPanel::isInserting() const
@@ -207,16 +251,19 @@ bool AgentChatPanel::isInserting() const
 }
 
 // Every insertion lays its whole paragraph out again, unless an edit block is open. So the block stays open
-// until control returns to the event loop. A posted call ends it rather than a timer, because a flood of
-// events, such as a fast stream is, keeps timers waiting.
+// until control returns to the event loop, or longer where layouts take long.
 void AgentChatPanel::startInsertion()
 {
     completeInsertions();
+    // Painting what the last layout has changed would need the next one at once.
+    if (!m_nextLayout.hasExpired())
+        m_history->repaint();
     if (!isAtEnd(m_history->textCursor()))
         m_history->moveCursor(QTextCursor::End);
+    if (!m_insertion.isNull())
+        return; // a slot of the transcript has inserted something
     m_insertion = QTextCursor(m_history->document());
     m_insertion.beginEditBlock();
-    QMetaObject::invokeMethod(this, &AgentChatPanel::completeInsertions, Qt::QueuedConnection);
 }
 
 void AgentChatPanel::completeInsertions()
@@ -225,10 +272,56 @@ void AgentChatPanel::completeInsertions()
         return;
     QTextCursor insertion;
     std::swap(insertion, m_insertion); // slots of the document may insert more
+    QElapsedTimer clock;
+    clock.start();
     // Keeps the glyphs for painting, which otherwise shapes the whole paragraph for a second time.
     insertion.block().layout()->setCacheEnabled(true);
     insertion.endEditBlock();
     scrollToEnd();
+    pauseAfter(clock.elapsed(), insertion.block());
+}
+
+// The next insertion lays a paragraph out again as a whole: it pays to wait for more where that is long.
+void AgentChatPanel::pauseAfter(qint64 layoutTime, const QTextBlock &lastParagraph)
+{
+    const bool isLong = layoutTime > shortLayout && lastParagraph.length() > shortParagraph;
+    m_nextLayout.setRemainingTime(isLong ? qMin(layoutTime, longestPause) : 0);
+}
+
+// A posted call rather than a timer, because a flood of events, such as a fast stream is, keeps timers
+// waiting.
+void AgentChatPanel::layOutSoon()
+{
+    if (m_layoutIsPosted)
+        return;
+    m_layoutIsPosted = true;
+    QMetaObject::invokeMethod(this, &AgentChatPanel::layOutWhenDue, Qt::QueuedConnection);
+}
+
+void AgentChatPanel::layOutWhenDue()
+{
+    m_layoutIsPosted = false;
+    if (m_nextLayout.hasExpired())
+        completeInsertions();
+    else
+        m_layoutTimer->start(int(m_nextLayout.remainingTime()));
+}
+
+void AgentChatPanel::chooseWrapping(const QString &text)
+{
+    if (m_history->document()->isEmpty()) {
+        *m_lineBreakingCost = LineBreakingCost();
+        if (m_breaksAnywhere)
+            m_history->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        m_breaksAnywhere = false;
+    }
+    m_lineBreakingCost->add(text);
+    if (!m_lineBreakingCost->isHigh()
+        || m_history->wordWrapMode() != QTextOption::WrapAtWordBoundaryOrAnywhere)
+        return;
+    completeInsertions();
+    m_history->setWordWrapMode(QTextOption::WrapAnywhere);
+    m_breaksAnywhere = true;
 }
 
 void AgentChatPanel::scrollToEnd()
@@ -248,9 +341,18 @@ bool AgentChatPanel::handleInputEvent(QEvent *event)
     return true;
 }
 
+bool AgentChatPanel::handleTranscriptEvent(QEvent *event)
+{
+    // A pointer that moves over the transcript asks for a layout with each step.
+    if (leavesTheTextAlone(*event))
+        return event->type() == QEvent::MouseMove && isInserting();
+    // The transcript is about to be painted, resized, scrolled or clicked: its layout must be complete.
+    completeInsertions();
+    return false;
+}
+
 void AgentChatPanel::send()
 {
-    completeInsertions();
     const QString text = m_input->toPlainText().trimmed();
     if (text.isEmpty())
         return;

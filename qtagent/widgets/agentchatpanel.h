@@ -3,17 +3,24 @@
 
 #include <qtagent/widgets/qtagent_widgets_export.h>
 
+#include <QDeadlineTimer>
 #include <QTextCursor>
 #include <QWidget>
+
+#include <memory>
 
 QT_BEGIN_NAMESPACE
 class QPlainTextEdit;
 class QPushButton;
+class QTextBlock;
 class QTextBrowser;
+class QTimer;
 QT_END_NAMESPACE
 
 namespace MireloQtLib {
 namespace QtAgent {
+
+class LineBreakingCost;
 
 /// A chat: a transcript that answers stream into, an input, and buttons to send, stop and clear.
 ///
@@ -39,8 +46,13 @@ namespace QtAgent {
 /// @endcode
 ///
 /// All texts are shown as they are: nothing in them is taken for markup, and "\n", "\r\n" and "\r" each
-/// begin one new line. Deltas may arrive at any rate. Those of one turn of the event loop are laid out
-/// once, so that long answers do not slow the window down.
+/// begin one new line.
+///
+/// Deltas may arrive at any rate. Those of one turn of the event loop are laid out once, together with
+/// their paragraph. Where that takes longer than a few milliseconds, because the paragraph is long, the
+/// next layout waits for as long: it never takes more than half of the time, and the buttons keep answering.
+/// A paragraph with more than 10,000 characters in a row that no line can end at, such as data in
+/// hexadecimal, makes the transcript break its lines anywhere until it is cleared.
 ///
 /// In the input Ctrl+Return sends, as the button does; Return begins a new line and Tab leaves the input.
 /// A button that is disabled while it has the keyboard focus gives it to the input, and 清空 takes it by
@@ -67,8 +79,9 @@ public:
     void beginAgentMessage();
 
     /// Adds @p delta to the end of the transcript, opening an agent message where none is open. The text is
-    /// there when the call returns, with the transcript's cursor behind it and nothing selected; the view
-    /// shows it by the end of this turn of the event loop, wherever the user had scrolled.
+    /// there when the call returns, with the transcript's cursor behind it and nothing selected. The view
+    /// shows it by the end of this turn of the event loop, wherever the user had scrolled, or a little later
+    /// where the last layout was a long one; at the latest before anything else happens to the transcript.
     void appendAgentDelta(const QString &delta);
 
     /// Closes the agent message: the next delta opens a new one. Writes nothing.
@@ -100,13 +113,19 @@ private:
     void setUpChildren();
     void layOutChildren();
     void connectChildren();
+    void appendMessage(const QString &color, const QString &label, const QString &text);
     void appendBlock(const QString &html);
     void insert(const QString &text);
     bool isInserting() const;
     void startInsertion();
     void completeInsertions();
+    void pauseAfter(qint64 layoutTime, const QTextBlock &lastParagraph);
+    void layOutSoon();
+    void layOutWhenDue();
+    void chooseWrapping(const QString &text);
     void scrollToEnd();
     bool handleInputEvent(QEvent *event);
+    bool handleTranscriptEvent(QEvent *event);
     void send();
     void clear();
 
@@ -118,6 +137,11 @@ private:
     bool m_agentMessageOpen = false;
     bool m_deltasEndInCarriageReturn = false;
     QTextCursor m_insertion; // with an open edit block, or null when everything is laid out
+    QDeadlineTimer m_nextLayout;
+    QTimer *m_layoutTimer;
+    bool m_layoutIsPosted = false;
+    std::unique_ptr<LineBreakingCost> m_lineBreakingCost;
+    bool m_breaksAnywhere = false;
 };
 
 } // namespace QtAgent
