@@ -1,5 +1,5 @@
-// What the client costs, beside a plain reader on QNetworkReply that keeps the same things: the whole body,
-// the text and, for a plain answer, the parsed object.
+// What the client costs, beside a plain reader on QNetworkReply that keeps the whole body, the text and, for
+// a plain answer, the parsed object. The client keeps the same, except for what it has read of a stream.
 //
 // Every measurement runs in a fresh process and asks a server in another one, so that CPU time and peak
 // memory are the reader's own. Each iteration measures a pair; the columns are medians over the pairs:

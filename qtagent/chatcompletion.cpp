@@ -3,6 +3,8 @@
 #include <QJsonDocument>
 #include <QStringList>
 
+#include <algorithm>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
@@ -32,7 +34,15 @@ QString errorObjectSummary(const QJsonObject &error)
 
 QString compactSummary(const QJsonDocument &document)
 {
-    return QString::fromUtf8(document.toJson(QJsonDocument::Compact)).left(summaryLimit);
+    const QString json = QString::fromUtf8(document.toJson(QJsonDocument::Compact));
+    const bool cutsCharacter = json.size() > summaryLimit && json.at(summaryLimit - 1).isHighSurrogate();
+    return json.left(cutsCharacter ? summaryLimit - 1 : summaryLimit);
+}
+
+// Whether JSON may begin so: with an object, an array or a byte-order mark.
+bool mayBeginJson(char character)
+{
+    return character == '{' || character == '[' || character == '\xef';
 }
 
 } // namespace
@@ -90,6 +100,35 @@ QString bodySummary(const QByteArray &body)
         return error.toString();
     const QString message = object.value(QLatin1String("message")).toString();
     return message.isEmpty() ? compactSummary(document) : message;
+}
+
+void SummarizedBody::append(const QByteArray &bytes)
+{
+    const char *begin = bytes.cbegin();
+    if (m_bytes.isEmpty())
+        begin = std::find_if_not(begin, bytes.cend(), isWhiteSpace);
+    if (begin == bytes.cend())
+        return;
+    if (mayBeginJson(m_bytes.isEmpty() ? *begin : m_bytes.front()))
+        m_bytes.append(begin, int(bytes.cend() - begin));
+    else
+        appendText(begin, bytes.cend());
+}
+
+// Behind the limit one byte that is not white space tells that the white space before it is not the end.
+void SummarizedBody::appendText(const char *begin, const char *end)
+{
+    const auto missing = std::max<qsizetype>(0, summaryLimit - m_bytes.size());
+    const char *const limit = begin + std::min<qsizetype>(missing, end - begin);
+    m_bytes.append(begin, int(limit - begin));
+    const char *const next = std::find_if_not(limit, end, isWhiteSpace);
+    if (next != end && m_bytes.size() == summaryLimit)
+        m_bytes.append(*next);
+}
+
+const QByteArray &SummarizedBody::bytes() const
+{
+    return m_bytes;
 }
 
 } // namespace QtAgent

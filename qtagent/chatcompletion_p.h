@@ -20,8 +20,30 @@ QJsonObject responseMessage(const QJsonObject &response);
 /// Returns the text at "choices"[0]."delta"."content" of a stream's event, or an empty text.
 QString eventContent(const QJsonObject &event);
 
+/// Returns whether QByteArray::trimmed() takes @p character away.
+constexpr bool isWhiteSpace(char character)
+{
+    return character == ' ' || (character >= '\t' && character <= '\r');
+}
+
 /// Returns what a user should read of @p body in an error report.
 QString bodySummary(const QByteArray &body);
+
+/// Keeps as much of a body as bodySummary() needs: all of what may be JSON, the beginning of everything else.
+class SummarizedBody
+{
+public:
+    /// Adds received bytes.
+    void append(const QByteArray &bytes);
+
+    /// Returns bytes with the same bodySummary() as all that were appended.
+    const QByteArray &bytes() const;
+
+private:
+    void appendText(const char *begin, const char *end);
+
+    QByteArray m_bytes;
+};
 
 } // namespace QtAgent
 } // namespace MireloQtLib

@@ -1,7 +1,5 @@
 #include "eventstreamreader_p.h"
 
-#include "chatcompletion_p.h"
-
 #include <QJsonDocument>
 
 #include <algorithm>
@@ -27,16 +25,11 @@ struct ByteRange
     }
 };
 
-bool isSpace(char c)
-{
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 ByteRange trimmed(ByteRange range)
 {
-    while (range.begin != range.end && isSpace(*range.begin))
+    while (range.begin != range.end && isWhiteSpace(*range.begin))
         ++range.begin;
-    while (range.end != range.begin && isSpace(range.end[-1]))
+    while (range.end != range.begin && isWhiteSpace(range.end[-1]))
         --range.end;
     return range;
 }
@@ -60,13 +53,25 @@ QString deltaOfLine(ByteRange line)
 
 void EventStreamReader::append(const QByteArray &bytes)
 {
-    m_body += bytes;
+    dropReadLines();
+    m_lines += bytes;
+    m_size += bytes.size();
+    m_body.append(bytes);
+}
+
+void EventStreamReader::dropReadLines()
+{
+    if (m_lineBegin < m_lines.size() - m_lineBegin)
+        return;
+    m_lines.remove(0, int(m_lineBegin));
+    m_searchBegin -= m_lineBegin;
+    m_lineBegin = 0;
 }
 
 bool EventStreamReader::takeDelta(QString *delta)
 {
-    const char *const bytes = m_body.constData();
-    const char *const end = bytes + m_body.size();
+    const char *const bytes = m_lines.constData();
+    const char *const end = bytes + m_lines.size();
     while (true) {
         const char *const lineEnd = std::find(bytes + m_searchBegin, end, '\n');
         m_searchBegin = lineEnd - bytes;
@@ -81,9 +86,14 @@ bool EventStreamReader::takeDelta(QString *delta)
     }
 }
 
+qint64 EventStreamReader::size() const
+{
+    return m_size;
+}
+
 const QByteArray &EventStreamReader::body() const
 {
-    return m_body;
+    return m_body.bytes();
 }
 
 } // namespace QtAgent

@@ -12,6 +12,8 @@ class TestChatCompletion : public QObject
 private Q_SLOTS:
     void aBodyIsSummarized_data();
     void aBodyIsSummarized();
+    void noMoreIsKeptThanTheSummaryNeeds_data();
+    void noMoreIsKeptThanTheSummaryNeeds();
     void theFirstChoiceHoldsTheMessage_data();
     void theFirstChoiceHoldsTheMessage();
 };
@@ -60,6 +62,11 @@ void TestChatCompletion::aBodyIsSummarized_data()
     QTest::newRow("JSON is cut after 2000 characters") << longJson << QString::fromUtf8(longJson.left(2000));
     QTest::newRow("JSON is cut by characters, not bytes")
         << ("[\"" + wideCharacters.toUtf8() + "\"]") << ("[\"" + wideCharacters).left(2000);
+    QTest::newRow("JSON is not cut inside a character")
+        << ("[\"" + QByteArray(1997, 'x') + "\U0001F600\U0001F600\"]") << ("[\"" + QString(1997, 'x'));
+    QTest::newRow("JSON is cut behind a character of two halves")
+        << ("[\"" + QByteArray(1996, 'x') + "\U0001F600\U0001F600\"]")
+        << ("[\"" + QString(1996, 'x') + "\U0001F600");
 }
 
 void TestChatCompletion::aBodyIsSummarized()
@@ -67,6 +74,41 @@ void TestChatCompletion::aBodyIsSummarized()
     QFETCH(QByteArray, body);
     QFETCH(QString, summary);
     QCOMPARE(bodySummary(body), summary);
+
+    for (const int portion : {1, 7, qMax(1, int(body.size()))}) {
+        SummarizedBody kept;
+        for (int position = 0; position < body.size(); position += portion)
+            kept.append(body.mid(position, portion));
+        QCOMPARE(bodySummary(kept.bytes()), summary);
+    }
+}
+
+void TestChatCompletion::noMoreIsKeptThanTheSummaryNeeds_data()
+{
+    QTest::addColumn<QByteArray>("body");
+    QTest::addColumn<int>("kept");
+    QTest::newRow("text") << QByteArray(9000, 'x') << 2001;
+    QTest::newRow("short text") << QByteArray("Bad Gateway") << 11;
+    QTest::newRow("white space before text") << QByteArray(9000, ' ') + QByteArray(9000, 'x') << 2001;
+    QTest::newRow("white space behind text") << "x" + QByteArray(9000, ' ') << 2000;
+    QTest::newRow("text behind white space behind text")
+        << "x" + QByteArray(9000, ' ') + QByteArray(9000, 'y') << 2001;
+    QTest::newRow("white space alone") << QByteArray(9000, ' ') << 0;
+    QTest::newRow("an object") << "  {" + QByteArray(9000, 'x') << 9001;
+    QTest::newRow("an array") << "[" + QByteArray(9000, 'x') << 9001;
+    QTest::newRow("a byte-order mark") << "\xef\xbb\xbf{" + QByteArray(9000, 'x') << 9004;
+}
+
+void TestChatCompletion::noMoreIsKeptThanTheSummaryNeeds()
+{
+    QFETCH(QByteArray, body);
+    for (const int portion : {1, 7, int(body.size())}) {
+        SummarizedBody kept;
+        for (int position = 0; position < body.size(); position += portion)
+            kept.append(body.mid(position, portion));
+        QTEST(int(kept.bytes().size()), "kept");
+        QCOMPARE(bodySummary(kept.bytes()), bodySummary(body));
+    }
 }
 
 void TestChatCompletion::theFirstChoiceHoldsTheMessage_data()
