@@ -2,51 +2,18 @@
 
 #include "chatcompletion_p.h"
 #include "eventstreamreader_p.h"
+#include "requestoutcome_p.h"
 
 #include <QJsonDocument>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPointer>
-#include <QStringList>
 
 namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
-
-constexpr int firstErrorStatus = 400;
-
-QVariant httpStatus(const QNetworkReply &networkReply)
-{
-    return networkReply.attribute(QNetworkRequest::HttpStatusCodeAttribute);
-}
-
-bool hasFailed(const QNetworkReply &networkReply)
-{
-    return networkReply.error() != QNetworkReply::NoError
-        || httpStatus(networkReply).toInt() >= firstErrorStatus;
-}
-
-QString errorReport(const QNetworkReply &networkReply, const QByteArray &body)
-{
-    QStringList lines{
-        QStringLiteral("OpenAI-compatible request failed."),
-        QStringLiteral("URL: %1").arg(networkReply.request().url().toString()),
-    };
-    const QVariant status = httpStatus(networkReply);
-    if (status.isValid()) {
-        const QString reason = networkReply.attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString();
-        const QString reasonPart = reason.isEmpty() ? QString() : QStringLiteral(" %1").arg(reason);
-        lines.append(QStringLiteral("HTTP status: %1%2").arg(QString::number(status.toInt()), reasonPart));
-    }
-    if (networkReply.error() != QNetworkReply::NoError) {
-        const QString code = QString::number(int(networkReply.error()));
-        lines.append(QStringLiteral("Network error: %1 (%2)").arg(code, networkReply.errorString()));
-    }
-    lines.append(QStringLiteral("Response: %1").arg(bodySummary(body)));
-    return lines.join(QLatin1Char('\n'));
-}
 
 // Turns what a network reply receives into the signals of a ChatReply.
 //
@@ -96,8 +63,9 @@ private:
     void endWhole()
     {
         QByteArray body = m_networkReply->readAll();
-        if (hasFailed(*m_networkReply)) {
-            m_reply->fail(errorReport(*m_networkReply, body));
+        const RequestOutcome outcome = outcomeOf(*m_networkReply, body.size());
+        if (outcome.hasFailed()) {
+            m_reply->fail(outcome.report(body));
             return;
         }
         QJsonParseError error;
@@ -140,8 +108,9 @@ private:
         readStream();
         if (!self || !isWanted())
             return;
-        if (hasFailed(*m_networkReply))
-            m_reply->fail(errorReport(*m_networkReply, m_stream.body()));
+        const RequestOutcome outcome = outcomeOf(*m_networkReply, m_stream.size());
+        if (outcome.hasFailed())
+            m_reply->fail(outcome.report(m_stream.body()));
         else
             m_reply->finish(m_reply->text());
     }

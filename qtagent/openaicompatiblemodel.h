@@ -31,10 +31,12 @@ namespace QtAgent {
 /// - "Invalid JSON response: ..." and a summary of the body, where a whole answer is not a JSON object;
 /// - "OpenAI-compatible request failed." for every network error and every status of 400 and more,
 ///   followed by lines with the address, the status, Qt's error number and text, and a summary of the body.
+///   An answer that ends before the length it announced is such an error, whether or not Qt noticed.
 ///
 /// What is wrong inside a stream is passed over: an event that is not JSON, a last line without a line
 /// feed, an error object in an answer of status 200. Such an answer ends with finished() and the text that
-/// was understood, which may be empty. So does a redirect.
+/// was understood, which may be empty. So does a redirect. So may a stream that announces no length and is
+/// cut off: over unencrypted connections Qt does not always notice.
 ///
 /// Deleting the model ends its requests without a signal.
 class QTAGENT_EXPORT OpenAICompatibleModel : public ChatModel

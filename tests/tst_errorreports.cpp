@@ -5,11 +5,25 @@
 #include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
 
+#include <QTranslator>
 #include <QtTest>
 
 namespace {
 
 const QByteArray byteOrderMark("\xef\xbb\xbf");
+
+// Translates every text into itself and its context.
+class ContextTranslator : public QTranslator
+{
+public:
+    bool isEmpty() const override { return false; }
+
+    QString translate(const char *context, const char *sourceText, const char * /*disambiguation*/,
+                      int /*n*/) const override
+    {
+        return QStringLiteral("%1::%2").arg(QLatin1String(context), QLatin1String(sourceText));
+    }
+};
 
 } // namespace
 
@@ -24,6 +38,7 @@ private Q_SLOTS:
     void addressIsTakenTolerantly();
     void addressThatLeadsNowhereFails_data();
     void addressThatLeadsNowhereFails();
+    void errorsThatQtDoesNotTellReadLikeItsOwn();
 };
 
 void TestErrorReports::bodyIsSummarised_data()
@@ -167,6 +182,22 @@ void TestErrorReports::addressThatLeadsNowhereFails()
         QCOMPARE(lines, (QStringList{"failed OpenAI-compatible request failed.",
                                      "Network error: " + networkError, "Response: (empty response body)"}));
     }
+}
+
+void TestErrorReports::errorsThatQtDoesNotTellReadLikeItsOwn()
+{
+    ContextTranslator translator;
+    QVERIFY(QCoreApplication::installTranslator(&translator));
+
+    const QString closed = "2 (QHttp::Connection closed)";
+    RawHttpServer silent({RawStep::close()});
+    QCOMPARE(signalsOf(silent.baseUrl(), AnswerMode::Whole),
+             QStringList{failure(QString(), closed, "(empty response body)")});
+    RawHttpServer breaking(
+        {RawStep::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"), RawStep::close()});
+    for (int round = 0; round < 20; ++round)
+        QCOMPARE(signalsOf(breaking.baseUrl(), AnswerMode::Whole),
+                 QStringList{failure("200 OK", closed, "{}")});
 }
 
 QTEST_GUILESS_MAIN(TestErrorReports)

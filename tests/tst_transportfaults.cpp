@@ -74,7 +74,7 @@ struct Fault
 {
     QVector<RawStep> script;
     AnswerMode mode = whole;
-    // Usually one. Where a connection ends together with its bytes, Qt may see either first.
+    // Usually one. Where chunks end without the last one, Qt notices it or does not, as it happens.
     QVector<QStringList> outcomes;
 };
 
@@ -181,26 +181,39 @@ void TestTransportFaults::cutAnswers_data()
     const auto cut = [](const QByteArray &headers, const QByteArray &bytes) {
         return sendAndClose(head("200 OK", headers) + bytes);
     };
-    const QVector<QStringList> cutDocument{{failure("200 OK", closed, documentStart)},
-                                           noJson("unterminated string", documentStart)};
-    const QVector<QStringList> cutStream{{"delta a", failure("200 OK", closed, cutEvents)},
-                                         {"delta a", "finished a"}};
+    const QStringList reportedDocument{failure("200 OK", closed, documentStart)};
+    const QStringList reportedStream{"delta a", failure("200 OK", closed, cutEvents)};
     const QByteArray startOfStream = firstEvent + "data: {";
-    addRow("length too long, whole", {cut(length(5000), document.left(half)), whole, cutDocument});
-    addRow("length too long, stream", {cut(length(5000), startOfStream), stream, cutStream});
+    addRow("length too long, whole", {cut(length(5000), document.left(half)), whole, {reportedDocument}});
+    addRow("length too long, stream", {cut(length(5000), startOfStream), stream, {reportedStream}});
+    addRow("one byte missing, whole",
+           {cut(length(half + 1), document.left(half)), whole, {reportedDocument}});
+    addRow("one byte missing, stream",
+           {cut(length(int(startOfStream.size()) + 1), startOfStream), stream, {reportedStream}});
     addRow("reset in mid-answer",
            {{RawStep::send(head("200 OK", length(5000)) + document.left(half)), RawStep::reset()},
             whole,
-            cutDocument});
+            {reportedDocument}});
+    addRow("reset in mid-stream",
+           {{RawStep::send(head("200 OK", length(5000)) + startOfStream), RawStep::reset()},
+            stream,
+            {reportedStream}});
     addRow(
-        "reset in mid-stream",
-        {{RawStep::send(head("200 OK", length(5000)) + startOfStream), RawStep::reset()}, stream, cutStream});
+        "an unknown encoding hides no length, whole",
+        {cut("Content-Encoding: rot13\r\n" + length(5000), document.left(half)), whole, {reportedDocument}});
+
+    // Nobody but Qt can know, and it does not always.
+    const QVector<QStringList> cutDocument{reportedDocument, noJson("unterminated string", documentStart)};
+    const QVector<QStringList> cutStream{reportedStream, {"delta a", "finished a"}};
     addRow("cut chunk, whole", {cut(chunked, chunk(document).left(half + 4)), whole, cutDocument});
     addRow("cut chunk, stream", {cut(chunked, "ff\r\n" + startOfStream), stream, cutStream});
     addRow("no last chunk, whole", {cut(chunked, chunk(document)),
                                     whole,
                                     {{failure("200 OK", closed, QString::fromUtf8(document))}, wholeAnswer}});
     addRow("no last chunk, stream", {cut(chunked, chunk(startOfStream)), stream, cutStream});
+    addRow("chunks beside a length, stream", {cut(chunked + length(5000), chunk(startOfStream) + "0\r\n\r\n"),
+                                              stream,
+                                              {{"delta a", "finished a"}}});
     addRow("illegal chunk size, whole",
            {cut(chunked, "zz\r\n" + document), whole, {noJson("illegal value", "(empty response body)")}});
     addRow("illegal chunk size, stream", {cut(chunked, "zz\r\n" + events), stream, {{"finished "}}});
@@ -264,6 +277,8 @@ void TestTransportFaults::statusesWithoutAnAnswer_data()
     add("201 without a body", head("201 Created", length(0)));
     add("103 counts as the answer", head("103 Early Hints", "Link: </x>\r\n" + length(0)));
     add("304", head("304 Not Modified"));
+    add("304 with the length of what was not modified", head("304 Not Modified", length(100)));
+    add("204 with a length", head("204 No Content", length(100)));
     add("302 without an address", head("302 Found", length(0)));
 }
 
@@ -312,6 +327,17 @@ void TestTransportFaults::errorStatuses_data()
     addRows("500 without a reason or a blank", send("HTTP/1.1 500\r\n" + length(2) + "\r\nno"),
             failure(QString("500 %1").arg(missingReason).trimmed(),
                     QString("401 (Error transferring {url} - server replied: %1)").arg(missingReason), "no"));
+    addRows("500 with fewer bytes than announced",
+            sendAndClose(head("500 Internal Server Error", length(100)) + "no"),
+            failure("500 Internal Server Error", closed, "no"));
+    // Qt keeps back what asks for credentials, and forgets it where it notices the cut.
+    for (AnswerMode mode : {whole, stream}) {
+        QTest::addRow("401 with fewer bytes than announced, %s", mode == whole ? "whole" : "stream")
+            << Fault{sendAndClose(head("401 Unauthorized", length(100)) + "no"),
+                     mode,
+                     {{failure("401 Unauthorized", authentication, "no")},
+                      {failure(QString(), closed, "(empty response body)")}}};
+    }
     addRows("a key that the server sends back is reported as it came",
             sendAndClose(head("401 Unauthorized") + "bad key " + faultKey().toUtf8()),
             failure("401 Unauthorized", authentication, "bad key {key}"));
