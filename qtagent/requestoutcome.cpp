@@ -6,6 +6,8 @@
 #include <QNetworkRequest>
 #include <QStringList>
 
+#include <algorithm>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
@@ -33,6 +35,14 @@ bool isCutOff(const QNetworkReply &networkReply, int httpStatus, qint64 bytesRec
 bool isOfConnection(QNetworkReply::NetworkError error)
 {
     return error != QNetworkReply::NoError && error <= QNetworkReply::UnknownNetworkError;
+}
+
+bool isEncoded(const QByteArray &contentEncoding)
+{
+    const QList<QByteArray> encodings{"gzip", "x-gzip", "deflate", "compress", "br", "zstd"};
+    const QList<QByteArray> names = contentEncoding.toLower().split(',');
+    return std::any_of(names.cbegin(), names.cend(),
+                       [&](const QByteArray &name) { return encodings.contains(name.trimmed()); });
 }
 
 } // namespace
@@ -69,9 +79,13 @@ RequestOutcome outcomeOf(const QNetworkReply &networkReply, qint64 bytesReceived
     outcome.error = networkReply.error();
     outcome.errorText = networkReply.errorString();
 
+    const QByteArray encoding = networkReply.rawHeader("Content-Encoding");
     if (!isOfConnection(outcome.error) && isCutOff(networkReply, outcome.httpStatus, bytesReceived)) {
         outcome.error = QNetworkReply::RemoteHostClosedError;
         outcome.errorText = QCoreApplication::translate("QHttp", "Connection closed");
+    } else if (!outcome.hasFailed() && isEncoded(encoding)) {
+        outcome.error = QNetworkReply::UnknownContentError;
+        outcome.errorText = QStringLiteral("Unrequested encoding: %1").arg(QString::fromLatin1(encoding));
     }
     return outcome;
 }

@@ -27,8 +27,9 @@ struct RequestOutcome
 
 /// Returns how @p networkReply ended, after @p bytesReceived bytes of body.
 ///
-/// A connection that was lost before the announced length was reached is found here, for over plain HTTP Qt
-/// notices it only now and then.
+/// Two errors are found here that Qt does not tell: a connection that was lost before the announced length
+/// was reached, which Qt notices over plain HTTP only now and then, and an encoded answer, which nobody asked
+/// for and nobody decodes.
 RequestOutcome outcomeOf(const QNetworkReply &networkReply, qint64 bytesReceived);
 
 } // namespace QtAgent

@@ -1,4 +1,5 @@
 #include "support/completions.h"
+#include "support/heapusage.h"
 #include "support/rawhttpserver.h"
 #include "support/replyrecorder.h"
 
@@ -27,6 +28,7 @@ private Q_SLOTS:
     void anAnswerLongerThanItsLengthIsCut();
     void everyMissingByteIsNoticed();
     void aCutStreamIsReadToItsEnd();
+    void anEncodedAnswerIsNotUnpacked();
 };
 
 namespace {
@@ -195,6 +197,28 @@ void TestBadServers::aCutStreamIsReadToItsEnd()
         const QStringList entries = ask(server.baseUrl(), true);
         QCOMPARE(entries.size(), 101);
         QVERIFY(entries.last().startsWith("failed: "));
+    }
+}
+
+// Unpacked it would be held as a whole line or as a whole answer, and a thousand times as large.
+void TestBadServers::anEncodedAnswerIsNotUnpacked()
+{
+    constexpr int megabyte = 1024 * 1024;
+    const QByteArray packed = qCompress(QByteArray(64 * megabyte, '\0'), 9).mid(4);
+    QVERIFY(packed.size() < megabyte);
+    RawHttpServer server({RawStep::send("HTTP/1.1 200 OK\r\nContent-Encoding: deflate\r\nContent-Length: "
+                                        + QByteArray::number(packed.size()) + "\r\n\r\n" + packed),
+                          RawStep::close()});
+    for (const bool stream : {false, true}) {
+        OpenAICompatibleModel model;
+        model.setConfig(profile(server.baseUrl(), stream));
+        ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+        const qint64 heapBefore = heapUsage().value_or(0);
+        qint64 heapAtTheEnd = 0;
+        recorder.onSignal([&](const QString &) { heapAtTheEnd = heapUsage().value_or(0); });
+        QVERIFY(recorder.waitForEnd());
+        QVERIFY(recorder.entries().first().contains("Network error: 299 (Unrequested encoding: deflate)"));
+        QVERIFY(heapAtTheEnd - heapBefore < 4 * megabyte);
     }
 }
 

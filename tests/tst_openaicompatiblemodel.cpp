@@ -132,6 +132,8 @@ void TestOpenAICompatibleModel::theRequestIsOnePost()
     QCOMPARE(request.headers["content-type"], "application/json");
     QCOMPARE(request.headers["authorization"], "Bearer " + secretKey.toUtf8());
     QCOMPARE(request.headers["content-length"].toInt(), request.body.size());
+    QCOMPARE(request.headers["accept-encoding"], "identity");
+    QCOMPARE(request.headers["connection"], "close");
     QVERIFY(!request.headers.contains("cookie"));
 }
 
