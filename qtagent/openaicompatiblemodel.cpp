@@ -130,6 +130,12 @@ QUrl completionsUrl(const QString &baseUrl)
     return url.isValid() ? url : QUrl();
 }
 
+// QNetworkAccessManager also knows protocols that send nothing, or to nobody.
+bool isHttp(const QUrl &url)
+{
+    return url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
+}
+
 // A line break in a header's value would start a header of its own.
 QByteArray authorization(QString apiKey)
 {
@@ -173,10 +179,13 @@ ChatReply *OpenAICompatibleModel::chat(const QVector<ChatMessage> &messages,
     if (profile.baseUrl.trimmed().isEmpty() || profile.model.trimmed().isEmpty())
         return ChatReply::failLater(QStringLiteral("Missing baseUrl or model."), owner);
 
+    const QNetworkRequest request = requestFor(profile);
+    if (!isHttp(request.url()))
+        return ChatReply::failLater(outcomeOfUnknownProtocol(request.url()).report({}), owner);
+
     const bool stream = profile.stream && tools.isEmpty();
     auto *reply = new ChatReply(owner);
-    QNetworkReply *networkReply =
-        m_network->post(requestFor(profile), requestBody(profile, messages, tools, stream));
+    QNetworkReply *networkReply = m_network->post(request, requestBody(profile, messages, tools, stream));
     auto *receiver = new AnswerReceiver(networkReply, reply);
     if (stream)
         receiver->receiveStream();

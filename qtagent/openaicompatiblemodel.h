@@ -31,8 +31,9 @@ namespace QtAgent {
 /// - "Invalid JSON response: ..." and a summary of the body, where a whole answer is not a JSON object;
 /// - "OpenAI-compatible request failed." for every network error and every status of 400 and more,
 ///   followed by lines with the address, the status, Qt's error number and text, and a summary of the body.
-///   An answer that ends before the length it announced is such an error, whether or not Qt noticed, and so
-///   is one that is compressed, which was not asked for.
+///   An address that begins with neither "http://" nor "https://" is such an error (nothing is sent), and so
+///   are an answer that ends before the length it announced, whether or not Qt noticed, and one that is
+///   compressed, which was not asked for.
 ///
 /// What is wrong inside a stream is passed over: an event that is not JSON, a last line without a line
 /// feed, an error object in an answer of status 200. Such an answer ends with finished() and the text that

@@ -90,5 +90,15 @@ RequestOutcome outcomeOf(const QNetworkReply &networkReply, qint64 bytesReceived
     return outcome;
 }
 
+RequestOutcome outcomeOfUnknownProtocol(const QUrl &url)
+{
+    RequestOutcome outcome;
+    outcome.url = url;
+    outcome.error = QNetworkReply::ProtocolUnknownError;
+    outcome.errorText =
+        QCoreApplication::translate("QNetworkReply", "Protocol \"%1\" is unknown").arg(url.scheme());
+    return outcome;
+}
+
 } // namespace QtAgent
 } // namespace MireloQtLib

@@ -5,6 +5,8 @@
 #include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
 
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QTranslator>
 #include <QtTest>
 
@@ -167,6 +169,10 @@ void TestErrorReports::addressThatLeadsNowhereFails_data()
     QTest::newRow("data") << "data:text/plain,x" << unknown("data");
     QTest::newRow("ftp") << "ftp://127.0.0.1:9/v1" << unknown("ftp");
     QTest::newRow("qrc") << "qrc:/v1" << unknown("qrc");
+    QTest::newRow("preconnect-http") << "preconnect-http://127.0.0.1:9/v1" << unknown("preconnect-http");
+    QTest::newRow("preconnect-https") << "preconnect-https://127.0.0.1:9/v1" << unknown("preconnect-https");
+    QTest::newRow("ws") << "ws://127.0.0.1:9/v1" << unknown("ws");
+    QTest::newRow("capitals") << "FTP://127.0.0.1:9/v1" << unknown("ftp");
     QTest::newRow("a scheme that nobody knows") << "gopher://127.0.0.1/v1" << unknown("gopher");
 }
 
@@ -198,6 +204,15 @@ void TestErrorReports::errorsThatQtDoesNotTellReadLikeItsOwn()
     for (int round = 0; round < 20; ++round)
         QCOMPARE(signalsOf(breaking.baseUrl(), AnswerMode::Whole),
                  QStringList{failure("200 OK", closed, "{}")});
+
+    QNetworkAccessManager network;
+    QNetworkRequest request(QUrl("gopher://127.0.0.1/"));
+    request.setHeader(QNetworkRequest::ContentTypeHeader, "application/json");
+    QNetworkReply *reply = network.post(request, QByteArray("{}"));
+    QTRY_VERIFY(reply->isFinished());
+    const QString unknown = QStringLiteral("%1 (%2)").arg(int(reply->error())).arg(reply->errorString());
+    QCOMPARE(signalsOf("gopher://127.0.0.1", AnswerMode::Whole).first().split('\n').at(2),
+             "Network error: " + unknown);
 }
 
 QTEST_GUILESS_MAIN(TestErrorReports)
