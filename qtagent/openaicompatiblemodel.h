@@ -21,10 +21,11 @@ namespace QtAgent {
 /// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
 /// @endcode
 ///
-/// A request is one POST to the profile's address and "/chat/completions". The answer is streamed where
-/// the profile asks for it and no tools are offered; with tools it always arrives whole. The API key goes
-/// into the Authorization header and nowhere else, redirects are not followed, and no time limit is set:
-/// a request runs until the network ends it or ChatReply::cancel() is called.
+/// A request is one POST to the profile's address and "/chat/completions", over HTTP/1.1 and with a new
+/// connection each time where the address is not encrypted. The answer is streamed where the profile asks
+/// for it and no tools are offered; with tools it always arrives whole. The API key goes into the
+/// Authorization header, without line breaks, and nowhere else; redirects are not followed. No time limit
+/// is set: a request runs until the network ends it or ChatReply::cancel() is called.
 ///
 /// ChatReply::failed() reports:
 /// - "Missing baseUrl or model." where the profile lacks one of them (nothing is sent);
@@ -39,6 +40,10 @@ namespace QtAgent {
 /// feed, an error object in an answer of status 200. Such an answer ends with finished() and the text that
 /// was understood, which may be empty. So does a redirect. So may a stream that announces no length and is
 /// cut off: over unencrypted connections Qt does not always notice.
+///
+/// A stream is read as fast as the event loop takes it: no more than a few megabytes wait. What has arrived
+/// of a whole answer, of a line and of the text is kept however long it gets; cancel() a reply that goes on
+/// for too long.
 ///
 /// Deleting the model ends its requests without a signal.
 class QTAGENT_EXPORT OpenAICompatibleModel : public ChatModel

@@ -1,5 +1,6 @@
 #include "support/completions.h"
 #include "support/heapusage.h"
+#include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
 #include "support/replyrecorder.h"
 
@@ -29,6 +30,8 @@ private Q_SLOTS:
     void everyMissingByteIsNoticed();
     void aCutStreamIsReadToItsEnd();
     void anEncodedAnswerIsNotUnpacked();
+    void aFastServerWaitsForTheReader();
+    void aFastServerIsStoppedByCancel();
 };
 
 namespace {
@@ -220,6 +223,52 @@ void TestBadServers::anEncodedAnswerIsNotUnpacked()
         QVERIFY(recorder.entries().first().contains("Network error: 299 (Unrequested encoding: deflate)"));
         QVERIFY(heapAtTheEnd - heapBefore < 4 * megabyte);
     }
+}
+
+void TestBadServers::aFastServerWaitsForTheReader()
+{
+    constexpr int megabyte = 1024 * 1024;
+    const QByteArray padding = R"(data: {"padding":")" + QByteArray(1000, 'x');
+    const QByteArray event = padding + R"(","choices":[{"delta":{"content":"x"}}]})" + "\n\n";
+    const QByteArray portion = event.repeated(100);
+    LoopbackServer server;
+    server.enqueue(LoopbackAnswer::stream(QVector<QByteArray>(1000, portion)));
+    OpenAICompatibleModel model;
+    model.setConfig(profile(server.baseUrl(), true));
+
+    ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
+    const qint64 heapBefore = heapUsage().value_or(0);
+    qint64 read = 0;
+    qint64 longestLead = 0;
+    qint64 largestHeap = 0;
+    connect(reply, &ChatReply::deltaReceived, this, [&] {
+        read += event.size();
+        longestLead = qMax(longestLead, server.bytesSent() - read);
+        largestHeap = qMax(largestHeap, heapUsage().value_or(0) - heapBefore);
+    });
+    QSignalSpy finished(reply, &ChatReply::finished);
+    QVERIFY(finished.wait(60000));
+    QCOMPARE(read, 1000 * portion.size());
+    // Between the two lie the system's buffers of the sockets as well.
+    QVERIFY2(longestLead < 48 * megabyte, qPrintable(QString::number(longestLead)));
+    QVERIFY2(largestHeap < 16 * megabyte, qPrintable(QString::number(largestHeap)));
+}
+
+void TestBadServers::aFastServerIsStoppedByCancel()
+{
+    const QByteArray events = deltaEvent(QString(1000, 'x')).repeated(50000);
+    RawHttpServer server({RawStep::send(RawHttpServer::eventStreamHead() + events), RawStep::wait()});
+    OpenAICompatibleModel model;
+    model.setConfig(profile(server.baseUrl(), true));
+    ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
+    connect(reply, &ChatReply::deltaReceived, reply, [reply] {
+        if (reply->text().size() > 10000)
+            reply->cancel();
+    });
+    QSignalSpy canceled(reply, &ChatReply::canceled);
+    QVERIFY(canceled.wait());
+    QTRY_COMPARE(server.openConnections(), 0);
+    QCOMPARE(reply->text().size(), 11000);
 }
 
 QTEST_GUILESS_MAIN(TestBadServers)

@@ -19,6 +19,7 @@ private Q_SLOTS:
     void aProfileWithoutAddressOrModelFails_data();
     void aProfileWithoutAddressOrModelFails();
     void theRequestIsOnePost();
+    void theRequestIsNeverSentOverHttp2();
     void theAddressIsTrimmed_data();
     void theAddressIsTrimmed();
     void theKeyIsSentAsItStands_data();
@@ -135,6 +136,17 @@ void TestOpenAICompatibleModel::theRequestIsOnePost()
     QCOMPARE(request.headers["accept-encoding"], "identity");
     QCOMPARE(request.headers["connection"], "close");
     QVERIFY(!request.headers.contains("cookie"));
+}
+
+void TestOpenAICompatibleModel::theRequestIsNeverSentOverHttp2()
+{
+    for (const bool stream : {false, true}) {
+        OpenAICompatibleModel model;
+        model.setConfig(profile("https://127.0.0.1:9", stream));
+        model.chat({ChatMessage::user("Hi")}, {}, nullptr);
+        const QNetworkRequest request = model.findChild<QNetworkReply *>()->request();
+        QCOMPARE(request.attribute(QNetworkRequest::Http2AllowedAttribute, true).toBool(), false);
+    }
 }
 
 void TestOpenAICompatibleModel::theAddressIsTrimmed_data()

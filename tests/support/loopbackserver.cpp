@@ -4,6 +4,7 @@
 
 #include <httplib.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 #include <thread>
@@ -78,6 +79,7 @@ public:
     Handler handler;
     QVector<LoopbackAnswer> queue;
     QVector<LoopbackRequest> requests;
+    std::atomic<qint64> bytesSent = 0;
 };
 
 LoopbackServer::Private::Private()
@@ -145,6 +147,7 @@ bool LoopbackServer::Private::write(const LoopbackAnswer &answer, httplib::DataS
         // An empty chunk would end the answer.
         if (!piece.isEmpty() && !sink.write(piece.constData(), size_t(piece.size())))
             return false;
+        bytesSent += piece.size();
     }
     if (answer.heldAfter > 0 && answer.heldAfter >= answer.pieces.size())
         waitForRelease();
@@ -194,4 +197,9 @@ QVector<LoopbackRequest> LoopbackServer::requests() const
 {
     const std::lock_guard<std::mutex> lock(d->mutex);
     return d->requests;
+}
+
+qint64 LoopbackServer::bytesSent() const
+{
+    return d->bytesSent;
 }

@@ -87,6 +87,10 @@ public:
     /// `QTRY_COMPARE(server.requests().size(), 1)`.
     QVector<LoopbackRequest> requests() const;
 
+    /// Returns how many bytes of answers in several pieces the system has taken so far, without their heads
+    /// and the marks of their chunks.
+    qint64 bytesSent() const;
+
 private:
     class Private;
     std::unique_ptr<Private> d;
