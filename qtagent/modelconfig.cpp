@@ -3,8 +3,13 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+
+#ifdef Q_OS_UNIX
+#    include <fcntl.h>
+#endif
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -16,12 +21,38 @@ bool isDeepSeek(const QString &provider)
     return provider == QLatin1String("deepseek");
 }
 
+// In bytes. A file with profiles is far smaller.
+constexpr qint64 largestFileSize = 1024 * 1024;
+
+// The path may lead to a FIFO by now, for whose writer nobody should wait.
+bool openWithoutWaiting(QFile *file, const QFileInfo &info)
+{
+#ifdef Q_OS_UNIX
+    if (info.isNativePath()) {
+        const QByteArray path = QFile::encodeName(info.filePath());
+        const int handle = ::open(path.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+        return handle >= 0 && file->open(handle, QIODevice::ReadOnly, QFile::AutoCloseHandle);
+    }
+#endif
+    file->setFileName(info.filePath());
+    return file->open(QIODevice::ReadOnly);
+}
+
+// Returns nothing for what is no regular file or is too large.
+QByteArray contentOf(const QString &path)
+{
+    QFile file;
+    const QFileInfo info(path);
+    if (!info.isFile() || !openWithoutWaiting(&file, info) || file.isSequential())
+        return {};
+    // Some files do not tell their size, and others grow.
+    const QByteArray content = file.size() > largestFileSize ? QByteArray() : file.read(largestFileSize + 1);
+    return content.size() > largestFileSize ? QByteArray() : content;
+}
+
 bool readJsonObject(const QString &path, QJsonObject *object)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return false;
-    const QJsonDocument document = QJsonDocument::fromJson(file.readAll());
+    const QJsonDocument document = QJsonDocument::fromJson(contentOf(path));
     if (!document.isObject())
         return false;
     *object = document.object();

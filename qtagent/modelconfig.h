@@ -68,10 +68,13 @@ struct ModelProfiles
 
 /// Returns the places where "orvane.local.json" is looked for, in order: the current folder, the
 /// application's folder, and a "MireloOrvane" folder three and four levels above the latter.
+///
+/// Needs a QCoreApplication. Before there is one Qt warns and does not know the application's folder: the
+/// current one stands in for it.
 QTAGENT_EXPORT QStringList modelConfigFileCandidates();
 
-/// Loads the profiles from the first of @p candidates that opens and holds a JSON object, else makes one
-/// profile from @p environment.
+/// Loads the profiles from the first of @p candidates that is a regular file of at most 1 MB and holds a JSON
+/// object, else makes one profile from @p environment. It never waits, as for the writer of a FIFO.
 ///
 /// The file holds either one profile or {"profiles": [...], "currentProfile": 0}. Without a usable file
 /// DEEPSEEK_API_KEY, DEEPSEEK_BASE_URL and DEEPSEEK_MODEL are read where the key is set, else the
@@ -83,7 +86,8 @@ QTAGENT_EXPORT QStringList modelConfigFileCandidates();
 QTAGENT_EXPORT ModelProfiles loadModelProfiles(const QStringList &candidates,
                                                const QProcessEnvironment &environment);
 
-/// Loads the profiles from modelConfigFileCandidates() and the environment of this process.
+/// Loads the profiles from modelConfigFileCandidates() and the environment of this process. Needs a
+/// QCoreApplication.
 QTAGENT_EXPORT ModelProfiles loadModelProfiles();
 
 } // namespace QtAgent

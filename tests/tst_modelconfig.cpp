@@ -8,6 +8,13 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <atomic>
+#include <thread>
+
+#ifdef Q_OS_UNIX
+#    include <sys/stat.h>
+#endif
+
 using namespace MireloQtLib::QtAgent;
 
 namespace {
@@ -28,11 +35,19 @@ QByteArray profileNamed(const char *name)
     return QByteArray(R"({"name":")") + name + R"("})";
 }
 
+// What modelConfigFileCandidates() returned before there was an application, and what Qt said to that.
+QStringList earlyCandidates;
+QStringList earlyMessages;
+
 } // namespace
 
 class TestModelConfig : public QObject
 {
     Q_OBJECT
+
+public:
+    // Qt Test calls it before it makes the application.
+    static void initMain();
 
 private Q_SLOTS:
     void init();
@@ -47,9 +62,16 @@ private Q_SLOTS:
     void emptyProviderFollowsTheKey();
     void temperatureIsNeverRead();
     void fourPlacesAreSearchedInOrder();
+    void currentFolderStandsInForTheApplicationsBeforeThereIsOne();
     void firstReadableFileWins();
     void unusableFilesArePassedOver_data();
     void unusableFilesArePassedOver();
+    void filesOfUpToOneMegabyteAreRead_data();
+    void filesOfUpToOneMegabyteAreRead();
+    void onlyRegularFilesAreRead_data();
+    void onlyRegularFilesAreRead();
+    void nobodyWaitsWhereAFifoTakesTheFilesPlace();
+    void filesAreReadWhereverQtFindsThem();
     void currentProfileIsClamped_data();
     void currentProfileIsClamped();
     void elementsThatAreNoObjectsAreSkipped();
@@ -72,6 +94,14 @@ private:
 
     std::unique_ptr<QTemporaryDir> m_folder;
 };
+
+void TestModelConfig::initMain()
+{
+    const auto previousHandler = qInstallMessageHandler(
+        [](QtMsgType, const QMessageLogContext &, const QString &message) { earlyMessages.append(message); });
+    earlyCandidates = modelConfigFileCandidates();
+    qInstallMessageHandler(previousHandler);
+}
 
 void TestModelConfig::init()
 {
@@ -197,6 +227,15 @@ void TestModelConfig::fourPlacesAreSearchedInOrder()
     QCOMPARE(candidates, places);
 }
 
+void TestModelConfig::currentFolderStandsInForTheApplicationsBeforeThereIsOne()
+{
+    QCOMPARE(earlyCandidates.size(), 4);
+    QCOMPARE(earlyCandidates.at(1), earlyCandidates.at(0));
+    QVERIFY(!earlyMessages.isEmpty());
+    for (const QString &message : earlyMessages)
+        QVERIFY(message.startsWith("QCoreApplication::applicationDirPath: "));
+}
+
 void TestModelConfig::firstReadableFileWins()
 {
     const QString first = write("first.json", profileNamed("first"));
@@ -224,6 +263,85 @@ void TestModelConfig::unusableFilesArePassedOver()
     const QString usable = write("usable.json", profileNamed("usable"));
     const ModelProfiles loaded = loadModelProfiles({path("folder"), unusable, usable}, {});
     QCOMPARE(loaded.profiles.first().name, QStringLiteral("usable"));
+}
+
+void TestModelConfig::filesOfUpToOneMegabyteAreRead_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QString>("name");
+    QTest::newRow("one megabyte") << 1024 * 1024 << "padded";
+    QTest::newRow("one byte more") << 1024 * 1024 + 1 << "usable";
+    QTest::newRow("ten megabytes") << 10 * 1024 * 1024 << "usable";
+}
+
+void TestModelConfig::filesOfUpToOneMegabyteAreRead()
+{
+    QFETCH(int, size);
+    const QString padded = write("padded.json", profileNamed("padded").leftJustified(size));
+    const QString usable = write("usable.json", profileNamed("usable"));
+    QTEST(loadModelProfiles({padded, usable}, {}).profiles.first().name, "name");
+}
+
+void TestModelConfig::onlyRegularFilesAreRead_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::newRow("a folder") << "folder";
+    QTest::newRow("a file of two gigabytes without content") << "sparse.json";
+#ifdef Q_OS_UNIX
+    QTest::newRow("a FIFO that nobody writes to") << "fifo";
+    QTest::newRow("a link to it") << "link";
+    QTest::newRow("a device without an end") << "/dev/zero";
+    QTest::newRow("a device without content") << "/dev/null";
+#endif
+}
+
+void TestModelConfig::onlyRegularFilesAreRead()
+{
+    QFETCH(QString, name);
+    QVERIFY(QDir(m_folder->path()).mkdir("folder"));
+    QVERIFY(QFile(write("sparse.json", "{}")).resize(qint64(2) * 1024 * 1024 * 1024));
+#ifdef Q_OS_UNIX
+    QCOMPARE(::mkfifo(qPrintable(path("fifo")), 0600), 0);
+    QVERIFY(QFile::link(path("fifo"), path("link")));
+#endif
+    const QString usable = write("usable.json", profileNamed("usable"));
+    QCOMPARE(loadModelProfiles({path(name), usable}, {}).profiles.first().name, QStringLiteral("usable"));
+}
+
+void TestModelConfig::nobodyWaitsWhereAFifoTakesTheFilesPlace()
+{
+#ifdef Q_OS_UNIX
+    const QByteArray candidate = path("candidate").toUtf8();
+    std::atomic<bool> isOver = false;
+    std::thread replacer([&] {
+        const QByteArray file = path("file").toUtf8();
+        const QByteArray fifo = path("fifo").toUtf8();
+        while (!isOver) {
+            write("file", profileNamed("file"));
+            ::rename(file.constData(), candidate.constData());
+            ::mkfifo(fifo.constData(), 0600);
+            ::rename(fifo.constData(), candidate.constData());
+        }
+    });
+    int filesRead = 0;
+    for (int round = 0; filesRead < 2000; ++round) {
+        if (loadModelProfiles({candidate}, {}).profiles.first().name == QStringLiteral("file"))
+            ++filesRead;
+    }
+    isOver = true;
+    replacer.join();
+#else
+    QSKIP("needs FIFOs");
+#endif
+}
+
+void TestModelConfig::filesAreReadWhereverQtFindsThem()
+{
+    write("searched.json", profileNamed("searched"));
+    QDir::setSearchPaths("profiles", {m_folder->path()});
+    QCOMPARE(loadModelProfiles({"profiles:searched.json"}, {}).profiles.first().name,
+             QStringLiteral("searched"));
+    QDir::setSearchPaths("profiles", {});
 }
 
 void TestModelConfig::currentProfileIsClamped_data()
