@@ -1,67 +1,10 @@
-#include <qtagent/widgets/modelconfigwidget.h>
+#include "support/profileform.h"
 
-#include <QComboBox>
 #include <QFormLayout>
 #include <QLabel>
-#include <QLineEdit>
-#include <QPointer>
-#include <QSpinBox>
 #include <QtTest>
 
 using namespace MireloQtLib::QtAgent;
-
-namespace {
-
-ModelConfig profile(const QString &name, const QString &provider, const QString &baseUrl,
-                    const QString &apiKey, const QString &model)
-{
-    ModelConfig config;
-    config.name = name;
-    config.provider = provider;
-    config.baseUrl = baseUrl;
-    config.apiKey = apiKey;
-    config.model = model;
-    return config;
-}
-
-ModelConfig withDefaults(const QString &provider)
-{
-    return profile(provider, provider, defaultBaseUrl(provider), "key", defaultModelName(provider));
-}
-
-QList<ModelConfig> threeProfiles()
-{
-    return {profile("first", "mock", "http://a", "ka", "ma"),
-            profile("second", "openai", "http://b", "kb", "mb"),
-            profile("third", "deepseek", "http://c", "kc", "mc")};
-}
-
-// The form with its inputs, and a spy on configChanged().
-struct Form
-{
-    template<typename Input>
-    Input *input(const char *name) const
-    {
-        return widget.findChild<Input *>(name);
-    }
-
-    void pickProvider(const QString &provider) const
-    {
-        providers->setCurrentIndex(providers->findData(provider));
-    }
-
-    ModelConfigWidget widget;
-    QComboBox *profiles = input<QComboBox>("profileCombo");
-    QComboBox *providers = input<QComboBox>("providerCombo");
-    QLineEdit *baseUrl = input<QLineEdit>("baseUrlEdit");
-    QLineEdit *apiKey = input<QLineEdit>("apiKeyEdit");
-    QLineEdit *model = input<QLineEdit>("modelEdit");
-    QSpinBox *maxTokens = input<QSpinBox>("maxTokensSpin");
-    QSpinBox *timeout = input<QSpinBox>("timeoutSpin");
-    QSignalSpy changes{&widget, &ModelConfigWidget::configChanged};
-};
-
-} // namespace
 
 class TestModelConfigWidget : public QObject
 {
@@ -87,13 +30,11 @@ private Q_SLOTS:
     void pickedProviderReplacesTheOtherDefaults_data();
     void pickedProviderReplacesTheOtherDefaults();
     void loadedProfileKeepsItsValuesWhateverTheProvider();
-    void formMayBeDeletedInAnyReport_data();
-    void formMayBeDeletedInAnyReport();
 };
 
 void TestModelConfigWidget::rowsStandInOrderWithTheirLabels()
 {
-    const Form form;
+    const ProfileForm form;
     const QStringList labels{"配置名称", "模型提供方", "Base URL", "API Key",
                              "模型名称", "最大 Token", "超时时间"};
     const QList<QWidget *> inputs{form.profiles, form.providers, form.baseUrl, form.apiKey,
@@ -113,7 +54,7 @@ void TestModelConfigWidget::rowsStandInOrderWithTheirLabels()
 
 void TestModelConfigWidget::inputsStartWithTheirDefaults()
 {
-    const Form form;
+    const ProfileForm form;
 
     QCOMPARE(form.profiles->count(), 0);
     QCOMPARE(form.providers->count(), 3);
@@ -137,7 +78,7 @@ void TestModelConfigWidget::inputsStartWithTheirDefaults()
 
 void TestModelConfigWidget::profilesAreListedUnderTheirDisplayNames()
 {
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles({profile(" ", "mock", {}, {}, "\t"), profile(" named ", "mock", {}, {}, "model"),
                              profile(" ", "mock", {}, {}, " model "), profile({}, "mock", {}, {}, {})},
                             0);
@@ -151,7 +92,7 @@ void TestModelConfigWidget::profilesAreListedUnderTheirDisplayNames()
 
 void TestModelConfigWidget::emptyListShowsTheOfflineMockModel()
 {
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles(threeProfiles(), 2);
     form.changes.clear();
 
@@ -170,7 +111,7 @@ void TestModelConfigWidget::emptyListShowsTheOfflineMockModel()
 
 void TestModelConfigWidget::defaultEntryGivesWayToTheFirstList()
 {
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles({}, 0);
     form.widget.setProfiles(threeProfiles(), 0);
 
@@ -194,7 +135,7 @@ void TestModelConfigWidget::indexIsMovedIntoTheRange()
 {
     QFETCH(int, index);
     QFETCH(QString, name);
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles(threeProfiles(), index);
 
     QCOMPARE(form.widget.currentConfig().name, name);
@@ -230,7 +171,7 @@ void TestModelConfigWidget::profileFillsTheFields()
     ModelConfig config = profile("name", provider, " http://a ", " key ", " model ");
     config.maxTokens = maxTokens;
     config.timeoutMs = timeoutMs;
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles({withDefaults("deepseek"), config}, 1);
 
     QTEST(form.providers->currentData().toString(), "shownProvider");
@@ -247,7 +188,7 @@ void TestModelConfigWidget::currentConfigReadsTheFields()
     ModelConfig stored = profile(" name ", "openai", " http://a ", " key ", " model ");
     stored.stream = false;
     stored.temperature = 0.9;
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles({stored}, 0);
     form.maxTokens->setValue(4096);
     form.timeout->setValue(90);
@@ -287,7 +228,7 @@ void TestModelConfigWidget::settingProfilesReportsEveryTextThatChanges()
 {
     QFETCH(QList<ModelConfig>, profiles);
     QFETCH(int, index);
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles(profiles, index);
     QTEST(int(form.changes.count()), "reports");
 
@@ -299,7 +240,7 @@ void TestModelConfigWidget::settingProfilesReportsEveryTextThatChanges()
 
 void TestModelConfigWidget::selectedProfileIsCompleteAtTheLastReport()
 {
-    Form form;
+    ProfileForm form;
     QStringList reports;
     connect(&form.widget, &ModelConfigWidget::configChanged, &form.widget, [&] {
         const ModelConfig config = form.widget.currentConfig();
@@ -315,7 +256,7 @@ void TestModelConfigWidget::selectedProfileIsCompleteAtTheLastReport()
 
 void TestModelConfigWidget::pickedProfileIsLoadedAndReported()
 {
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles(threeProfiles(), 0);
     form.changes.clear();
 
@@ -328,7 +269,7 @@ void TestModelConfigWidget::pickedProfileIsLoadedAndReported()
 
 void TestModelConfigWidget::editsAreNotWrittenBackIntoTheProfiles()
 {
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles(threeProfiles(), 0);
     form.baseUrl->setText("http://edited");
     form.maxTokens->setValue(77);
@@ -344,7 +285,7 @@ void TestModelConfigWidget::editsAreNotWrittenBackIntoTheProfiles()
 
 void TestModelConfigWidget::editedTextsAreReportedAndSpinBoxesAreNot()
 {
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles(threeProfiles(), 0);
     form.changes.clear();
 
@@ -412,6 +353,12 @@ void TestModelConfigWidget::pickedProviderReplacesTheOtherDefaults_data()
     QTest::newRow("mock to deepseek, defaults")
         << "mock"
         << "deepseek" << openAiUrl << openAiModel << deepSeekUrl << deepSeekModel << 3;
+    QTest::newRow("mock to openai, DeepSeek's defaults")
+        << "mock"
+        << "openai" << deepSeekUrl << deepSeekModel << openAiUrl << openAiModel << 3;
+    QTest::newRow("mock to openai, its own defaults stay")
+        << "mock"
+        << "openai" << openAiUrl << openAiModel << openAiUrl << openAiModel << 1;
     QTest::newRow("openai to mock changes no field") << "openai"
                                                      << "mock" << openAiUrl << "" << openAiUrl << "" << 1;
     QTest::newRow("deepseek to mock changes no field") << "deepseek"
@@ -425,7 +372,7 @@ void TestModelConfigWidget::pickedProviderReplacesTheOtherDefaults()
     QFETCH(QString, to);
     QFETCH(QString, baseUrl);
     QFETCH(QString, model);
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles({profile("n", from, baseUrl, "key", model)}, 0);
     form.changes.clear();
 
@@ -440,7 +387,7 @@ void TestModelConfigWidget::pickedProviderReplacesTheOtherDefaults()
 
 void TestModelConfigWidget::loadedProfileKeepsItsValuesWhateverTheProvider()
 {
-    Form form;
+    ProfileForm form;
     form.widget.setProfiles(
         {withDefaults("openai"), profile("mixed", "deepseek", defaultBaseUrl("openai"), {}, {})}, 0);
     form.profiles->setCurrentIndex(1);
@@ -448,49 +395,6 @@ void TestModelConfigWidget::loadedProfileKeepsItsValuesWhateverTheProvider()
     QCOMPARE(form.providers->currentData().toString(), "deepseek");
     QCOMPARE(form.baseUrl->text(), defaultBaseUrl("openai"));
     QVERIFY(form.model->text().isEmpty());
-}
-
-void TestModelConfigWidget::formMayBeDeletedInAnyReport_data()
-{
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<int>("fatalReport");
-    for (int report = 1; report <= 5; ++report)
-        QTest::addRow("setProfiles, report %d", report) << "setProfiles" << report;
-    for (int report = 1; report <= 4; ++report)
-        QTest::addRow("picked profile, report %d", report) << "profile" << report;
-    for (int report = 1; report <= 3; ++report)
-        QTest::addRow("picked provider, report %d", report) << "provider" << report;
-    QTest::newRow("typed text") << "text" << 1;
-}
-
-void TestModelConfigWidget::formMayBeDeletedInAnyReport()
-{
-    QFETCH(QString, action);
-    QFETCH(int, fatalReport);
-    const QPointer<ModelConfigWidget> widget(new ModelConfigWidget);
-    if (action != "setProfiles")
-        widget->setProfiles(threeProfiles() << withDefaults("openai"), action == "provider" ? 3 : 0);
-    const QPointer<QLineEdit> baseUrl(widget->findChild<QLineEdit *>("baseUrlEdit"));
-    auto *profiles = widget->findChild<QComboBox *>("profileCombo");
-    auto *providers = widget->findChild<QComboBox *>("providerCombo");
-    int reports = 0;
-    connect(widget, &ModelConfigWidget::configChanged, this, [&] {
-        if (++reports == fatalReport)
-            delete widget;
-    });
-
-    if (action == "setProfiles")
-        widget->setProfiles(threeProfiles(), 2);
-    else if (action == "profile")
-        profiles->setCurrentIndex(1);
-    else if (action == "provider")
-        providers->setCurrentIndex(2);
-    else
-        QTest::keyClick(baseUrl, Qt::Key_X);
-
-    QVERIFY(widget.isNull());
-    QCOMPARE(reports, fatalReport);
-    QTRY_VERIFY(baseUrl.isNull());
 }
 
 QTEST_MAIN(TestModelConfigWidget)

@@ -69,14 +69,42 @@ QString otherService(const QString &provider)
     return provider == QLatin1String("openai") ? QStringLiteral("deepseek") : QString();
 }
 
-void replaceDefault(QLineEdit *edit, const QString &previousDefault, const QString &newDefault)
-{
-    const QString text = edit->text().trimmed();
-    if (text.isEmpty() || text == previousDefault)
-        edit->setText(newDefault);
-}
-
 } // namespace
+
+// Sets the texts of the inputs one after the other. Each may reach a slot that deletes the form or begins
+// to fill it anew; then the earlier fill is over, or the texts of two profiles would mix.
+class ModelConfigWidget::Fill
+{
+public:
+    explicit Fill(ModelConfigWidget *form)
+        : m_form(form)
+        , m_guard(form)
+        , m_number(++form->m_fills)
+    {}
+
+    bool goesOn() const { return m_guard && m_form->m_fills == m_number; }
+
+    void setText(QLineEdit *ModelConfigWidget::*edit, const QString &text) const
+    {
+        if (goesOn())
+            (m_form->*edit)->setText(text);
+    }
+
+    void replaceDefault(QLineEdit *ModelConfigWidget::*edit, const QString &previousDefault,
+                        const QString &newDefault) const
+    {
+        if (!goesOn())
+            return;
+        const QString text = (m_form->*edit)->text().trimmed();
+        if (text.isEmpty() || text == previousDefault)
+            setText(edit, newDefault);
+    }
+
+private:
+    ModelConfigWidget *const m_form;
+    const QPointer<ModelConfigWidget> m_guard;
+    const int m_number;
+};
 
 ModelConfigWidget::ModelConfigWidget(QWidget *parent)
     : QWidget(parent)
@@ -137,18 +165,17 @@ void ModelConfigWidget::setProfiles(const QList<ModelConfig> &profiles, int curr
     const int index = qBound(0, currentIndex, qMax(0, int(profiles.size()) - 1));
     const ModelConfig shown = profiles.value(index, offline);
 
-    m_loading = true;
+    m_listing = true;
     m_profiles = profiles;
     m_profileCombo->clear();
     for (int i = 0; i < profiles.size(); ++i)
         m_profileCombo->addItem(displayName(profiles.at(i), i));
-    m_loading = false;
+    m_profileCombo->setCurrentIndex(index);
+    m_listing = false;
 
-    const QPointer<ModelConfigWidget> guard(this);
-    if (!profiles.isEmpty())
-        m_profileCombo->setCurrentIndex(index);
-    if (guard && showProfile(shown))
-        reportChange();
+    // A profile that is not the first is loaded for being selected, and like every other once more.
+    if (index == 0 || loadProfile(shown))
+        loadProfile(shown);
 }
 
 ModelConfig ModelConfigWidget::currentConfig() const
@@ -165,50 +192,48 @@ ModelConfig ModelConfigWidget::currentConfig() const
     return config;
 }
 
-// Returns false where a slot deleted this form.
-bool ModelConfigWidget::showProfile(const ModelConfig &profile)
+// Returns false where a slot ended it: the form may be gone.
+bool ModelConfigWidget::loadProfile(const ModelConfig &profile)
 {
-    const QPointer<ModelConfigWidget> guard(this);
+    const Fill fill(this);
     m_loading = true;
     if (m_profileCombo->count() == 0)
         m_profileCombo->addItem(profile.name.isEmpty() ? QStringLiteral("默认配置") : profile.name);
     m_providerCombo->setCurrentIndex(qMax(0, m_providerCombo->findData(profile.provider)));
-    if (guard)
-        m_baseUrlEdit->setText(profile.baseUrl);
-    if (guard)
-        m_apiKeyEdit->setText(profile.apiKey);
-    if (guard)
-        m_modelEdit->setText(profile.model);
-    if (!guard)
+    fill.setText(&ModelConfigWidget::m_baseUrlEdit, profile.baseUrl);
+    fill.setText(&ModelConfigWidget::m_apiKeyEdit, profile.apiKey);
+    fill.setText(&ModelConfigWidget::m_modelEdit, profile.model);
+    if (!fill.goesOn())
         return false;
     m_baseUrlEdit->home(false); // a long address shows its beginning
     m_maxTokensSpin->setValue(profile.maxTokens);
     m_timeoutSpin->setValue(qMax(5, profile.timeoutMs / msPerSecond));
     m_loading = false;
-    return true;
+    reportChange();
+    return fill.goesOn();
 }
 
 void ModelConfigWidget::selectProfile(int index)
 {
-    if (m_loading || index < 0 || index >= m_profiles.size())
+    if (m_listing || index < 0 || index >= m_profiles.size())
         return;
-    const ModelConfig profile = m_profiles.at(index);
-    if (showProfile(profile))
-        reportChange();
+    loadProfile(ModelConfig(m_profiles.at(index)));
 }
 
 void ModelConfigWidget::selectProvider()
 {
     if (m_loading)
         return;
+    const Fill fill(this);
     const QString provider = m_providerCombo->currentData().toString();
     const QString previous = otherService(provider);
-    const QPointer<ModelConfigWidget> guard(this);
-    if (!previous.isEmpty())
-        replaceDefault(m_baseUrlEdit, defaultBaseUrl(previous), defaultBaseUrl(provider));
-    if (guard && !previous.isEmpty())
-        replaceDefault(m_modelEdit, defaultModelName(previous), defaultModelName(provider));
-    if (guard)
+    if (!previous.isEmpty()) {
+        fill.replaceDefault(&ModelConfigWidget::m_baseUrlEdit, defaultBaseUrl(previous),
+                            defaultBaseUrl(provider));
+        fill.replaceDefault(&ModelConfigWidget::m_modelEdit, defaultModelName(previous),
+                            defaultModelName(provider));
+    }
+    if (fill.goesOn())
         reportChange();
 }
 

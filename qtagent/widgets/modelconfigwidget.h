@@ -29,13 +29,16 @@ namespace QtAgent {
 /// What the user edits is read with currentConfig() and never written back: choosing another profile and
 /// the first one again shows the values that setProfiles() was given.
 ///
-/// When the user picks another provider, an address or a model name that is empty or the default of the
-/// provider before is replaced by the new provider's default (see defaultBaseUrl() and
-/// defaultModelName()); anything else stays. The mock model changes no field.
+/// When the user picks "openai" or "deepseek", an address or a model name that is empty or the default of
+/// the other of the two is replaced by the default of the one picked (see defaultBaseUrl() and
+/// defaultModelName()); anything else stays, whichever provider was shown before. The mock model changes no
+/// field.
 ///
 /// For style sheets and user-interface tests the inputs are named profileCombo, providerCombo,
-/// baseUrlEdit, apiKeyEdit, modelEdit, maxTokensSpin and timeoutSpin. The widget may be deleted in a slot
-/// of configChanged().
+/// baseUrlEdit, apiKeyEdit, modelEdit, maxTokensSpin and timeoutSpin.
+///
+/// A slot of configChanged() may delete the widget, choose another profile and call setProfiles(). What was
+/// being filled in is then given up, so that the values of two profiles never mix.
 class QTAGENT_WIDGETS_EXPORT ModelConfigWidget : public QWidget
 {
     Q_OBJECT
@@ -68,9 +71,11 @@ Q_SIGNALS:
     void configChanged();
 
 private:
+    class Fill;
+
     void addRows();
     void connectInputs();
-    bool showProfile(const ModelConfig &profile);
+    bool loadProfile(const ModelConfig &profile);
     void selectProfile(int index);
     void selectProvider();
     void reportChange();
@@ -83,7 +88,9 @@ private:
     QSpinBox *m_maxTokensSpin;
     QSpinBox *m_timeoutSpin;
     QList<ModelConfig> m_profiles;
+    bool m_listing = false;
     bool m_loading = false;
+    int m_fills = 0;
     int m_runningReports = 0;
 };
 
