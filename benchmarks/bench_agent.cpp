@@ -1,5 +1,6 @@
 // What the agent loop costs: a tool call through the executor beside the same call made by hand, and the
-// time and memory of a run. The model answers at once, so everything measured is the library's own.
+// time and memory of a run. The model answers at once, so everything measured is the library's own. And what
+// it costs to register tools and to ask for their definitions (goal: linear in their number).
 
 #include "../tests/support/eventloop.h"
 #include "../tests/support/heapusage.h"
@@ -157,12 +158,29 @@ void runsOfOneExecutor(benchmark::State &state)
     state.SetComplexityN(state.range(0));
 }
 
+void registerAndDefine(benchmark::State &state)
+{
+    for ([[maybe_unused]] auto iteration : state) {
+        ToolRegistry registry;
+        for (int number = 0; number < state.range(0); ++number)
+            registry.registerTool(
+                new FunctionTool(QString::number(number), {}, {}, ToolPermission::ReadOnly, {}));
+        benchmark::DoNotOptimize(registry.definitions());
+    }
+    state.SetComplexityN(state.range(0));
+}
+
 BENCHMARK(callsByHand)->Arg(1)->Arg(10)->Arg(100);
 BENCHMARK(callsByHandOneATurn)->Arg(1)->Arg(10)->Arg(100);
 BENCHMARK(callsThroughTheExecutor)->Arg(1)->Arg(10)->Arg(100);
 BENCHMARK(runsOfOneExecutor)
     ->RangeMultiplier(10)
     ->Range(100, 10000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
+BENCHMARK(registerAndDefine)
+    ->RangeMultiplier(10)
+    ->Range(200, 20000)
     ->Unit(benchmark::kMillisecond)
     ->Complexity(benchmark::oN);
 

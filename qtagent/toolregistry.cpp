@@ -32,22 +32,33 @@ bool ToolRegistry::registerTool(AgentTool *tool, QString *error)
 
     if (!tool->parent())
         tool->setParent(this);
-    m_order.removeOne(name);
-    m_order.append(name);
-    m_tools.insert(name, tool);
+    const quint64 place = ++m_lastPlace;
+    m_places.insert(name, place);
+    m_tools.insert(place, tool);
+    connect(tool, &QObject::destroyed, this, [this, name, place] { forget(name, place); });
     return true;
+}
+
+// The name may belong to a later tool by now: a slot that learned of the death before may have registered it.
+void ToolRegistry::forget(const QString &name, quint64 place)
+{
+    m_tools.remove(place);
+    if (m_places.value(name) == place)
+        m_places.remove(name);
 }
 
 AgentTool *ToolRegistry::tool(const QString &name) const
 {
-    return m_tools.value(name);
+    return m_tools.value(m_places.value(name));
 }
 
 QVector<ToolDefinition> ToolRegistry::definitions() const
 {
     QVector<ToolDefinition> definitions;
-    for (const QString &name : m_order) {
-        if (const AgentTool *tool = this->tool(name))
+    // A tool may register another one when it is asked.
+    const QMap<quint64, QPointer<AgentTool>> tools = m_tools;
+    for (const QPointer<AgentTool> &tool : tools) {
+        if (tool)
             definitions.append({tool->name(), tool->description(), tool->parameters(), tool->permission()});
     }
     return definitions;

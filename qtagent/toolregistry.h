@@ -5,9 +5,9 @@
 #include <qtagent/chatmessage.h>
 
 #include <QHash>
+#include <QMap>
 #include <QObject>
 #include <QPointer>
-#include <QStringList>
 #include <QVector>
 
 namespace MireloQtLib {
@@ -24,6 +24,7 @@ namespace QtAgent {
 /// @endcode
 ///
 /// Tools are held by weak references: one that is deleted is no longer offered, and its name is free again.
+/// Nothing of it is kept.
 class QTAGENT_EXPORT ToolRegistry : public QObject
 {
     Q_OBJECT
@@ -48,8 +49,11 @@ public:
     QVector<ToolDefinition> definitions() const;
 
 private:
-    QHash<QString, QPointer<AgentTool>> m_tools;
-    QStringList m_order;
+    void forget(const QString &name, quint64 place);
+
+    QHash<QString, quint64> m_places;
+    QMap<quint64, QPointer<AgentTool>> m_tools;
+    quint64 m_lastPlace = 0;
 };
 
 } // namespace QtAgent

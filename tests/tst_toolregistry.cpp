@@ -1,3 +1,5 @@
+#include "support/heapusage.h"
+
 #include <qtagent/toolregistry.h>
 
 #include <QtTest>
@@ -21,6 +23,9 @@ private Q_SLOTS:
     void ownsToolsWithoutAParent();
     void leavesOtherToolsToTheirOwner();
     void offersLivingToolsInTheOrderOfRegistration();
+    void nameBelongsToTheToolRegisteredInASlotOfDestroyed();
+    void toolMayRegisterAnotherWhenItIsAsked();
+    void keepsNothingOfDeletedTools();
 };
 
 namespace {
@@ -164,6 +169,64 @@ void TestToolRegistry::offersLivingToolsInTheOrderOfRegistration()
     QCOMPARE(definition.description, "Does valve");
     QCOMPARE(definition.parameters, (QJsonObject{{"title", "valve"}}));
     QCOMPARE(definition.permission, ToolPermission::Write);
+}
+
+void TestToolRegistry::nameBelongsToTheToolRegisteredInASlotOfDestroyed()
+{
+    ToolRegistry registry;
+    auto *first = makeTool("pump");
+    AgentTool *second = makeTool("pump");
+    // This slot learns of it before the registry.
+    connect(first, &QObject::destroyed, this, [&] { QVERIFY(registry.registerTool(second)); });
+    registry.registerTool(first);
+    registry.registerTool(makeTool("valve"));
+    delete first;
+    QCOMPARE(registry.tool("pump"), second);
+    QCOMPARE(offeredNames(registry), (QStringList{"valve", "pump"}));
+}
+
+void TestToolRegistry::toolMayRegisterAnotherWhenItIsAsked()
+{
+    class Parent : public FunctionTool
+    {
+    public:
+        explicit Parent(ToolRegistry *registry)
+            : FunctionTool("parent", {}, {}, ToolPermission::ReadOnly, {})
+            , m_registry(registry)
+        {}
+
+        QString description() const override
+        {
+            m_registry->registerTool(makeTool("child"));
+            return {};
+        }
+
+    private:
+        ToolRegistry *const m_registry;
+    };
+    ToolRegistry registry;
+    registry.registerTool(new Parent(&registry));
+    QCOMPARE(offeredNames(registry), QStringList{"parent"});
+    QVERIFY(registry.tool("child"));
+}
+
+void TestToolRegistry::keepsNothingOfDeletedTools()
+{
+    if (!heapUsage())
+        QSKIP("nobody tells the heap's size here");
+    ToolRegistry registry;
+    const auto registerAndDelete = [&](int first, int count) {
+        for (int number = first; number < first + count; ++number) {
+            auto *tool = makeTool(QStringLiteral("tool%1").arg(number));
+            QVERIFY(registry.registerTool(tool));
+            delete tool;
+        }
+    };
+    registerAndDelete(0, 100);
+    const qint64 before = *heapUsage();
+    registerAndDelete(100, 20000);
+    QVERIFY(*heapUsage() - before < 20000);
+    QVERIFY(registry.definitions().isEmpty());
 }
 
 QTEST_APPLESS_MAIN(TestToolRegistry)
