@@ -1,3 +1,5 @@
+#include "support/heapusage.h"
+
 #include <qtagent/termmatcher_p.h>
 
 #include <QtTest>
@@ -63,10 +65,12 @@ private Q_SLOTS:
     void everyCharacterOfADocumentFoldsAsToLower();
     void everyCharacterOfAQuestionFoldsAsToLower();
     void loneSurrogatesSeparateWhateverToLowerMakesOfThem();
+    void randomTextsCountAsThePlainWay_data();
     void randomTextsCountAsThePlainWay();
     void termIsFoundAtEveryPlace();
     void documentsDoNotInfluenceEachOther();
     void longQuestionIsMatched();
+    void longQuestionTakesLittleMemory();
 };
 
 void TestTermMatcher::termsAreCounted_data()
@@ -169,9 +173,25 @@ void TestTermMatcher::loneSurrogatesSeparateWhateverToLowerMakesOfThem()
     }
 }
 
+void TestTermMatcher::randomTextsCountAsThePlainWay_data()
+{
+    const QString strange = QStringLiteral("路") + QChar(0x0130) + QChar(0x212a);
+    QTest::addColumn<QString>("characters");
+    QTest::addColumn<int>("questionLength");
+    QTest::addColumn<int>("documentLength");
+    QTest::addColumn<int>("rounds");
+    QTest::newRow("short questions") << "aAbB1_ " + strange << 24 << 40 << 2000;
+    QTest::newRow("more beginnings of terms than have a row") << "ab1 " + strange << 20000 << 5000 << 3;
+    QTest::newRow("long terms") << "aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaab" + strange << 20000 << 20000 << 3;
+    QTest::newRow("many letters") << "abcdefghijklmnopqrstuvwxyz0123456789_       " << 20000 << 20000 << 3;
+}
+
 void TestTermMatcher::randomTextsCountAsThePlainWay()
 {
-    const QString characters = QStringLiteral("aAbB1_ 路") + QChar(0x0130) + QChar(0x212a);
+    QFETCH(QString, characters);
+    QFETCH(int, questionLength);
+    QFETCH(int, documentLength);
+    QFETCH(int, rounds);
     quint32 seed = 1;
     const auto randomText = [&](int length) {
         QString text;
@@ -181,9 +201,9 @@ void TestTermMatcher::randomTextsCountAsThePlainWay()
         }
         return text;
     };
-    for (int round = 0; round < 2000; ++round) {
-        const QString question = randomText(24);
-        const QString document = randomText(40);
+    for (int round = 0; round < rounds; ++round) {
+        const QString question = randomText(questionLength);
+        const QString document = randomText(documentLength / 2) + question.mid(100, documentLength / 2);
         QCOMPARE(count(question, document), plainCount(question, document));
     }
 }
@@ -218,6 +238,27 @@ void TestTermMatcher::longQuestionIsMatched()
     const QString text = terms.join(' ');
     QCOMPARE(count(text, text.toUpper()), 5000);
     QCOMPARE(count(text, "device0001 device4999 device5000"), 2);
+}
+
+void TestTermMatcher::longQuestionTakesLittleMemory()
+{
+    if (!heapUsage())
+        QSKIP("nobody tells the heap's size here");
+    constexpr int length = 1000 * 1000;
+    quint32 seed = 1;
+    QString question;
+    for (int i = 0; i < length; ++i) {
+        seed = seed * 1664525 + 1013904223;
+        question.append(QChar('a' + (seed >> 16) % 26));
+    }
+    for (int separation : {length, 1000, 9}) {
+        QString terms = question;
+        for (int place = separation; place < length; place += separation)
+            terms[place] = ' ';
+        const qint64 before = *heapUsage();
+        const TermMatcher matcher(terms);
+        QVERIFY(*heapUsage() - before <= 28 * length + 350 * 1000);
+    }
 }
 
 QTEST_APPLESS_MAIN(TestTermMatcher)
