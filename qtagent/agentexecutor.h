@@ -75,8 +75,8 @@ public:
     void setMaxIterations(int maxIterations);
 
     /// Starts a new conversation with the question @p input. Returns once the first request is sent; what
-    /// the model answers arrives through the signals. Only a missing model is reported by failed() before
-    /// the call returns.
+    /// the model answers arrives through the signals. Only a missing model, and one that returns no reply, are
+    /// reported by failed() before the call returns.
     ///
     /// A run that is in flight is dropped without a signal, with its open approval and its remaining tool
     /// calls. Its request is not canceled, but nothing of it arrives any more: call cancel() first to stop

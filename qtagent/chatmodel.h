@@ -60,7 +60,7 @@ public:
     /// the reply is canceled, finished or failed.
     void appendDelta(const QString &delta);
 
-    /// Stores @p response and emits responseReceived(), whether or not the reply is canceled.
+    /// Stores @p response and emits responseReceived(), also once the reply is canceled, finished or failed.
     void setResponse(const QJsonObject &response);
 
     /// Sets text() to @p text and emits finished(). Does nothing once the reply is canceled, finished or

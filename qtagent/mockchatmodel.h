@@ -17,7 +17,8 @@ namespace QtAgent {
 /// - a conversation that holds a "tool" message is answered with a summary of all tool results;
 /// - where tools are offered and the last user message speaks of devices or reports (one of abnormal,
 ///   device, report, export, 设备, 异常, 报告, 导出 in it), the answer calls those of
-///   find_abnormal_devices, generate_alarm_summary and export_report that are offered;
+///   find_abnormal_devices, generate_alarm_summary and export_report that are offered, or says that
+///   there is no tool for devices where none of the three is;
 /// - everything else is answered with a fixed notice.
 ///
 /// Texts are streamed word by word, the first on the next turn of the event loop and the others 45 ms

@@ -28,7 +28,7 @@ struct ModelConfig
     QString provider = QStringLiteral("mock");
     /// The address before "/chat/completions", for example "https://api.openai.com/v1".
     QString baseUrl;
-    /// The bearer key. Empty means that no Authorization header is sent.
+    /// The bearer key, sent without the line breaks in it. Empty means that no Authorization header is sent.
     QString apiKey;
     /// The model's identifier at the service.
     QString model;

@@ -89,7 +89,9 @@ struct GraphRunResult
 /// It continues with the state, not at a node: every run begins at "__start__". To resume a run that was
 /// interrupted for a review, run the graph built without that interrupt on the same thread id.
 ///
-/// A graph is a plain value: cheap to copy, the copies independent. Names and keys are compared exactly.
+/// A graph is a plain value: cheap to copy, and what is added to a copy is not added to the original. What the
+/// functions themselves hold, behind a captured pointer for example, all copies share. Names and keys are
+/// compared exactly.
 class QTAGENT_EXPORT StateGraph
 {
 public:

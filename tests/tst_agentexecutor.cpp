@@ -183,9 +183,10 @@ void TestAgentExecutor::modelWithoutAReplyFailsTheRun()
     SilentModel model;
     AgentFixture agent;
     agent.executor->setModel(&model);
-    agent.run();
-    agent.executor->cancel();
+    agent.executor->run("question");
     QCOMPARE(agent.log, QStringList{"failed Model returned no reply."});
+    agent.executor->cancel();
+    QCOMPARE(agent.log.size(), 1);
 }
 
 void TestAgentExecutor::failedRequestFailsTheRun()

@@ -58,7 +58,7 @@ private Q_SLOTS:
     void nothingFollowsTheEnd();
     void cancelIsEmittedOnceAndSilencesTheReply();
     void endedReplyCanStillBeCanceled();
-    void canceledReplyStillDeliversItsResponse();
+    void replyThatIsOverStillDeliversItsResponse();
     void failLaterFailsOnTheNextTurn();
     void failLaterStaysSilentOnceCanceled();
     void slotMayDeleteTheReply_data();
@@ -176,14 +176,21 @@ void TestChatModel::endedReplyCanStillBeCanceled()
     QCOMPARE(reply.text(), QStringLiteral("answer"));
 }
 
-void TestChatModel::canceledReplyStillDeliversItsResponse()
+void TestChatModel::replyThatIsOverStillDeliversItsResponse()
 {
-    ChatReply reply;
-    SignalLog log(&reply);
-    reply.cancel();
-    reply.setResponse({{"id", "r1"}});
-    QCOMPARE(log.entries, (QStringList{"canceled", "response"}));
-    QCOMPARE(reply.response(), (QJsonObject{{"id", "r1"}}));
+    const QVector<std::function<void(ChatReply *)>> ends{
+        [](ChatReply *reply) { reply->cancel(); },
+        [](ChatReply *reply) { reply->finish("answer"); },
+        [](ChatReply *reply) { reply->fail("broken"); },
+    };
+    for (const auto &end : ends) {
+        ChatReply reply;
+        end(&reply);
+        SignalLog log(&reply);
+        reply.setResponse({{"id", "r1"}});
+        QCOMPARE(log.entries, QStringList{"response"});
+        QCOMPARE(reply.response(), (QJsonObject{{"id", "r1"}}));
+    }
 }
 
 void TestChatModel::failLaterFailsOnTheNextTurn()

@@ -145,6 +145,7 @@ private Q_SLOTS:
     void edgesAreReplaced();
     void conditionalEdgesAreReplacedWhole();
     void copiesAreIndependent();
+    void copiesShareWhatTheirFunctionsHold();
     void graphMayBeRunManyTimes();
 
     void exceptionsPassThroughAndNothingIsSaved_data();
@@ -826,6 +827,19 @@ void TestStateGraph::copiesAreIndependent()
     QCOMPARE(graph.run({}).state, (QJsonObject{{"from", "original"}}));
     QCOMPARE(graph.maxSteps, 32);
     QCOMPARE(copy.run({}).error, "Graph exceeded max steps: 1");
+}
+
+void TestStateGraph::copiesShareWhatTheirFunctionsHold()
+{
+    const auto calls = std::make_shared<int>(0);
+    const StateGraph graph = graphOfOneNode([calls](const QJsonObject &) {
+        return QJsonObject{{"calls", ++*calls}};
+    });
+    StateGraph copy = graph;
+    copy.addNode("b", returns({}));
+    QCOMPARE(graph.run({}).state, (QJsonObject{{"calls", 1}}));
+    QCOMPARE(copy.run({}).state, (QJsonObject{{"calls", 2}}));
+    QCOMPARE(graph.run({}).state, (QJsonObject{{"calls", 3}}));
 }
 
 void TestStateGraph::graphMayBeRunManyTimes()
