@@ -54,12 +54,14 @@ refresh_package_lists() {
     apt_get update || true
 }
 
+# Asks nothing: a configuration file that the user has changed stays as it is.
 apt_get() {
     local variable command=(env DEBIAN_FRONTEND=noninteractive)
     for variable in http_proxy https_proxy no_proxy; do
         [[ -z "${!variable:-}" ]] || command+=("$variable=${!variable}") # sudo drops them
     done
-    command+=(apt-get -o DPkg::Lock::Timeout=600 -o Dpkg::Use-Pty=0 "$@")
+    command+=(apt-get -o DPkg::Lock::Timeout=600 -o Dpkg::Use-Pty=0
+        -o Dpkg::Options::=--force-confdef -o Dpkg::Options::=--force-confold "$@")
     if ((EUID)); then
         command=(sudo "${command[@]}")
     fi
