@@ -8,6 +8,11 @@
 
 namespace {
 
+QStyle *createStyle()
+{
+    return QStyleFactory::create(QStringLiteral("Fusion"));
+}
+
 QString styleSheetOfProgram()
 {
     QFile file(QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("styles/dark.qss")));
@@ -26,8 +31,11 @@ QIcon demoIcon()
 
 } // namespace
 
-void enableHighDpi()
+void prepareDemoApplication()
 {
+    // Without a style Qt 6 looks for plug-ins in the program's folder styles/, takes the style sheet there
+    // for one, and prints what is wrong with it where it is empty.
+    QApplication::setStyle(createStyle());
 #if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
@@ -38,7 +46,7 @@ void enableHighDpi()
 
 void applyDemoStyle()
 {
-    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    QApplication::setStyle(createStyle());
     const QString styleSheet = styleSheetOfProgram();
     if (!styleSheet.isEmpty())
         qApp->setStyleSheet(styleSheet);

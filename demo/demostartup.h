@@ -1,9 +1,9 @@
 #ifndef ORVANE_DEMOSTARTUP_H
 #define ORVANE_DEMOSTARTUP_H
 
-/// Switches on scaling, by whole factors, and sharp pictures on high-density screens, the same on Qt 5 and
-/// Qt 6. To be called before the application object exists.
-void enableHighDpi();
+/// Chooses what has to be chosen before the application object exists: scaling, by whole factors, and sharp
+/// pictures on high-density screens, the same on Qt 5 and Qt 6, and the style that applyDemoStyle() gives.
+void prepareDemoApplication();
 
 /// Gives the application the Fusion style and, where it can be read and is not empty, the style sheet
 /// "styles/dark.qss" in the program's own folder.

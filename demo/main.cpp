@@ -5,7 +5,7 @@
 
 int main(int argc, char *argv[])
 {
-    enableHighDpi();
+    prepareDemoApplication();
     QApplication application(argc, argv);
     applyDemoStyle();
     applyDemoIdentity();

@@ -73,7 +73,7 @@ int tourWindow(const QDir &folder, bool realModel)
 int main(int argc, char *argv[])
 {
     useUtf8FileNames();
-    enableHighDpi();
+    prepareDemoApplication();
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false); // a tour ends behind its last page
     applyDemoStyle();

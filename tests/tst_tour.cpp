@@ -85,6 +85,7 @@ private Q_SLOTS:
     void mockModelAnswersWhateverIsConfigured();
     void fractionalScreenScaleIsRounded();
     void windowHasTheGroundOfTheStyleSheet();
+    void emptyStyleSheetPrintsNothing();
     void realModelThatFailsEndsWithStatusOne();
     void wrongArgumentsEndWithStatusOne_data();
     void wrongArgumentsEndWithStatusOne();
@@ -134,6 +135,25 @@ void TestTour::windowHasTheGroundOfTheStyleSheet()
         const QImage image(configuration.path() + '/' + picture);
         QCOMPARE(image.pixelColor(image.rect().bottomRight()), groundOfStyleSheet());
     }
+}
+
+void TestTour::emptyStyleSheetPrintsNothing()
+{
+    const QTemporaryDir folder;
+    const QString program = folder.filePath("orvane-tour");
+    QVERIFY(QFile::copy(tourProgram(), program));
+    QVERIFY(QDir(folder.path()).mkdir("styles"));
+    QFile sheet(folder.filePath("styles/dark.qss"));
+    QVERIFY(sheet.open(QIODevice::WriteOnly));
+    sheet.close();
+
+    QProcess tour;
+    tour.start(program, {"--help"});
+
+    QVERIFY(tour.waitForFinished());
+    QCOMPARE(tour.exitCode(), 0);
+    QVERIFY(!tour.readAllStandardOutput().isEmpty());
+    QCOMPARE(tour.readAllStandardError(), QByteArray());
 }
 
 void TestTour::realModelThatFailsEndsWithStatusOne()
