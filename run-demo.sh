@@ -14,7 +14,7 @@ display_opens() {
     { (ulimit -c 0 && "$build_dir/demo/orvane-tour" --help); } >/dev/null 2>&1
 }
 
-packages=(g++ make cmake qtbase5-dev)
+packages=(g++ make cmake qtbase5-dev qttranslations5-l10n)
 if [[ -n "${WAYLAND_DISPLAY:-}" && -z "${DISPLAY:-}" ]]; then
     packages+=(qtwayland5)
 fi

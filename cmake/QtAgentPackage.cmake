@@ -21,7 +21,13 @@ that a model may call, an agent that asks before a risky tool runs, prompt
 templates, chains, answers from documents, and workflows. A mock model
 answers where no other is configured.")
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# Its texts are Chinese, and so are those of Qt's own menus with the translations.
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "fonts-wqy-microhei | fonts-noto-cjk")
+if(QTAGENT_QT_MAJOR EQUAL 6)
+    string(APPEND CPACK_DEBIAN_PACKAGE_RECOMMENDS ", qt6-translations-l10n")
+else()
+    string(APPEND CPACK_DEBIAN_PACKAGE_RECOMMENDS ", qttranslations5-l10n")
+endif()
 
 if(BUILD_SHARED_LIBS)
     # The package does not depend on the libraries that it holds, which dpkg-shlibdeps sees in the build tree.

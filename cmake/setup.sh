@@ -1,10 +1,13 @@
 # shellcheck shell=bash
 # What run-demo.sh, run-tests.sh and check.sh share: packages, the configure step and the number of jobs.
 
-# The major version of Qt to build with, and Debian's package of its development files.
+# The major version of Qt to build with, and Debian's packages of its development files and translations.
 qt_major=5
 qt_package() {
     if ((qt_major == 6)); then echo qt6-base-dev; else echo qtbase5-dev; fi
+}
+qt_translations_package() {
+    if ((qt_major == 6)); then echo qt6-translations-l10n; else echo qttranslations5-l10n; fi
 }
 
 # Installs those of the given packages that a Debian or Ubuntu system lacks, and a Chinese font where there

@@ -4,7 +4,9 @@
 #include <QDir>
 #include <QFile>
 #include <QIcon>
+#include <QLibraryInfo>
 #include <QStyleFactory>
+#include <QTranslator>
 
 namespace {
 
@@ -19,6 +21,15 @@ QString styleSheetOfProgram()
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return {};
     return QString::fromUtf8(file.readAll());
+}
+
+QString translationsFolder()
+{
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    return QLibraryInfo::location(QLibraryInfo::TranslationsPath);
+#else
+    return QLibraryInfo::path(QLibraryInfo::TranslationsPath);
+#endif
 }
 
 QIcon demoIcon()
@@ -50,6 +61,13 @@ void applyDemoStyle()
     const QString styleSheet = styleSheetOfProgram();
     if (!styleSheet.isEmpty())
         qApp->setStyleSheet(styleSheet);
+}
+
+void applyDemoLanguage()
+{
+    auto *translator = new QTranslator(qApp);
+    if (translator->load(QStringLiteral("qtbase_zh_CN"), translationsFolder()))
+        QCoreApplication::installTranslator(translator);
 }
 
 void applyDemoIdentity()

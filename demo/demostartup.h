@@ -9,6 +9,9 @@ void prepareDemoApplication();
 /// "styles/dark.qss" in the program's own folder.
 void applyDemoStyle();
 
+/// Lets Qt's own menus and dialogs speak Chinese as the demo does, where Qt's translations are installed.
+void applyDemoLanguage();
+
 /// Gives every window of the application the demo's icon, and names the desktop file
 /// "com.mirelo.OrvaneDemo", by which a desktop knows the menu entry that a window belongs to.
 void applyDemoIdentity();

@@ -8,6 +8,7 @@ int main(int argc, char *argv[])
     prepareDemoApplication();
     QApplication application(argc, argv);
     applyDemoStyle();
+    applyDemoLanguage();
     applyDemoIdentity();
     OrvaneDemoWindow window;
     window.show();

@@ -100,5 +100,6 @@ int main(int argc, char *argv[])
     }
     if (folders.isEmpty())
         printLine(folder);
+    applyDemoLanguage(); // after the command line, whose help is English
     return tourWindow(QDir(folder), parser.isSet(real));
 }

@@ -12,7 +12,9 @@
 #include <QHeaderView>
 #include <QImage>
 #include <QLabel>
+#include <QLibraryInfo>
 #include <QLineEdit>
+#include <QMenu>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSpinBox>
@@ -20,11 +22,13 @@
 #include <QTableWidget>
 #include <QTextBrowser>
 #include <QToolTip>
+#include <QTranslator>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 #include <QtTest>
 
 #include <cmath>
+#include <memory>
 
 using namespace MireloQtLib::QtAgent;
 
@@ -185,6 +189,35 @@ QMap<QString, QImage> picturedTexts(const Gallery &gallery)
     };
 }
 
+QString translationsFolder()
+{
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    return QLibraryInfo::location(QLibraryInfo::TranslationsPath);
+#else
+    return QLibraryInfo::path(QLibraryInfo::TranslationsPath);
+#endif
+}
+
+QMenu *createContextMenu(QWidget *editor)
+{
+    if (auto *lineEdit = qobject_cast<QLineEdit *>(editor))
+        return lineEdit->createStandardContextMenu();
+    if (auto *textEdit = qobject_cast<QTextEdit *>(editor))
+        return textEdit->createStandardContextMenu();
+    return qobject_cast<QPlainTextEdit *>(editor)->createStandardContextMenu();
+}
+
+QStringList textsOfContextMenu(QWidget *editor)
+{
+    const std::unique_ptr<QMenu> menu(createContextMenu(editor));
+    QStringList texts;
+    for (const QAction *action : menu->actions()) {
+        if (!action->isSeparator())
+            texts.append(action->text());
+    }
+    return texts;
+}
+
 void writeStyleSheet(const QByteArray &content)
 {
     QFile file(QCoreApplication::applicationDirPath() + "/styles/dark.qss");
@@ -218,6 +251,8 @@ private Q_SLOTS:
     void disabledButtonLooksDifferent();
     void transcriptIsReadable_data();
     void transcriptIsReadable();
+    void menusOfQtAreChinese_data();
+    void menusOfQtAreChinese();
     void windowsShowTheIcon_data();
     void windowsShowTheIcon();
     void windowsBelongToTheMenuEntry();
@@ -227,6 +262,7 @@ void TestDemoStartup::cleanup()
 {
     QDir(QCoreApplication::applicationDirPath() + "/styles").removeRecursively();
     qApp->setStyleSheet(QString());
+    qDeleteAll(qApp->findChildren<QTranslator *>());
     QApplication::setWindowIcon(QIcon());
     QGuiApplication::setDesktopFileName(QString());
 }
@@ -353,6 +389,29 @@ void TestDemoStartup::transcriptIsReadable()
     }
     QVERIFY(contrast(text, ground) >= 7.0);
     QVERIFY(paintedContrast(picture(history->viewport())) >= 7.0);
+}
+
+void TestDemoStartup::menusOfQtAreChinese_data()
+{
+    QTest::addColumn<QString>("editor");
+    for (const char *editor : {"apiKeyEdit", "agentChatInput", "agentChatHistory", "pageOutput"})
+        QTest::newRow(editor) << editor;
+}
+
+void TestDemoStartup::menusOfQtAreChinese()
+{
+    QFETCH(QString, editor);
+    const OfflineConfiguration configuration;
+    if (!QFile::exists(translationsFolder() + "/qtbase_zh_CN.qm"))
+        QSKIP("Qt's translations are not installed.");
+    applyDemoLanguage();
+    OrvaneDemoWindow window;
+
+    const QStringList texts = textsOfContextMenu(window.findChild<QWidget *>(editor));
+
+    QVERIFY(texts.size() >= 2);
+    for (const QString &text : texts)
+        QVERIFY2(text.contains(QRegularExpression("\\p{Han}")), qPrintable(text));
 }
 
 void TestDemoStartup::windowsShowTheIcon_data()
