@@ -78,7 +78,6 @@ void GlossaryPage::run()
     m_executor = createExecutor();
     setRunning(true);
     m_answer->setPlainText(QStringLiteral("AI 正在思考...\n\n"));
-    m_traces->clear();
     m_executor->run(question);
 }
 

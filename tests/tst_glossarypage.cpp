@@ -67,7 +67,7 @@ private Q_SLOTS:
     void emptyQuestionDoesNothing();
     void runOffersAllToolsUnderTheSystemPrompt();
     void runLooksTermsUpAndStreamsTheAnswer();
-    void tracesAreClearedByTheNextRun();
+    void tracesOfEarlierRunsStay();
     void failureIsAppended();
     void fourRequestsAreTheLimit();
     void stopHaltsAtOnce();
@@ -195,16 +195,25 @@ void TestGlossaryPage::runLooksTermsUpAndStreamsTheAnswer()
     QVERIFY(parts.at(1).endsWith("Output:\n没有找到本地术语说明。\n"));
 }
 
-void TestGlossaryPage::tracesAreClearedByTheNextRun()
+void TestGlossaryPage::tracesOfEarlierRunsStay()
 {
     m_model->addToolCalls({lookUp("c1", "RAG")});
     m_model->addText({"x"});
+    m_model->addToolCalls({lookUp("c2", "Chain")});
+    m_model->addText({"y"});
     m_driver->run();
     QTRY_VERIFY(m_driver->isIdle());
-    QVERIFY(!traces().isEmpty());
+    const QString first = traces();
+    QVERIFY(first.startsWith("Tool: lookup_term\n"));
+
     m_driver->run();
-    QCOMPARE(traces(), QString());
+    QCOMPARE(traces(), first);
     QCOMPARE(answer(), thinking);
+    QTRY_VERIFY(m_driver->isIdle());
+
+    QCOMPARE(answer(), thinking + "y");
+    QVERIFY2(traces().startsWith(first + "\n---\nTool: lookup_term\n"), qPrintable(traces()));
+    QVERIFY(traces().contains("\"term\": \"Chain\""));
 }
 
 void TestGlossaryPage::failureIsAppended()
