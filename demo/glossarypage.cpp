@@ -61,8 +61,7 @@ QWidget *GlossaryPage::createOutputs()
 
 void GlossaryPage::setRunning(bool running)
 {
-    m_runButton->setEnabled(!running);
-    m_stopButton->setEnabled(running);
+    switchRunAndStop(running, m_runButton, m_stopButton, m_input);
 }
 
 void GlossaryPage::run()

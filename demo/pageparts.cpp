@@ -40,6 +40,15 @@ QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &
     return button;
 }
 
+void switchRunAndStop(bool running, QPushButton *run, QPushButton *stop, QWidget *input)
+{
+    const QPushButton *disabled = running ? run : stop;
+    if (disabled->window()->focusWidget() == disabled)
+        input->setFocus();
+    run->setEnabled(!running);
+    stop->setEnabled(running);
+}
+
 QPlainTextEdit *createOutput(const QString &name)
 {
     auto *output = new QPlainTextEdit;

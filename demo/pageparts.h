@@ -37,6 +37,10 @@ QPlainTextEdit *addInput(QVBoxLayout *layout, const QString &label, const QStrin
 /// Adds a button to @p layout.
 QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &objectName);
 
+/// Enables @p stop and disables @p run while something is @p running, else the other way round. Where the one
+/// that is disabled has the focus, @p input gets it; Qt would give it to whatever comes next.
+void switchRunAndStop(bool running, QPushButton *run, QPushButton *stop, QWidget *input);
+
 /// Returns a read-only editor with the accessible name @p name.
 QPlainTextEdit *createOutput(const QString &name);
 

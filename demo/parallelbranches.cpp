@@ -144,8 +144,7 @@ QWidget *ParallelBranchesPage::createOutputs()
 
 void ParallelBranchesPage::setRunning(bool running)
 {
-    m_runButton->setEnabled(!running);
-    m_stopButton->setEnabled(running);
+    switchRunAndStop(running, m_runButton, m_stopButton, m_input);
 }
 
 void ParallelBranchesPage::start()
