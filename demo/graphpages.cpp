@@ -2,40 +2,20 @@
 
 #include "demographs.h"
 #include "pageparts.h"
+#include "stepstable.h"
 
 #include <QCheckBox>
 #include <QFormLayout>
 #include <QGroupBox>
-#include <QHeaderView>
 #include <QJsonDocument>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QPushButton>
-#include <QSplitter>
-#include <QTableWidget>
 #include <QVBoxLayout>
 
 using namespace MireloQtLib::QtAgent;
 
 namespace {
-
-constexpr int outputColumn = 2;
-
-QTableWidget *createStepsTable()
-{
-    auto *table = new QTableWidget(0, 4);
-    table->setObjectName(QStringLiteral("graphSteps"));
-    table->setAccessibleName(QStringLiteral("步骤"));
-    table->setHorizontalHeaderLabels(
-        {QStringLiteral("节点"), QStringLiteral("路由"), QStringLiteral("输出"), QStringLiteral("状态")});
-    table->horizontalHeader()->setSectionResizeMode(QHeaderView::ResizeToContents);
-    table->horizontalHeader()->setSectionResizeMode(outputColumn, QHeaderView::Stretch);
-    table->horizontalHeader()->setStretchLastSection(true);
-    table->setAlternatingRowColors(true);
-    table->setEditTriggers(QAbstractItemView::NoEditTriggers);
-    table->setTabKeyNavigation(false);
-    return table;
-}
 
 QPushButton *addRunButton(QVBoxLayout *layout)
 {
@@ -61,30 +41,21 @@ ParsedState parseState(const QString &text)
 
 } // namespace
 
-GraphRunPage::GraphRunPage(const QString &title, QWidget *parent)
-    : QWidget(parent)
+GraphResults::GraphResults(QWidget *parent)
+    : QSplitter(Qt::Vertical, parent)
+    , m_output(createOutput(QStringLiteral("输出")))
+    , m_steps(new StepsTable)
 {
-    auto *formBox = new QGroupBox(title);
-    m_form = new QVBoxLayout(formBox);
-
-    m_output = createOutput(QStringLiteral("输出"));
     m_output->setObjectName(QStringLiteral("pageOutput"));
-    m_steps = createStepsTable();
-    auto *results = new QSplitter(Qt::Vertical);
-    results->addWidget(m_output);
-    results->addWidget(m_steps);
-
-    layOutPage(this, formBox, results);
+    showAsCode(m_output);
+    m_steps->setObjectName(QStringLiteral("graphSteps"));
+    addWidget(m_output);
+    addWidget(m_steps);
 }
 
-GraphRunPage::~GraphRunPage() = default;
+GraphResults::~GraphResults() = default;
 
-QVBoxLayout *GraphRunPage::form() const
-{
-    return m_form;
-}
-
-void GraphRunPage::showResult(const GraphRunResult &result)
+void GraphResults::showRun(const GraphRunResult &result)
 {
     QString text;
     if (result.interrupted)
@@ -92,39 +63,31 @@ void GraphRunPage::showResult(const GraphRunResult &result)
     if (!result.error.isEmpty())
         text += QStringLiteral("错误：%1\n\n").arg(result.error);
     m_output->setPlainText(text + indentedJson(result.state));
-    showSteps(result.steps);
+    m_steps->setSteps(result.steps);
 }
 
-void GraphRunPage::showError(const QString &error)
+void GraphResults::showError(const QString &error)
 {
     m_output->setPlainText(error);
-    showSteps({});
-}
-
-void GraphRunPage::showSteps(const QVector<GraphStep> &steps)
-{
-    m_steps->setRowCount(0);
-    m_steps->setRowCount(int(steps.size()));
-    for (int row = 0; row < steps.size(); ++row) {
-        const GraphStep &step = steps.at(row);
-        const QStringList texts{step.node, step.route, indentedJson(step.update).simplified(),
-                                indentedJson(step.after).simplified()};
-        for (int column = 0; column < texts.size(); ++column)
-            m_steps->setItem(row, column, new QTableWidgetItem(texts.at(column)));
-    }
+    m_steps->setSteps({});
 }
 
 StateGraphPage::StateGraphPage(const Content &content, QWidget *parent)
-    : GraphRunPage(content.title, parent)
+    : QWidget(parent)
     , m_createGraph(content.createGraph)
+    , m_results(new GraphResults)
 {
-    m_state = addInput(form(), QStringLiteral("初始状态"), indentedJson(content.initialState));
+    auto *form = new QGroupBox(content.title);
+    auto *layout = new QVBoxLayout(form);
+    m_state = addInput(layout, QStringLiteral("初始状态"), indentedJson(content.initialState));
     m_state->setObjectName(QStringLiteral("graphState"));
+    showAsCode(m_state);
     m_check = new QCheckBox(content.checkText);
     m_check->setObjectName(QStringLiteral("approvedCheck"));
     m_check->setHidden(content.checkText.isEmpty());
-    form()->addWidget(m_check, 0);
-    connect(addRunButton(form()), &QPushButton::clicked, this, &StateGraphPage::run);
+    layout->addWidget(m_check, 0);
+    connect(addRunButton(layout), &QPushButton::clicked, this, &StateGraphPage::run);
+    layOutPage(this, form, m_results);
 }
 
 StateGraphPage::~StateGraphPage() = default;
@@ -133,25 +96,39 @@ void StateGraphPage::run()
 {
     const ParsedState parsed = parseState(m_state->toPlainText());
     if (parsed.error.isEmpty())
-        showResult(m_createGraph(m_check).run(parsed.state));
+        m_results->showRun(m_createGraph(m_check).run(parsed.state));
     else
-        showError(QStringLiteral("状态 JSON 无效：%1").arg(parsed.error));
+        m_results->showError(QStringLiteral("状态 JSON 无效：%1").arg(parsed.error));
 }
 
 QuestionGraphPage::QuestionGraphPage(const Content &content, QWidget *parent)
-    : GraphRunPage(content.title, parent)
+    : QWidget(parent)
 {
-    QPlainTextEdit *input = addInput(form(), content.inputLabel, content.defaultInput);
+    auto *form = new QGroupBox(content.title);
+    auto *layout = new QVBoxLayout(form);
+    QPlainTextEdit *input = addInput(layout, content.inputLabel, content.defaultInput);
     input->setObjectName(QStringLiteral("pageInput"));
-    connect(addRunButton(form()), &QPushButton::clicked, this,
-            [this, input, run = content.run] { showResult(run(input->toPlainText().trimmed())); });
+    auto *results = new GraphResults;
+    connect(addRunButton(layout), &QPushButton::clicked, results,
+            [input, results, run = content.run] { results->showRun(run(input->toPlainText().trimmed())); });
+    layOutPage(this, form, results);
 }
 
 QuestionGraphPage::~QuestionGraphPage() = default;
 
 MemoryPage::MemoryPage(QWidget *parent)
-    : GraphRunPage(QStringLiteral("记忆检查点"), parent)
+    : QWidget(parent)
+    , m_results(new GraphResults)
 {
+    layOutPage(this, createForm(), m_results);
+}
+
+MemoryPage::~MemoryPage() = default;
+
+QWidget *MemoryPage::createForm()
+{
+    auto *form = new QGroupBox(QStringLiteral("记忆检查点"));
+    auto *layout = new QVBoxLayout(form);
     m_threadId = new QLineEdit(QStringLiteral("demo-thread"));
     m_threadId->setObjectName(QStringLiteral("threadIdEdit"));
     m_message = new QLineEdit;
@@ -159,25 +136,20 @@ MemoryPage::MemoryPage(QWidget *parent)
     auto *fields = new QFormLayout;
     fields->addRow(QStringLiteral("线程 ID"), m_threadId);
     fields->addRow(QStringLiteral("消息"), m_message);
-    form()->addLayout(fields);
-    addTurn(QStringLiteral("运行第一轮"), QStringLiteral("firstTurnButton"),
-            QStringLiteral("请记住：项目名称是 TAVO。"));
-    addTurn(QStringLiteral("运行第二轮"), QStringLiteral("secondTurnButton"),
-            QStringLiteral("我的项目叫什么？"));
-    form()->addStretch(1);
-}
-
-MemoryPage::~MemoryPage() = default;
-
-void MemoryPage::addTurn(const QString &buttonText, const QString &buttonName, const QString &message)
-{
-    connect(addButton(form(), buttonText, buttonName), &QPushButton::clicked, this,
-            [this, message] { run(message); });
+    layout->addLayout(fields);
+    const QPushButton *first =
+        addButton(layout, QStringLiteral("运行第一轮"), QStringLiteral("firstTurnButton"));
+    connect(first, &QPushButton::clicked, this, [this] { run(QStringLiteral("请记住：项目名称是 TAVO。")); });
+    const QPushButton *second =
+        addButton(layout, QStringLiteral("运行第二轮"), QStringLiteral("secondTurnButton"));
+    connect(second, &QPushButton::clicked, this, [this] { run(QStringLiteral("我的项目叫什么？")); });
+    layout->addStretch(1);
+    return form;
 }
 
 void MemoryPage::run(const QString &message)
 {
     m_message->setText(message);
     const QJsonObject input{{QStringLiteral("input"), message}};
-    showResult(memoryGraph().run(input, m_threadId->text(), &m_checkpoints));
+    m_results->showRun(memoryGraph().run(input, m_threadId->text(), &m_checkpoints));
 }

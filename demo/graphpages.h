@@ -4,7 +4,7 @@
 #include <qtagent/stategraph.h>
 
 #include <QJsonObject>
-#include <QWidget>
+#include <QSplitter>
 
 #include <functional>
 
@@ -12,42 +12,34 @@ QT_BEGIN_NAMESPACE
 class QCheckBox;
 class QLineEdit;
 class QPlainTextEdit;
-class QTableWidget;
-class QVBoxLayout;
 QT_END_NAMESPACE
+
+class StepsTable;
 
 // The pages that run a state graph. Each shows the final state, what stopped the run, and its steps.
 
-/// What the pages below share: a form on the left, the output and the steps of a run on the right.
-class GraphRunPage : public QWidget
+/// What the pages below share: the output and the steps of a run.
+class GraphResults : public QSplitter
 {
     Q_OBJECT
 
 public:
-    ~GraphRunPage() override;
-
-protected:
-    GraphRunPage(const QString &title, QWidget *parent);
-
-    /// Returns the layout of the form, for the inputs and buttons of a page.
-    QVBoxLayout *form() const;
+    explicit GraphResults(QWidget *parent = nullptr);
+    ~GraphResults() override;
 
     /// Shows the interrupted node and the error where there is one, the final state and the steps.
-    void showResult(const MireloQtLib::QtAgent::GraphRunResult &result);
+    void showRun(const MireloQtLib::QtAgent::GraphRunResult &result);
 
     /// Shows @p error and no steps.
     void showError(const QString &error);
 
 private:
-    void showSteps(const QVector<MireloQtLib::QtAgent::GraphStep> &steps);
-
-    QVBoxLayout *m_form = nullptr;
     QPlainTextEdit *m_output = nullptr;
-    QTableWidget *m_steps = nullptr;
+    StepsTable *m_steps = nullptr;
 };
 
 /// A page that runs a graph over a state which the user may edit as JSON.
-class StateGraphPage : public GraphRunPage
+class StateGraphPage : public QWidget
 {
     Q_OBJECT
 
@@ -73,10 +65,11 @@ private:
     const GraphFactory m_createGraph;
     QPlainTextEdit *m_state = nullptr;
     QCheckBox *m_check = nullptr;
+    GraphResults *m_results = nullptr;
 };
 
 /// A page that runs a graph for a question.
-class QuestionGraphPage : public GraphRunPage
+class QuestionGraphPage : public QWidget
 {
     Q_OBJECT
 
@@ -96,7 +89,7 @@ public:
 };
 
 /// The page "记忆检查点": two turns of a conversation that meet in a checkpoint.
-class MemoryPage : public GraphRunPage
+class MemoryPage : public QWidget
 {
     Q_OBJECT
 
@@ -105,11 +98,12 @@ public:
     ~MemoryPage() override;
 
 private:
-    void addTurn(const QString &buttonText, const QString &buttonName, const QString &message);
+    QWidget *createForm();
     void run(const QString &message);
 
     QLineEdit *m_threadId = nullptr;
     QLineEdit *m_message = nullptr;
+    GraphResults *m_results = nullptr;
     MireloQtLib::QtAgent::CheckpointStore m_checkpoints;
 };
 

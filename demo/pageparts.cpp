@@ -2,6 +2,9 @@
 
 #include <qtagent/chatmodel.h>
 
+#include <QApplication>
+#include <QFontDatabase>
+#include <QFontInfo>
 #include <QGroupBox>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -9,6 +12,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QTextCursor>
+#include <QTextOption>
 #include <QVBoxLayout>
 
 using MireloQtLib::QtAgent::ChatReply;
@@ -56,6 +60,28 @@ QPlainTextEdit *createOutput(const QString &name)
     output->setTabChangesFocus(true);
     output->setAccessibleName(name);
     return output;
+}
+
+// The system's fixed font is not one of fixed width everywhere.
+QFont codeFont()
+{
+    const QStringList families{QFontDatabase::systemFont(QFontDatabase::FixedFont).family(),
+                               QStringLiteral("DejaVu Sans Mono"), QStringLiteral("Liberation Mono"),
+                               QStringLiteral("Noto Sans Mono"), QStringLiteral("WenQuanYi Micro Hei Mono")};
+    QFont font = QApplication::font();
+    font.setStyleHint(QFont::Monospace);
+    for (const QString &family : families) {
+        font.setFamily(family);
+        if (QFontInfo(font).fixedPitch())
+            break;
+    }
+    return font;
+}
+
+void showAsCode(QPlainTextEdit *editor)
+{
+    editor->setFont(codeFont());
+    editor->setWordWrapMode(QTextOption::WrapAnywhere);
 }
 
 QGroupBox *createTitledArea(const QString &title, QWidget *content)

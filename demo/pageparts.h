@@ -4,6 +4,7 @@
 #include <QString>
 
 QT_BEGIN_NAMESPACE
+class QFont;
 class QGroupBox;
 class QJsonObject;
 class QPlainTextEdit;
@@ -43,6 +44,13 @@ void switchRunAndStop(bool running, QPushButton *run, QPushButton *stop, QWidget
 
 /// Returns a read-only editor with the accessible name @p name.
 QPlainTextEdit *createOutput(const QString &name);
+
+/// Returns a font for JSON and for what tools return, in which all characters are equally wide.
+QFont codeFont();
+
+/// Shows the text of @p editor in codeFont(). A line that is too long is broken anywhere, as terminals do it:
+/// what a tool returns may be a megabyte without a blank.
+void showAsCode(QPlainTextEdit *editor);
 
 /// Returns a group box titled @p title that holds @p content.
 QGroupBox *createTitledArea(const QString &title, QWidget *content);
