@@ -8,7 +8,6 @@
 
 #include <QGroupBox>
 #include <QHBoxLayout>
-#include <QPlainTextEdit>
 
 #include <utility>
 
@@ -38,7 +37,6 @@ BasicChatPage::BasicChatPage(ModelProvider modelProvider, QObject *replyParent, 
     layout->setSpacing(pageMargin);
     layout->addWidget(newConfigGroup(), 0);
     layout->addWidget(m_chat, 1);
-    setFocusProxy(m_chat->findChild<QPlainTextEdit *>(QStringLiteral("agentChatInput")));
 
     m_chat->appendSystemMessage(
         QStringLiteral("Orvane 可以使用模拟模型离线运行。将 orvane.local.json 放到 MireloOrvane 目录，"

@@ -15,7 +15,6 @@
 #include <QHeaderView>
 #include <QJsonArray>
 #include <QLabel>
-#include <QPlainTextEdit>
 #include <QSplitter>
 #include <QStandardPaths>
 #include <QTableWidget>
@@ -248,6 +247,7 @@ QTableWidget *createDeviceTable(const QVector<DeviceRecord> &devices)
     table->verticalHeader()->hide(); // leaves its width to the alarms
     table->setAlternatingRowColors(true);
     table->setEditTriggers(QAbstractItemView::NoEditTriggers);
+    table->setTabKeyNavigation(false);
     for (int row = 0; row < devices.size(); ++row) {
         const QStringList texts = tableRow(devices.at(row));
         for (int column = 0; column < texts.size(); ++column)
@@ -339,7 +339,6 @@ void DeviceAgentPage::layOut(QTableWidget *deviceTable)
     layout->addWidget(title, 0);
     layout->addWidget(splitter, 1);
     layout->addWidget(m_traces, 0);
-    setFocusProxy(m_chat->findChild<QPlainTextEdit *>(QStringLiteral("agentChatInput")));
 }
 
 void DeviceAgentPage::connectChat()

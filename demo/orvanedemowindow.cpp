@@ -114,7 +114,7 @@ void OrvaneDemoWindow::fillSplitter(QSplitter *splitter)
     splitter->setStretchFactor(0, 0);
     splitter->setStretchFactor(1, 1);
     setCentralWidget(splitter);
-    m_pages->currentWidget()->setFocus();
+    m_pages->currentWidget()->findChild<QWidget *>(QStringLiteral("agentChatInput"))->setFocus();
 }
 
 void OrvaneDemoWindow::loadProfiles()

@@ -1,12 +1,18 @@
 #include "support/offlineconfiguration.h"
 
 #include <demo/orvanedemowindow.h>
+#include <qtagent/widgets/toolcalltraceview.h>
 
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QStackedWidget>
+#include <QTableWidget>
 #include <QTreeWidget>
 #include <QtTest>
+
+#include <algorithm>
+
+using namespace MireloQtLib::QtAgent;
 
 namespace {
 
@@ -35,6 +41,67 @@ private:
     QWidget *m_page = nullptr;
 };
 
+QRect onScreen(const QWidget *widget)
+{
+    return {widget->mapToGlobal(QPoint()), widget->size()};
+}
+
+QList<const QWidget *> withAncestors(const QWidget *widget)
+{
+    QList<const QWidget *> chain;
+    for (; widget; widget = widget->parentWidget())
+        chain.prepend(widget);
+    return chain;
+}
+
+// Whether one is read before the other: the parts of the window that hold them stand above or left of each
+// other.
+bool isReadBefore(const QWidget *one, const QWidget *other)
+{
+    const QList<const QWidget *> ones = withAncestors(one);
+    const QList<const QWidget *> others = withAncestors(other);
+    int level = 0;
+    while (ones.at(level) == others.at(level))
+        ++level;
+    const QRect part = onScreen(ones.at(level));
+    const QRect otherPart = onScreen(others.at(level));
+    if (part.bottom() < otherPart.top() || otherPart.bottom() < part.top())
+        return part.top() < otherPart.top();
+    return part.left() < otherPart.left();
+}
+
+// What Tab has to reach, in the order of reading.
+QStringList namesInOrderOfReading(const QWidget *window)
+{
+    QList<QWidget *> fields = window->findChildren<QWidget *>();
+    const auto isNoField = [](const QWidget *widget) {
+        return !widget->isVisible() || !widget->isEnabled() || widget->focusProxy()
+            || (widget->focusPolicy() & Qt::TabFocus) == 0;
+    };
+    fields.erase(std::remove_if(fields.begin(), fields.end(), isNoField), fields.end());
+    std::sort(fields.begin(), fields.end(), isReadBefore);
+    QStringList names;
+    for (const QWidget *field : fields)
+        names.append(field->objectName());
+    return names;
+}
+
+// The names of what has the focus, from where the key leads out of the navigation until it is there again.
+QStringList namesInOrderOfFocus(const QWidget *window, Qt::Key key)
+{
+    constexpr int mostSteps = 50;
+    auto *navigation = window->findChild<QWidget *>("navigationTree");
+    navigation->setFocus();
+    QStringList names;
+    for (int step = 0; step < mostSteps; ++step) {
+        names.append(QApplication::focusWidget()->objectName());
+        QTest::keyClick(QApplication::focusWidget(), key);
+        if (navigation->hasFocus())
+            return names;
+    }
+    return names << "and so on";
+}
+
 enum class Press { Mouse, Blank };
 
 void press(QPushButton *button, Press how)
@@ -62,6 +129,11 @@ private Q_SLOTS:
     void endOfARunHandsTheFocusToTheInput_data();
     void endOfARunHandsTheFocusToTheInput();
     void focusElsewhereStaysDuringARun();
+    void tabFollowsTheOrderOfReading_data();
+    void tabFollowsTheOrderOfReading();
+    void tabAlsoReachesTheButtonThatStops();
+    void tabLeavesTablesWithRows_data();
+    void tabLeavesTablesWithRows();
 };
 
 void TestKeyboard::disabledButtonHandsTheFocusToTheInput_data()
@@ -126,6 +198,90 @@ void TestKeyboard::focusElsewhereStaysDuringARun()
     QTRY_VERIFY(!shown.isRunning());
 
     QVERIFY(shown.editor("traceOutput")->hasFocus());
+}
+
+void TestKeyboard::tabFollowsTheOrderOfReading_data()
+{
+    QTest::addColumn<QStringList>("fields");
+    const QStringList chat{"agentChatHistory", "agentChatInput", "agentChatClear", "agentChatSend"};
+    const QStringList simple{"pageInput", "runButton", "pageOutput"};
+    const QStringList graph{"graphState", "runButton", "pageOutput", "graphSteps"};
+    const QStringList question{"pageInput", "runButton", "pageOutput", "graphSteps"};
+    QTest::newRow("基础对话") << QStringList{"profileCombo", "providerCombo", "baseUrlEdit", "apiKeyEdit",
+                                             "modelEdit",    "maxTokensSpin", "timeoutSpin"}
+                                     + chat;
+    QTest::newRow("数据分析") << QStringList{"deviceTable"} + chat + QStringList{"toolCallTraces"};
+    for (const char *title : {"基础聊天模型", "提示词模板", "可运行链", "输出解析器", "流式输出", "对话历史"})
+        QTest::newRow(title) << simple;
+    QTest::newRow("工具调用") << QStringList{"pageInput", "runButton", "pageOutput", "traceOutput"};
+    for (const char *title : {"结构化输出", "并行运行", "简单 RAG", "模型节点"})
+        QTest::newRow(title) << simple;
+    for (const char *title : {"状态流程", "多步骤流程", "条件路由", "循环直到完成"})
+        QTest::newRow(title) << graph;
+    QTest::newRow("工具节点") << question;
+    QTest::newRow("记忆检查点") << QStringList{"threadIdEdit",     "messageEdit", "firstTurnButton",
+                                               "secondTurnButton", "pageOutput",  "graphSteps"};
+    QTest::newRow("人工审核") << QStringList{"graphState", "approvedCheck", "runButton", "pageOutput",
+                                             "graphSteps"};
+    QTest::newRow("并行分支") << QStringList{"pageInput", "runButton", "branchOutput", "mergeOutput"};
+    QTest::newRow("智能体流程") << question;
+}
+
+void TestKeyboard::tabFollowsTheOrderOfReading()
+{
+    QFETCH(QStringList, fields);
+    const ShownPage shown(QString::fromUtf8(QTest::currentDataTag()));
+    const QWidget *window = shown.page()->window();
+    fields.prepend("navigationTree");
+    QCOMPARE(namesInOrderOfReading(window), fields);
+
+    QCOMPARE(namesInOrderOfFocus(window, Qt::Key_Tab), fields);
+    std::reverse(fields.begin() + 1, fields.end());
+    QCOMPARE(namesInOrderOfFocus(window, Qt::Key_Backtab), fields);
+}
+
+void TestKeyboard::tabAlsoReachesTheButtonThatStops()
+{
+    const ShownPage shown("基础对话");
+    shown.editor("agentChatInput")->setPlainText("question");
+    shown.button("agentChatSend")->click();
+    QVERIFY(shown.button("agentChatStop")->isEnabled());
+    const QWidget *window = shown.page()->window();
+
+    const QStringList fields = namesInOrderOfFocus(window, Qt::Key_Tab);
+
+    QCOMPARE(fields, namesInOrderOfReading(window));
+    QVERIFY(fields.contains("agentChatStop") && !fields.contains("agentChatSend"));
+}
+
+void TestKeyboard::tabLeavesTablesWithRows_data()
+{
+    QTest::addColumn<QString>("title");
+    QTest::newRow("deviceTable") << "数据分析";
+    QTest::newRow("toolCallTraces") << "数据分析";
+    QTest::newRow("graphSteps") << "循环直到完成";
+}
+
+void TestKeyboard::tabLeavesTablesWithRows()
+{
+    QFETCH(QString, title);
+    const ShownPage shown(title);
+    auto *table = shown.page()->findChild<QTableWidget *>(QTest::currentDataTag());
+    if (auto *traces = qobject_cast<ToolCallTraceView *>(table)) {
+        traces->addTrace({});
+        traces->addTrace({});
+    } else if (QPushButton *run = shown.button("runButton")) {
+        run->click();
+    }
+    QVERIFY(table->rowCount() > 1);
+
+    for (const Qt::Key key : {Qt::Key_Tab, Qt::Key_Backtab}) {
+        table->setFocus();
+        table->setCurrentCell(0, 0);
+        QTest::keyClick(table, key);
+        QVERIFY(!table->hasFocus());
+        QCOMPARE(table->currentColumn(), 0);
+    }
 }
 
 QTEST_MAIN(TestKeyboard)

@@ -203,6 +203,10 @@ void AgentChatPanel::layOutChildren()
     layout->addWidget(m_history, 1);
     layout->addWidget(m_input);
     layout->addLayout(buttons);
+
+    setTabOrder(m_input, m_clearButton);
+    setTabOrder(m_clearButton, m_stopButton);
+    setTabOrder(m_stopButton, m_sendButton);
 }
 
 void AgentChatPanel::connectChildren()

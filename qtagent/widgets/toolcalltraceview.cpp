@@ -62,6 +62,7 @@ ToolCallTraceView::ToolCallTraceView(QWidget *parent)
     setAlternatingRowColors(true);
     setEditTriggers(QAbstractItemView::NoEditTriggers);
     setSelectionBehavior(QAbstractItemView::SelectRows);
+    setTabKeyNavigation(false);
     setWordWrap(false);
 }
 
