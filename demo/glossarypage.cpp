@@ -38,6 +38,7 @@ QWidget *GlossaryPage::createForm()
     m_input->setObjectName(QStringLiteral("pageInput"));
     m_runButton = addButton(layout, QStringLiteral("让 AI 调用工具"), QStringLiteral("runButton"));
     m_stopButton = addButton(layout, QStringLiteral("停止"), QStringLiteral("stopButton"));
+    pressByCtrlReturn(m_runButton, this);
     connect(m_runButton, &QPushButton::clicked, this, &GlossaryPage::run);
     connect(m_stopButton, &QPushButton::clicked, this, &GlossaryPage::stop);
     return form;

@@ -17,9 +17,11 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-QPushButton *addRunButton(QVBoxLayout *layout)
+QPushButton *addRunButton(QVBoxLayout *layout, QWidget *page)
 {
-    return addButton(layout, QStringLiteral("运行流程"), QStringLiteral("runButton"));
+    QPushButton *button = addButton(layout, QStringLiteral("运行流程"), QStringLiteral("runButton"));
+    pressByCtrlReturn(button, page);
+    return button;
 }
 
 struct ParsedState
@@ -86,7 +88,7 @@ StateGraphPage::StateGraphPage(const Content &content, QWidget *parent)
     m_check->setObjectName(QStringLiteral("approvedCheck"));
     m_check->setHidden(content.checkText.isEmpty());
     layout->addWidget(m_check, 0);
-    connect(addRunButton(layout), &QPushButton::clicked, this, &StateGraphPage::run);
+    connect(addRunButton(layout, this), &QPushButton::clicked, this, &StateGraphPage::run);
     layOutPage(this, form, m_results);
 }
 
@@ -109,7 +111,7 @@ QuestionGraphPage::QuestionGraphPage(const Content &content, QWidget *parent)
     QPlainTextEdit *input = addInput(layout, content.inputLabel, content.defaultInput);
     input->setObjectName(QStringLiteral("pageInput"));
     auto *results = new GraphResults;
-    connect(addRunButton(layout), &QPushButton::clicked, results,
+    connect(addRunButton(layout, this), &QPushButton::clicked, results,
             [input, results, run = content.run] { results->showRun(run(input->toPlainText().trimmed())); });
     layOutPage(this, form, results);
 }

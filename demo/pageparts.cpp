@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QShortcut>
 #include <QTextCursor>
 #include <QTextOption>
 #include <QVBoxLayout>
@@ -20,6 +21,15 @@ using MireloQtLib::QtAgent::ChatReply;
 namespace {
 
 constexpr int pageSpacing = 12;
+
+// A key that is held down presses the button once.
+void addShortcut(const QKeySequence &keys, QWidget *scope, Qt::ShortcutContext context, QPushButton *button)
+{
+    auto *shortcut = new QShortcut(keys, scope);
+    shortcut->setContext(context);
+    shortcut->setAutoRepeat(false);
+    QObject::connect(shortcut, &QShortcut::activated, button, [button] { button->click(); });
+}
 
 } // namespace
 
@@ -40,8 +50,17 @@ QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &
 {
     auto *button = new QPushButton(text);
     button->setObjectName(objectName);
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter})
+        addShortcut(key, button, Qt::WidgetShortcut, button);
     layout->addWidget(button, 0);
     return button;
+}
+
+void pressByCtrlReturn(QPushButton *button, QWidget *page)
+{
+    button->setToolTip(QStringLiteral("Ctrl+Return"));
+    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter})
+        addShortcut(Qt::CTRL | key, page, Qt::WidgetWithChildrenShortcut, button);
 }
 
 void switchRunAndStop(bool running, QPushButton *run, QPushButton *stop, QWidget *input)

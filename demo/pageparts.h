@@ -35,8 +35,11 @@ struct InputSize
 QPlainTextEdit *addInput(QVBoxLayout *layout, const QString &label, const QString &text,
                          const InputSize &minimum = {});
 
-/// Adds a button to @p layout.
+/// Adds a button to @p layout. Return presses it while it has the focus, as a blank does.
 QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &objectName);
+
+/// Lets Ctrl+Return press @p button from everywhere on @p page.
+void pressByCtrlReturn(QPushButton *button, QWidget *page);
 
 /// Enables @p stop and disables @p run while something is @p running, else the other way round. Where the one
 /// that is disabled has the focus, @p input gets it; Qt would give it to whatever comes next.

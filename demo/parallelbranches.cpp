@@ -123,6 +123,7 @@ QWidget *ParallelBranchesPage::createForm()
     m_input->setObjectName(QStringLiteral("pageInput"));
     m_runButton = addButton(layout, QStringLiteral("并行运行"), QStringLiteral("runButton"));
     m_stopButton = addButton(layout, QStringLiteral("停止"), QStringLiteral("stopButton"));
+    pressByCtrlReturn(m_runButton, this);
     connect(m_runButton, &QPushButton::clicked, this, &ParallelBranchesPage::start);
     connect(m_stopButton, &QPushButton::clicked, this, &ParallelBranchesPage::stop);
     return form;

@@ -27,6 +27,7 @@ SimplePage::SimplePage(const Content &content, Action action, QWidget *parent)
 
     layOutPage(this, form, m_output);
 
+    pressByCtrlReturn(runButton, this);
     connect(runButton, &QPushButton::clicked, this, &SimplePage::run);
 }
 

@@ -10,8 +10,8 @@
 
 /// A page with one input, one run button and one output.
 ///
-/// The run button clears the output and calls the page's action with the trimmed input, which may be
-/// empty. It stays enabled: a new run cancels the reply of the one before.
+/// The run button, or Ctrl+Return, clears the output and calls the page's action with the trimmed input,
+/// which may be empty. It stays enabled: a new run cancels the reply of the one before.
 class SimplePage : public QWidget
 {
     Q_OBJECT

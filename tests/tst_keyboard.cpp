@@ -129,6 +129,12 @@ private Q_SLOTS:
     void endOfARunHandsTheFocusToTheInput_data();
     void endOfARunHandsTheFocusToTheInput();
     void focusElsewhereStaysDuringARun();
+    void ctrlReturnRuns_data();
+    void ctrlReturnRuns();
+    void returnPressesTheFocusedButton_data();
+    void returnPressesTheFocusedButton();
+    void keyThatIsHeldDownRunsOnce();
+    void toolTipsTellWhatCannotBeSeen();
     void tabFollowsTheOrderOfReading_data();
     void tabFollowsTheOrderOfReading();
     void tabAlsoReachesTheButtonThatStops();
@@ -198,6 +204,86 @@ void TestKeyboard::focusElsewhereStaysDuringARun()
     QTRY_VERIFY(!shown.isRunning());
 
     QVERIFY(shown.editor("traceOutput")->hasFocus());
+}
+
+void TestKeyboard::ctrlReturnRuns_data()
+{
+    QTest::addColumn<QString>("input");
+    for (const char *title :
+         {"基础聊天模型", "提示词模板", "可运行链", "输出解析器", "流式输出", "对话历史", "工具调用",
+          "结构化输出", "并行运行", "简单 RAG", "模型节点", "工具节点", "并行分支", "智能体流程"})
+        QTest::newRow(title) << "pageInput";
+    for (const char *title : {"状态流程", "多步骤流程", "条件路由", "循环直到完成", "人工审核"})
+        QTest::newRow(title) << "graphState";
+}
+
+void TestKeyboard::ctrlReturnRuns()
+{
+    QFETCH(QString, input);
+    const ShownPage shown(QString::fromUtf8(QTest::currentDataTag()));
+    QPlainTextEdit *editor = shown.editor(qPrintable(input));
+    const QString text = editor->toPlainText();
+    QSignalSpy runs(shown.button("runButton"), &QPushButton::clicked);
+
+    editor->setFocus();
+    QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
+    QCOMPARE(runs.size(), 1);
+    QCOMPARE(editor->toPlainText(), text);
+
+    if (QPushButton *stop = shown.button("stopButton")) {
+        QTest::keyClick(editor, Qt::Key_Return, Qt::ControlModifier);
+        QCOMPARE(runs.size(), 1);
+        stop->click();
+    }
+    QTest::keyClick(editor, Qt::Key_Enter, Qt::ControlModifier | Qt::KeypadModifier);
+    QCOMPARE(runs.size(), 2);
+}
+
+void TestKeyboard::returnPressesTheFocusedButton_data()
+{
+    QTest::addColumn<QString>("title");
+    QTest::newRow("runButton") << "流式输出";
+    QTest::newRow("runButton of a graph") << "状态流程";
+    QTest::newRow("runButton of an agent") << "工具调用";
+    QTest::newRow("firstTurnButton") << "记忆检查点";
+    QTest::newRow("secondTurnButton") << "记忆检查点";
+}
+
+void TestKeyboard::returnPressesTheFocusedButton()
+{
+    QFETCH(QString, title);
+    const ShownPage shown(title);
+    const QByteArray name = QByteArray(QTest::currentDataTag()).split(' ').first();
+    QPushButton *button = shown.button(name.constData());
+    QSignalSpy runs(button, &QPushButton::clicked);
+    button->setFocus();
+
+    QTest::keyClick(button, Qt::Key_Return);
+
+    QCOMPARE(runs.size(), 1);
+}
+
+void TestKeyboard::keyThatIsHeldDownRunsOnce()
+{
+    const ShownPage shown("流式输出");
+    QPushButton *button = shown.button("runButton");
+    QSignalSpy runs(button, &QPushButton::clicked);
+    button->setFocus();
+
+    for (const bool isRepeated : {false, true, true})
+        QTest::simulateEvent(button, true, Qt::Key_Return, Qt::NoModifier, "\r", isRepeated);
+
+    QCOMPARE(runs.size(), 1);
+}
+
+void TestKeyboard::toolTipsTellWhatCannotBeSeen()
+{
+    const ShownPage shown("基础对话");
+    const ShownPage simple("流式输出");
+
+    QVERIFY(shown.button("agentChatSend")->toolTip().contains("Ctrl+Return"));
+    QVERIFY(simple.button("runButton")->toolTip().contains("Ctrl+Return"));
+    QCOMPARE(shown.page()->findChild<QWidget *>("timeoutSpin")->toolTip(), "随配置保存，但不应用于请求。");
 }
 
 void TestKeyboard::tabFollowsTheOrderOfReading_data()

@@ -182,6 +182,7 @@ void AgentChatPanel::setUpChildren()
     m_input->setTabChangesFocus(true);
     m_input->installEventFilter(this);
     m_sendButton->setObjectName(QStringLiteral("agentChatSend"));
+    m_sendButton->setToolTip(QStringLiteral("Ctrl+Return"));
     m_stopButton->setObjectName(QStringLiteral("agentChatStop"));
     m_stopButton->setEnabled(false);
     m_clearButton->setObjectName(QStringLiteral("agentChatClear"));

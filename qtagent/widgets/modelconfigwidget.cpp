@@ -118,6 +118,7 @@ ModelConfigWidget::ModelConfigWidget(QWidget *parent)
 {
     m_apiKeyEdit->setEchoMode(QLineEdit::Password);
     m_timeoutSpin->setSuffix(QStringLiteral(" 秒"));
+    m_timeoutSpin->setToolTip(QStringLiteral("随配置保存，但不应用于请求。"));
     addRows();
     connectInputs();
 }
