@@ -80,6 +80,18 @@ bool leavesTheTextAlone(const QEvent &event)
     }
 }
 
+// With Qt 5 the text colour of a style sheet is that of the placeholder as well.
+void makePlaceholderPaler(QWidget *input)
+{
+    QPalette palette = input->palette();
+    QColor color = palette.color(QPalette::Text);
+    if (palette.color(QPalette::PlaceholderText) != color)
+        return;
+    color.setAlphaF(color.alphaF() / 2);
+    palette.setColor(QPalette::PlaceholderText, color);
+    input->setPalette(palette);
+}
+
 } // namespace
 
 AgentChatPanel::AgentChatPanel(QWidget *parent)
@@ -147,6 +159,8 @@ void AgentChatPanel::setBusy(bool busy)
 
 bool AgentChatPanel::eventFilter(QObject *watched, QEvent *event)
 {
+    if (watched == m_input && event->type() == QEvent::PaletteChange)
+        makePlaceholderPaler(m_input);
     if (watched == m_input)
         return handleInputEvent(event);
     return handleTranscriptEvent(event);

@@ -1,5 +1,6 @@
 #include "approvaldialog.h"
 
+#include "fixedwidthfont_p.h"
 #include "linebreaking_p.h"
 #include "plaintext_p.h"
 #include "visibletext_p.h"
@@ -239,6 +240,7 @@ QPlainTextEdit *createArgumentsView(const QJsonObject &arguments)
     view->setReadOnly(true);
     view->setTabChangesFocus(true);
     view->setMinimumHeight(argumentsHeight);
+    view->setFont(fixedWidthFont());
     view->setPlainText(visibleJson(arguments));
     return view;
 }

@@ -69,6 +69,12 @@ QString otherService(const QString &provider)
     return provider == QLatin1String("openai") ? QStringLiteral("deepseek") : QString();
 }
 
+void showBeginnings(const QList<QLineEdit *> &edits)
+{
+    for (QLineEdit *edit : edits)
+        edit->home(false);
+}
+
 } // namespace
 
 // Sets the texts of the inputs one after the other. Each may reach a slot that deletes the form or begins
@@ -206,7 +212,7 @@ bool ModelConfigWidget::loadProfile(const ModelConfig &profile)
     fill.setText(&ModelConfigWidget::m_modelEdit, profile.model);
     if (!fill.goesOn())
         return false;
-    m_baseUrlEdit->home(false); // a long address shows its beginning
+    showBeginnings({m_baseUrlEdit, m_apiKeyEdit, m_modelEdit});
     m_maxTokensSpin->setValue(profile.maxTokens);
     m_timeoutSpin->setValue(qMax(5, profile.timeoutMs / msPerSecond));
     m_loading = false;
@@ -234,8 +240,10 @@ void ModelConfigWidget::selectProvider()
         fill.replaceDefault(&ModelConfigWidget::m_modelEdit, defaultModelName(previous),
                             defaultModelName(provider));
     }
-    if (fill.goesOn())
-        reportChange();
+    if (!fill.goesOn())
+        return;
+    showBeginnings({m_baseUrlEdit, m_modelEdit});
+    reportChange();
 }
 
 void ModelConfigWidget::reportChange()

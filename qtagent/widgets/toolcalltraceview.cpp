@@ -1,5 +1,6 @@
 #include "toolcalltraceview.h"
 
+#include "fixedwidthfont_p.h"
 #include "plaintext_p.h"
 
 #include <QHeaderView>
@@ -11,6 +12,8 @@ namespace QtAgent {
 
 namespace {
 
+constexpr int inputColumn = 4;
+constexpr int outputColumn = 5;
 constexpr int cellLength = 200;
 constexpr int rowsThatFitColumns = 100;
 
@@ -79,6 +82,8 @@ void ToolCallTraceView::addTrace(const ToolCallTrace &trace)
         new ToolTipItem(trace.error.isEmpty() ? trace.output : trace.error),
         new QTableWidgetItem(trace.timestamp.toString(QStringLiteral("HH:mm:ss"))),
     };
+    for (const int column : {inputColumn, outputColumn})
+        items.at(column)->setFont(fixedWidthFont());
     const int row = rowCount();
     insertRow(row);
     for (int column = 0; column < items.size(); ++column)
