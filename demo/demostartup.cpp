@@ -8,6 +8,12 @@
 #include <QStyleFactory>
 #include <QTranslator>
 
+// Nothing else refers to them in a static library. The macro has to stand in no namespace.
+static void initPictures()
+{
+    Q_INIT_RESOURCE(orvane);
+}
+
 namespace {
 
 QStyle *createStyle()
@@ -57,6 +63,7 @@ void prepareDemoApplication()
 
 void applyDemoStyle()
 {
+    initPictures(); // of the style sheet
     QApplication::setStyle(createStyle());
     const QString styleSheet = styleSheetOfProgram();
     if (!styleSheet.isEmpty())
@@ -72,7 +79,7 @@ void applyDemoLanguage()
 
 void applyDemoIdentity()
 {
-    Q_INIT_RESOURCE(orvane); // nothing else refers to it in a static library
+    initPictures();
     QApplication::setWindowIcon(demoIcon());
     QGuiApplication::setDesktopFileName(QStringLiteral("com.mirelo.OrvaneDemo"));
 }

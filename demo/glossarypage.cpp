@@ -52,6 +52,7 @@ QWidget *GlossaryPage::createOutputs()
     m_answer->setObjectName(QStringLiteral("pageOutput"));
     m_traces = createOutput(traceTitle);
     m_traces->setObjectName(QStringLiteral("traceOutput"));
+    showAsCode(m_traces);
     auto *outputs = new QSplitter(Qt::Vertical);
     outputs->addWidget(createTitledArea(answerTitle, m_answer));
     outputs->addWidget(createTitledArea(traceTitle, m_traces));

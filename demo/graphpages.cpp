@@ -135,10 +135,13 @@ QWidget *MemoryPage::createForm()
     m_threadId->setObjectName(QStringLiteral("threadIdEdit"));
     m_message = new QLineEdit;
     m_message->setObjectName(QStringLiteral("messageEdit"));
-    auto *fields = new QFormLayout;
-    fields->addRow(QStringLiteral("线程 ID"), m_threadId);
-    fields->addRow(QStringLiteral("消息"), m_message);
-    layout->addLayout(fields);
+    auto *fields = new QWidget;
+    fields->setMinimumWidth(InputSize().width);
+    auto *rows = new QFormLayout(fields);
+    rows->setContentsMargins(0, 0, 0, 0);
+    rows->addRow(QStringLiteral("线程 ID"), m_threadId);
+    rows->addRow(QStringLiteral("消息"), m_message);
+    layout->addWidget(fields);
     const QPushButton *first =
         addButton(layout, QStringLiteral("运行第一轮"), QStringLiteral("firstTurnButton"));
     connect(first, &QPushButton::clicked, this, [this] { run(QStringLiteral("请记住：项目名称是 TAVO。")); });
@@ -152,6 +155,7 @@ QWidget *MemoryPage::createForm()
 void MemoryPage::run(const QString &message)
 {
     m_message->setText(message);
+    m_message->home(false); // where it is too long, its beginning is shown
     const QJsonObject input{{QStringLiteral("input"), message}};
     m_results->showRun(memoryGraph().run(input, m_threadId->text(), &m_checkpoints));
 }

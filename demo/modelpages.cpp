@@ -151,7 +151,8 @@ QVector<PageEntry> pagesBeforeGlossary(const ModelProvider &model)
          runPromptTemplate(model)},
         {{QStringLiteral("可运行链"), QStringLiteral("术语"), QStringLiteral("Runnable")}, runChain(model)},
         {{QStringLiteral("输出解析器"), QStringLiteral("原始 JSON"),
-          QStringLiteral(R"({"name":"OutputParser","purpose":"把模型文本转换为程序可用数据"})")},
+          QStringLiteral(R"({"name":"OutputParser","purpose":"把模型文本转换为程序可用数据"})"),
+          SimplePage::Json::InputAndOutput},
          runOutputParsers},
         {{QStringLiteral("流式输出"), QStringLiteral("用户消息"),
           QStringLiteral("流式输出一段简短的 Orvane 状态消息。")},
@@ -165,9 +166,12 @@ QVector<PageEntry> pagesAfterGlossary(const ModelProvider &model)
 {
     return {
         {{QStringLiteral("结构化输出"), QStringLiteral("原始 JSON"),
-          QStringLiteral(R"({"name":"Orvane","purpose":"构建 Qt 原生智能体应用","confidence":0.92})")},
+          QStringLiteral(R"({"name":"Orvane","purpose":"构建 Qt 原生智能体应用","confidence":0.92})"),
+          SimplePage::Json::InputAndOutput},
          runStructuredOutput},
-        {{QStringLiteral("并行运行"), QStringLiteral("主题"), QStringLiteral("Orvane Chain")}, runBranches},
+        {{QStringLiteral("并行运行"), QStringLiteral("主题"), QStringLiteral("Orvane Chain"),
+          SimplePage::Json::Output},
+         runBranches},
         {{QStringLiteral("简单 RAG"), QStringLiteral("问题"), QStringLiteral("状态流程适合做什么？")},
          runRetrieval(model)},
     };

@@ -3,8 +3,6 @@
 #include <qtagent/chatmodel.h>
 
 #include <QApplication>
-#include <QFontDatabase>
-#include <QFontInfo>
 #include <QGroupBox>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -81,19 +79,11 @@ QPlainTextEdit *createOutput(const QString &name)
     return output;
 }
 
-// The system's fixed font is not one of fixed width everywhere.
 QFont codeFont()
 {
-    const QStringList families{QFontDatabase::systemFont(QFontDatabase::FixedFont).family(),
-                               QStringLiteral("DejaVu Sans Mono"), QStringLiteral("Liberation Mono"),
-                               QStringLiteral("Noto Sans Mono"), QStringLiteral("WenQuanYi Micro Hei Mono")};
     QFont font = QApplication::font();
-    font.setStyleHint(QFont::Monospace);
-    for (const QString &family : families) {
-        font.setFamily(family);
-        if (QFontInfo(font).fixedPitch())
-            break;
-    }
+    font.setFamily(QStringLiteral("monospace"));
+    font.setStyleHint(QFont::Monospace); // where no family has that name
     return font;
 }
 

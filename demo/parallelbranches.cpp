@@ -121,6 +121,7 @@ QWidget *ParallelBranchesPage::createForm()
     auto *layout = new QVBoxLayout(form);
     m_input = addInput(layout, QStringLiteral("输入数据"), defaultInput());
     m_input->setObjectName(QStringLiteral("pageInput"));
+    showAsCode(m_input);
     m_runButton = addButton(layout, QStringLiteral("并行运行"), QStringLiteral("runButton"));
     m_stopButton = addButton(layout, QStringLiteral("停止"), QStringLiteral("stopButton"));
     pressByCtrlReturn(m_runButton, this);

@@ -24,6 +24,10 @@ SimplePage::SimplePage(const Content &content, Action action, QWidget *parent)
     m_output = createOutput(QStringLiteral("输出"));
     m_output->setObjectName(QStringLiteral("pageOutput"));
     m_output->setMinimumHeight(220);
+    if (content.json != Json::None)
+        showAsCode(m_output);
+    if (content.json == Json::InputAndOutput)
+        showAsCode(m_input);
 
     layOutPage(this, form, m_output);
 

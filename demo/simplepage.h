@@ -17,12 +17,16 @@ class SimplePage : public QWidget
     Q_OBJECT
 
 public:
+    /// Which of a page's two texts are JSON.
+    enum class Json { None, Output, InputAndOutput };
+
     /// The texts of a page.
     struct Content
     {
         QString title;
         QString inputLabel;
         QString defaultInput;
+        Json json = Json::None;
     };
 
     /// What the run button does.

@@ -49,8 +49,8 @@ QString jsonToolTip(const QJsonObject &object)
     QString text = lines.mid(0, toolTipLines).join(QLatin1Char('\n'));
     if (lines.size() > toolTipLines)
         text += QStringLiteral("\n…");
-    return QStringLiteral("<div style=\"white-space:pre-wrap; font-family:'%1'\">%2</div>")
-        .arg(codeFont().family(), text.toHtmlEscaped());
+    return QStringLiteral("<div style=\"white-space:pre-wrap; font-family:monospace\">%1</div>")
+        .arg(text.toHtmlEscaped());
 }
 
 // Makes its tool tip when it is asked for one.

@@ -1,6 +1,5 @@
-#include "support/offlineconfiguration.h"
+#include "support/shownpage.h"
 
-#include <demo/orvanedemowindow.h>
 #include <qtagent/widgets/toolcalltraceview.h>
 
 #include <QPlainTextEdit>
@@ -15,31 +14,6 @@
 using namespace MireloQtLib::QtAgent;
 
 namespace {
-
-// The active window with one of its pages in front. The mock model answers.
-class ShownPage
-{
-public:
-    explicit ShownPage(const QString &title)
-    {
-        m_window.show();
-        if (!QTest::qWaitForWindowActive(&m_window))
-            qFatal("The window does not become active.");
-        auto *navigation = m_window.findChild<QTreeWidget *>("navigationTree");
-        navigation->setCurrentItem(navigation->findItems(title, Qt::MatchExactly | Qt::MatchRecursive).at(0));
-        m_page = m_window.findChild<QStackedWidget *>("pageStack")->currentWidget();
-    }
-
-    QWidget *page() const { return m_page; }
-    QPushButton *button(const char *name) const { return m_page->findChild<QPushButton *>(name); }
-    QPlainTextEdit *editor(const char *name) const { return m_page->findChild<QPlainTextEdit *>(name); }
-    bool isRunning() const { return button("stopButton")->isEnabled(); }
-
-private:
-    const OfflineConfiguration m_configuration;
-    OrvaneDemoWindow m_window;
-    QWidget *m_page = nullptr;
-};
 
 QRect onScreen(const QWidget *widget)
 {
