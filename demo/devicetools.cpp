@@ -26,6 +26,7 @@ namespace {
 
 constexpr int devicePageSpacing = 10;
 constexpr int tracesHeight = 190;
+constexpr int widestTableMinimum = 460; // leaves room for the chat in a small window
 
 // Devices
 
@@ -235,6 +236,15 @@ QStringList tableRow(const DeviceRecord &device)
             device.alarm};
 }
 
+// Returns the width that all columns need.
+int fitColumns(QTableWidget *table)
+{
+    table->resizeColumnsToContents();
+    const int width = table->horizontalHeader()->length() + 2 * table->frameWidth();
+    stretchLastColumn(table, table->columnWidth(table->columnCount() - 1));
+    return width;
+}
+
 QTableWidget *createDeviceTable(const QVector<DeviceRecord> &devices)
 {
     const QStringList labels{QStringLiteral("设备"), QStringLiteral("状态"), QStringLiteral("温度"),
@@ -243,7 +253,6 @@ QTableWidget *createDeviceTable(const QVector<DeviceRecord> &devices)
     table->setObjectName(QStringLiteral("deviceTable"));
     table->setAccessibleName(QStringLiteral("设备"));
     table->setHorizontalHeaderLabels(labels);
-    table->horizontalHeader()->setStretchLastSection(true);
     table->verticalHeader()->hide(); // leaves its width to the alarms
     table->setAlternatingRowColors(true);
     table->setEditTriggers(QAbstractItemView::NoEditTriggers);
@@ -253,7 +262,7 @@ QTableWidget *createDeviceTable(const QVector<DeviceRecord> &devices)
         for (int column = 0; column < texts.size(); ++column)
             table->setItem(row, column, new QTableWidgetItem(texts.at(column)));
     }
-    table->resizeColumnsToContents();
+    table->setMinimumWidth(qMin(fitColumns(table), widestTableMinimum));
     return table;
 }
 

@@ -4,12 +4,14 @@
 
 #include <QApplication>
 #include <QGroupBox>
+#include <QHeaderView>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QShortcut>
+#include <QTableView>
 #include <QTextCursor>
 #include <QTextOption>
 #include <QVBoxLayout>
@@ -91,6 +93,14 @@ void showAsCode(QPlainTextEdit *editor)
 {
     editor->setFont(codeFont());
     editor->setWordWrapMode(QTextOption::WrapAnywhere);
+}
+
+void stretchLastColumn(QTableView *table, int minimum)
+{
+    QHeaderView *header = table->horizontalHeader();
+    header->setStretchLastSection(false);
+    header->resizeSection(header->count() - 1, minimum);
+    header->setStretchLastSection(true); // never below the width from which it begins
 }
 
 QGroupBox *createTitledArea(const QString &title, QWidget *content)

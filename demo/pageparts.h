@@ -9,6 +9,7 @@ class QGroupBox;
 class QJsonObject;
 class QPlainTextEdit;
 class QPushButton;
+class QTableView;
 class QVBoxLayout;
 class QWidget;
 QT_END_NAMESPACE
@@ -54,6 +55,9 @@ QFont codeFont();
 /// Shows the text of @p editor in codeFont(). A line that is too long is broken anywhere, as terminals do it:
 /// what a tool returns may be a megabyte without a blank.
 void showAsCode(QPlainTextEdit *editor);
+
+/// Lets the last column of @p table take the width that is left, and at least @p minimum pixels.
+void stretchLastColumn(QTableView *table, int minimum);
 
 /// Returns a group box titled @p title that holds @p content.
 QGroupBox *createTitledArea(const QString &title, QWidget *content);

@@ -118,18 +118,7 @@ void StepsTable::setSteps(const QVector<GraphStep> &steps)
     }
     for (const int column : {NodeColumn, RouteColumn, UpdateColumn})
         fitColumn(column);
-    updateGeometries();
-}
-
-// The last column takes the width that is left. Where less is left than it needs, Qt would squeeze it.
-void StepsTable::updateGeometries()
-{
-    QTableWidget::updateGeometries();
-    const int needed = fittingWidth(StateColumn);
-    if (columnWidth(StateColumn) >= needed)
-        return;
-    setColumnWidth(StateColumn, needed);
-    QTableWidget::updateGeometries();
+    stretchLastColumn(this, fittingWidth(StateColumn));
 }
 
 void StepsTable::fitColumn(int column)

@@ -22,9 +22,6 @@ public:
     /// Replaces the rows.
     void setSteps(const QVector<MireloQtLib::QtAgent::GraphStep> &steps);
 
-protected:
-    void updateGeometries() override;
-
 private:
     void fitColumn(int column);
     int fittingWidth(int column) const;

@@ -1,5 +1,6 @@
 #include "support/contrast.h"
 #include "support/shownpage.h"
+#include "support/stylesheet.h"
 
 #include <demo/demostartup.h>
 #include <qtagent/widgets/approvaldialog.h>
@@ -24,14 +25,6 @@ using namespace MireloQtLib::QtAgent;
 namespace {
 
 constexpr double visibleContrast = 3;
-
-void useStyleSheet(bool dark)
-{
-    QFile file(ORVANE_STYLE_SHEET);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("The style sheet cannot be read.");
-    qApp->setStyleSheet(dark ? QString::fromUtf8(file.readAll()) : QString());
-}
 
 void addLooks()
 {

@@ -1,5 +1,6 @@
 #include "support/contrast.h"
 #include "support/offlineconfiguration.h"
+#include "support/stylesheet.h"
 
 #include <demo/demostartup.h>
 #include <demo/orvanedemowindow.h>
@@ -28,14 +29,6 @@ namespace {
 
 constexpr double readableContrast = 4.5;
 constexpr double visibleContrast = 3;
-
-void useStyleSheet()
-{
-    QFile file(ORVANE_STYLE_SHEET);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("The style sheet cannot be read.");
-    qApp->setStyleSheet(QString::fromUtf8(file.readAll()));
-}
 
 // Everything of the pages that shows text, in one window.
 class Gallery : public QWidget
