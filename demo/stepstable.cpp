@@ -89,7 +89,6 @@ StepsTable::StepsTable(QWidget *parent)
     setAccessibleDescription(QStringLiteral("按 Return 键或双击一行，查看该步骤的全部内容。"));
     setHorizontalHeaderLabels(
         {QStringLiteral("节点"), QStringLiteral("路由"), QStringLiteral("输出"), QStringLiteral("状态")});
-    horizontalHeader()->setStretchLastSection(true);
     setHorizontalScrollMode(QAbstractItemView::ScrollPerPixel);
     setItemDelegate(new BeginningDelegate(this));
     setAlternatingRowColors(true);
@@ -99,6 +98,7 @@ StepsTable::StepsTable(QWidget *parent)
     setWordWrap(false);
     for (int column = 0; column < columnCount(); ++column)
         m_fittedWidths.at(column) = columnWidth(column);
+    fitColumns();
     connect(this, &QTableWidget::cellActivated, this, &StepsTable::showStep);
 }
 
@@ -116,6 +116,11 @@ void StepsTable::setSteps(const QVector<GraphStep> &steps)
         setItem(row, UpdateColumn, new JsonItem(step.update));
         setItem(row, StateColumn, new JsonItem(step.after));
     }
+    fitColumns();
+}
+
+void StepsTable::fitColumns()
+{
     for (const int column : {NodeColumn, RouteColumn, UpdateColumn})
         fitColumn(column);
     stretchLastColumn(this, fittingWidth(StateColumn));

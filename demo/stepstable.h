@@ -23,6 +23,7 @@ public:
     void setSteps(const QVector<MireloQtLib::QtAgent::GraphStep> &steps);
 
 private:
+    void fitColumns();
     void fitColumn(int column);
     int fittingWidth(int column) const;
     void showStep(int row);

@@ -85,6 +85,7 @@ private Q_SLOTS:
     void otherColumnsFitTheNextRun();
     void lastColumnTakesWhatIsLeft();
     void columnsScrollWhereTheyDoNotFit();
+    void emptyTableDoesNotScroll();
     void jsonStandsInAFixedWidthFont();
     void toolTipShowsTheJsonIndented();
     void toolTipOfAnyTextIsBoundedAndPlain_data();
@@ -152,13 +153,21 @@ void TestStepsTable::columnsScrollWhereTheyDoNotFit()
     QVERIFY(needed > 150);
 
     QTRY_VERIFY(table.columnWidth(StateColumn) >= needed);
-    QVERIFY(table.horizontalScrollBar()->maximum() > 0);
+    QTRY_VERIFY(table.horizontalScrollBar()->maximum() > 0);
 
     table.resize(280, 300); // lays the columns out anew
     QTRY_VERIFY(table.columnWidth(StateColumn) >= needed);
     table.horizontalScrollBar()->setValue(table.horizontalScrollBar()->maximum());
     const QRect last = table.visualItemRect(table.item(0, StateColumn));
     QVERIFY(last.right() <= table.viewport()->width());
+}
+
+void TestStepsTable::emptyTableDoesNotScroll()
+{
+    Table table(300, {});
+
+    QCOMPARE(table.horizontalScrollBar()->maximum(), 0);
+    QVERIFY(table.horizontalHeader()->stretchLastSection());
 }
 
 void TestStepsTable::jsonStandsInAFixedWidthFont()
