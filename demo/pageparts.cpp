@@ -59,8 +59,8 @@ QPushButton *addButton(QVBoxLayout *layout, const QString &text, const QString &
 void pressByCtrlReturn(QPushButton *button, QWidget *page)
 {
     button->setToolTip(QStringLiteral("Ctrl+Return"));
-    for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter})
-        addShortcut(Qt::CTRL | key, page, Qt::WidgetWithChildrenShortcut, button);
+    for (const QString &keys : {QStringLiteral("Ctrl+Return"), QStringLiteral("Ctrl+Enter")})
+        addShortcut(QKeySequence::fromString(keys), page, Qt::WidgetWithChildrenShortcut, button);
 }
 
 void switchRunAndStop(bool running, QPushButton *run, QPushButton *stop, QWidget *input)
