@@ -17,12 +17,6 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-QJsonObject responseWith(const QJsonArray &toolCalls)
-{
-    const QJsonObject message{{"role", "assistant"}, {"content", ""}, {"tool_calls", toolCalls}};
-    return {{"choices", QJsonArray{QJsonObject{{"message", message}}}}};
-}
-
 QJsonArray toolCalls(int count)
 {
     QJsonArray calls;
@@ -36,7 +30,7 @@ class InstantModel : public ChatModel
 {
 public:
     explicit InstantModel(int callCount)
-        : m_response(responseWith(toolCalls(callCount)))
+        : m_calls(toolCalls(callCount))
     {}
 
     ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> & /*tools*/,
@@ -46,14 +40,14 @@ public:
         const bool hasResults = messages.last().role == QLatin1String("tool");
         QTimer::singleShot(0, reply, [this, reply, hasResults] {
             if (!hasResults)
-                reply->setResponse(m_response);
+                reply->setToolCalls(QString(), m_calls);
             reply->finish(hasResults ? QString("done") : QString());
         });
         return reply;
     }
 
 private:
-    const QJsonObject m_response;
+    const QJsonArray m_calls;
 };
 
 ToolResult queryDevice(const QJsonObject &arguments)

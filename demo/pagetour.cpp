@@ -22,8 +22,6 @@ using namespace MireloQtLib::QtAgent;
 namespace {
 
 constexpr int lookIntervalMs = 20;
-constexpr char watchedProperty[] = "tourWatches";
-constexpr char endedProperty[] = "tourSawEnd";
 
 // Pages
 
@@ -68,28 +66,14 @@ QList<QAbstractButton *> enabledStopButtons(const QWidget *page)
 
 // Replies
 
-// Pages delete their replies after the end and keep canceled ones; a reply that stays behind in spite of
-// its end is told by the mark.
-void watch(ChatReply *reply)
-{
-    if (reply->property(watchedProperty).toBool())
-        return;
-    reply->setProperty(watchedProperty, true);
-    const auto markEnd = [reply] { reply->setProperty(endedProperty, true); };
-    QObject::connect(reply, &ChatReply::finished, reply, markEnd);
-    QObject::connect(reply, &ChatReply::failed, reply, markEnd);
-}
-
+// Pages delete their replies after the end and keep canceled ones.
 QList<ChatReply *> runningReplies(const QList<QWidget *> &owners)
 {
     QList<ChatReply *> running;
     for (const QWidget *owner : owners) {
         const auto replies = owner->findChildren<ChatReply *>(QString(), Qt::FindDirectChildrenOnly);
-        for (ChatReply *reply : replies) {
-            watch(reply);
-            if (!reply->isCanceled() && !reply->property(endedProperty).toBool())
-                running.append(reply);
-        }
+        std::copy_if(replies.cbegin(), replies.cend(), std::back_inserter(running),
+                     [](const ChatReply *reply) { return reply->isRunning(); });
     }
     return running;
 }
@@ -213,10 +197,8 @@ void PageTour::askQuestion()
 void PageTour::pressNextButton()
 {
     m_runTime.start();
-    if (m_buttons.isEmpty())
-        return;
-    m_buttons.takeFirst()->click();
-    runningReplies({m_page, m_window}); // replies are watched from their beginning
+    if (!m_buttons.isEmpty())
+        m_buttons.takeFirst()->click();
 }
 
 void PageTour::look()

@@ -1,6 +1,5 @@
 #include "agentexecutor.h"
 
-#include "chatcompletion_p.h"
 #include "toolcallrequest_p.h"
 
 #include <QElapsedTimer>
@@ -27,13 +26,6 @@ public:
 };
 
 namespace {
-
-// An absent or null content stays in the conversation as "": servers want the key beside tool calls.
-QString contentOf(const QJsonObject &message)
-{
-    const QString content = message.value(QLatin1String("content")).toString();
-    return content.isNull() ? QLatin1String("") : content;
-}
 
 ToolCallTrace traceOf(const ToolCallRequest &call, ToolPermission permission)
 {
@@ -131,13 +123,12 @@ void AgentExecutor::awaitAnswer(ChatReply *reply)
 void AgentExecutor::handleAnswer(ChatReply *reply, const QString &text)
 {
     reply->disconnect(m_run.get());
-    const QJsonObject message = responseMessage(reply->response());
-    const QJsonArray toolCalls = message.value(QLatin1String("tool_calls")).toArray();
+    const QJsonArray toolCalls = reply->toolCalls();
     if (toolCalls.isEmpty()) {
         Q_EMIT assistantFinished(text);
         return;
     }
-    m_run->conversation.append(ChatMessage::assistant(contentOf(message), toolCalls));
+    m_run->conversation.append(reply->message());
 
     QQueue<ToolCallRequest> calls;
     for (const QJsonValue &toolCall : toolCalls) {

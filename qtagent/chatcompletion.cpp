@@ -75,10 +75,34 @@ QJsonObject responseMessage(const QJsonObject &response)
     return firstChoice(response).value(QLatin1String("message")).toObject();
 }
 
+QString contentOf(const QJsonObject &message)
+{
+    return message.value(QLatin1String("content")).toString();
+}
+
+QJsonArray toolCallsOf(const QJsonObject &message)
+{
+    return message.value(QLatin1String("tool_calls")).toArray();
+}
+
+QJsonObject toolCallResponse(const QString &content, const QJsonArray &toolCalls)
+{
+    const QJsonObject message{
+        {QStringLiteral("role"), QStringLiteral("assistant")},
+        {QStringLiteral("content"), content},
+        {QStringLiteral("tool_calls"), toolCalls},
+    };
+    const QJsonObject choice{
+        {QStringLiteral("index"), 0},
+        {QStringLiteral("message"), message},
+        {QStringLiteral("finish_reason"), QStringLiteral("tool_calls")},
+    };
+    return {{QStringLiteral("choices"), QJsonArray{choice}}};
+}
+
 QString eventContent(const QJsonObject &event)
 {
-    const QJsonObject delta = firstChoice(event).value(QLatin1String("delta")).toObject();
-    return delta.value(QLatin1String("content")).toString();
+    return contentOf(firstChoice(event).value(QLatin1String("delta")).toObject());
 }
 
 QString bodySummary(const QByteArray &body)

@@ -17,6 +17,15 @@ QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &me
 /// Returns "choices"[0]."message" of a whole response, or an empty object.
 QJsonObject responseMessage(const QJsonObject &response);
 
+/// Returns the text at "content" of a message.
+QString contentOf(const QJsonObject &message);
+
+/// Returns the array at "tool_calls" of a message.
+QJsonArray toolCallsOf(const QJsonObject &message);
+
+/// Returns a whole response whose message says @p content and asks for @p toolCalls.
+QJsonObject toolCallResponse(const QString &content, const QJsonArray &toolCalls);
+
 /// Returns the text at "choices"[0]."delta"."content" of a stream's event, or an empty text.
 QString eventContent(const QJsonObject &event);
 

@@ -5,9 +5,51 @@
 #include <qtagent/modelconfig.h>
 
 #include <QObject>
+#include <QPointer>
+#include <QVector>
+
+#include <functional>
 
 namespace MireloQtLib {
 namespace QtAgent {
+
+/// How a reply ended and what it brought, as ChatReply::whenEnded() tells it.
+struct QTAGENT_EXPORT ChatResult
+{
+    Q_GADGET
+
+public:
+    /// What ended the reply. The first end counts: a reply that is canceled after it had finished is
+    /// Finished.
+    enum class End {
+        /// finished() was emitted.
+        Finished,
+        /// failed() was emitted.
+        Failed,
+        /// cancel() was called.
+        Canceled,
+        /// The reply was deleted before any other end.
+        Deleted,
+    };
+    Q_ENUM(End)
+
+    /// What ended the reply.
+    End end = End::Deleted;
+    /// The answer's text; what had arrived of it by then where the reply did not finish.
+    QString text;
+    /// The report of failed(), else empty.
+    QString error;
+    /// The object of the last responseReceived(), or an empty object.
+    QJsonObject response;
+};
+
+/// Returns whether all fields are equal.
+QTAGENT_EXPORT bool operator==(const ChatResult &left, const ChatResult &right);
+/// Returns whether a field differs.
+inline bool operator!=(const ChatResult &left, const ChatResult &right)
+{
+    return !(left == right);
+}
 
 /// The answer to one request, as it arrives.
 ///
@@ -16,8 +58,8 @@ namespace QtAgent {
 /// @code
 /// ChatReply *reply = model->chat(conversation, {}, this);
 /// connect(reply, &ChatReply::deltaReceived, this, [this](const QString &delta) { show(delta); });
-/// connect(reply, &ChatReply::finished, reply, &QObject::deleteLater);
-/// connect(reply, &ChatReply::failed, reply, &QObject::deleteLater);
+/// reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
+/// reply->whenEnded(reply, [reply](const ChatResult &) { reply->deleteLater(); });
 /// @endcode
 ///
 /// Signals come in one of these orders:
@@ -27,11 +69,12 @@ namespace QtAgent {
 /// - a failure: failed(), after whatever had arrived by then.
 ///
 /// A reply ends with exactly one of finished() and failed(), unless it is canceled or deleted first or,
-/// with a model that works over the network, the model dies first: then neither is emitted.
+/// with a model that works over the network, the model dies first: then neither is emitted. whenEnded() tells
+/// of every end of the reply itself, whichever it is.
 ///
 /// The reply belongs to its parent. Models never delete it; call deleteLater() when it has ended. It may
 /// be deleted or canceled at any time, also from a slot connected to one of its signals; deleting it
-/// while its request runs aborts the request.
+/// while its request runs aborts the request. A reply and its model belong to one thread.
 class QTAGENT_EXPORT ChatReply : public QObject
 {
     Q_OBJECT
@@ -41,15 +84,37 @@ public:
     explicit ChatReply(QObject *parent = nullptr);
     ~ChatReply() override;
 
+    /// Returns whether the reply is neither finished, failed nor canceled. False already in the slots of the
+    /// signal that tells the end.
+    bool isRunning() const;
+
     /// Returns whether cancel() was called.
     bool isCanceled() const;
 
     /// Returns the text so far, and the whole text once finished() is emitted.
     QString text() const;
 
-    /// Returns the object of the last responseReceived(), or an empty object. A reply's tool calls are
-    /// at "choices"[0]."message"."tool_calls"; a streamed answer has none.
+    /// Returns the report of failed(), or an empty text.
+    QString error() const;
+
+    /// Returns the object of the last responseReceived(), or an empty object.
     QJsonObject response() const;
+
+    /// Returns the tool calls in response(), as the model sent them (see makeToolCall()), or an empty array.
+    /// They are complete once finished() is emitted.
+    QJsonArray toolCalls() const;
+
+    /// Returns the answer as it goes into a conversation: the content and the calls of response() where that
+    /// has calls, else text(). The content is never null.
+    ChatMessage message() const;
+
+    /// Calls @p callback once, with the end that the reply reaches first: after the slots of the signal that
+    /// tells it; from the next turn of the event loop where the reply had ended already, and where it is
+    /// deleted. In the last case a window that owns it may be half gone, which is why nothing is called then.
+    ///
+    /// Callbacks come in the order in which they were registered, and never once @p context is deleted. One
+    /// may delete the reply. A null @p context or an empty @p callback registers nothing.
+    void whenEnded(QObject *context, const std::function<void(const ChatResult &)> &callback);
 
     /// @name For models
     /// The rules of what may be emitted when are kept here, so a model only reports what it receives.
@@ -62,6 +127,11 @@ public:
 
     /// Stores @p response and emits responseReceived(), also once the reply is canceled, finished or failed.
     void setResponse(const QJsonObject &response);
+
+    /// Hands over an answer that asks for @p toolCalls and says @p content: setResponse() with the object
+    /// that a chat-completions service would send, whatever protocol the model speaks. Call finish()
+    /// afterwards.
+    void setToolCalls(const QString &content, const QJsonArray &toolCalls);
 
     /// Sets text() to @p text and emits finished(). Does nothing once the reply is canceled, finished or
     /// failed.
@@ -97,12 +167,23 @@ Q_SIGNALS:
     void canceled();
 
 private:
-    bool isOver() const;
+    struct Callback
+    {
+        QPointer<QObject> context;
+        std::function<void(const ChatResult &)> function;
+        bool isLate = false;
+    };
 
+    ChatResult result() const;
+    void tellEnd();
+    void post(const Callback &callback) const;
+
+    ChatResult::End m_end = ChatResult::End::Deleted; // as long as it has no other
     QString m_text;
+    QString m_error;
     QJsonObject m_response;
     bool m_canceled = false;
-    bool m_ended = false;
+    QVector<Callback> m_callbacks;
 };
 
 /// A model that answers conversations; the base of MockChatModel, OpenAICompatibleModel and DeepSeekModel.
@@ -116,6 +197,8 @@ private:
 /// model.setConfig(config);
 /// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
 /// @endcode
+///
+/// A model is used on the thread that it belongs to, and emits there.
 class QTAGENT_EXPORT ChatModel : public QObject
 {
     Q_OBJECT

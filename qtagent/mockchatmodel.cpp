@@ -79,21 +79,6 @@ QJsonArray callsOfOfferedTools(const QVector<ToolDefinition> &tools)
     return calls;
 }
 
-QJsonObject responseWithToolCalls(const QJsonArray &toolCalls)
-{
-    const QJsonObject message{
-        {QStringLiteral("role"), QStringLiteral("assistant")},
-        {QStringLiteral("content"), QStringLiteral("我将调用工具完成设备分析。")},
-        {QStringLiteral("tool_calls"), toolCalls},
-    };
-    const QJsonObject choice{
-        {QStringLiteral("index"), 0},
-        {QStringLiteral("message"), message},
-        {QStringLiteral("finish_reason"), QStringLiteral("tool_calls")},
-    };
-    return {{QStringLiteral("choices"), QJsonArray{choice}}};
-}
-
 QStringList chunksOf(const QString &text)
 {
     QStringList chunks = text.split(QLatin1Char(' '), Qt::SkipEmptyParts);
@@ -127,7 +112,7 @@ void sendToolCalls(ChatReply *reply, const QJsonArray &toolCalls)
 {
     QTimer::singleShot(0, reply, [reply, toolCalls] {
         const QPointer<ChatReply> guard(reply);
-        reply->setResponse(responseWithToolCalls(toolCalls));
+        reply->setToolCalls(QStringLiteral("我将调用工具完成设备分析。"), toolCalls);
         if (guard)
             reply->finish(QString());
     });

@@ -98,7 +98,7 @@ private:
     void deliver(const QJsonObject &response)
     {
         const QPointer<AnswerReceiver> self(this);
-        const QString content = responseMessage(response).value(QLatin1String("content")).toString();
+        const QString content = contentOf(responseMessage(response));
         // cppcheck-suppress nullPointerRedundantCheck ; a slot may delete the reply
         m_reply->setResponse(response);
         if (self && m_reply)

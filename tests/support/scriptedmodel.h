@@ -72,11 +72,14 @@ public:
     /// The next request is answered with an assistant message that asks for @p toolCalls.
     void addToolCalls(const QJsonArray &toolCalls, const QString &content = QString())
     {
-        const QJsonObject message{{QStringLiteral("role"), QStringLiteral("assistant")},
-                                  {QStringLiteral("content"), content},
-                                  {QStringLiteral("tool_calls"), toolCalls}};
-        const QJsonObject choice{{QStringLiteral("message"), message}};
-        addResponse({{QStringLiteral("choices"), QJsonArray{choice}}});
+        addAnswer([toolCalls, content](const QPointer<ChatReply> &reply) {
+            if (reply)
+                reply->setToolCalls(content, toolCalls);
+            if (reply)
+                reply->appendDelta(content);
+            if (reply)
+                reply->finish(content);
+        });
     }
 
     /// The next request fails with @p error.
