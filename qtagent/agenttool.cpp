@@ -7,6 +7,12 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+bool operator==(const ToolResult &left, const ToolResult &right)
+{
+    return left.success == right.success && left.data == right.data && left.content == right.content
+        && left.error == right.error && left.metadata == right.metadata;
+}
+
 QString toolResultText(const ToolResult &result)
 {
     if (!result.content.isEmpty())

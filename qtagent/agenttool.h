@@ -27,6 +27,11 @@ struct ToolResult
     QString error;
     /// Further data for the application. The library does not use it.
     QJsonObject metadata;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ToolResult &left, const ToolResult &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ToolResult &left, const ToolResult &right) { return !(left == right); }
 };
 
 /// Returns the text of @p result that the model and the user see: the content, else the error, else the

@@ -17,6 +17,19 @@ ChatMessage messageOf(const QString &role, const QString &content)
 
 } // namespace
 
+bool operator==(const ChatMessage &left, const ChatMessage &right)
+{
+    return left.role == right.role && left.content == right.content && left.name == right.name
+        && left.metadata == right.metadata && left.toolCalls == right.toolCalls
+        && left.toolCallId == right.toolCallId;
+}
+
+bool operator==(const ToolDefinition &left, const ToolDefinition &right)
+{
+    return left.name == right.name && left.description == right.description
+        && left.parameters == right.parameters && left.permission == right.permission;
+}
+
 ChatMessage ChatMessage::system(const QString &content)
 {
     return messageOf(QStringLiteral("system"), content);

@@ -6,6 +6,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMetaType>
+#include <QObject>
 #include <QString>
 #include <QVector>
 
@@ -23,6 +24,9 @@ namespace QtAgent {
 /// @endcode
 struct QTAGENT_EXPORT ChatMessage
 {
+    Q_GADGET
+
+public:
     /// The speaker as it stands on the wire: "system", "user", "assistant" or "tool".
     QString role;
     /// The text. A null string is left out of the request, an empty one is sent as "".
@@ -47,6 +51,11 @@ struct QTAGENT_EXPORT ChatMessage
 
     /// Returns the result @p content of the tool @p name, which answers the call @p toolCallId.
     static ChatMessage tool(const QString &toolCallId, const QString &name, const QString &content);
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ChatMessage &left, const ChatMessage &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ChatMessage &left, const ChatMessage &right) { return !(left == right); }
 };
 
 /// What a tool may do. Everything but ReadOnly needs the user's approval.
@@ -73,8 +82,11 @@ QTAGENT_EXPORT QString permissionToString(ToolPermission permission);
 QTAGENT_EXPORT bool requiresApproval(ToolPermission permission);
 
 /// A tool as it is offered to a model.
-struct ToolDefinition
+struct QTAGENT_EXPORT ToolDefinition
 {
+    Q_GADGET
+
+public:
     /// The name under which the model calls the tool.
     QString name;
     /// What the tool does, written for the model.
@@ -83,6 +95,14 @@ struct ToolDefinition
     QJsonObject parameters;
     /// What the tool may do.
     ToolPermission permission = ToolPermission::ReadOnly;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ToolDefinition &left, const ToolDefinition &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ToolDefinition &left, const ToolDefinition &right)
+    {
+        return !(left == right);
+    }
 };
 
 /// Returns @p message as an element of a request's "messages": "role" always, "content" unless it

@@ -41,15 +41,12 @@ public:
     QString error;
     /// The object of the last responseReceived(), or an empty object.
     QJsonObject response;
-};
 
-/// Returns whether all fields are equal.
-QTAGENT_EXPORT bool operator==(const ChatResult &left, const ChatResult &right);
-/// Returns whether a field differs.
-inline bool operator!=(const ChatResult &left, const ChatResult &right)
-{
-    return !(left == right);
-}
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ChatResult &left, const ChatResult &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ChatResult &left, const ChatResult &right) { return !(left == right); }
+};
 
 /// The answer to one request, as it arrives.
 ///

@@ -120,6 +120,19 @@ void fillDefaults(ModelConfig *config)
 
 } // namespace
 
+bool operator==(const ModelConfig &left, const ModelConfig &right)
+{
+    return left.name == right.name && left.provider == right.provider && left.baseUrl == right.baseUrl
+        && left.apiKey == right.apiKey && left.model == right.model && left.temperature == right.temperature
+        && left.maxTokens == right.maxTokens && left.timeoutMs == right.timeoutMs
+        && left.stream == right.stream;
+}
+
+bool operator==(const ModelProfiles &left, const ModelProfiles &right)
+{
+    return left.profiles == right.profiles && left.currentIndex == right.currentIndex;
+}
+
 QString defaultBaseUrl(const QString &provider)
 {
     return isDeepSeek(provider) ? QStringLiteral("https://api.deepseek.com")

@@ -6,6 +6,7 @@
 #include <QJsonObject>
 #include <QList>
 #include <QMetaType>
+#include <QObject>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
@@ -40,6 +41,11 @@ struct ModelConfig
     qint32 timeoutMs = 60000;
     /// Whether to ask for a streamed answer.
     bool stream = true;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ModelConfig &left, const ModelConfig &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ModelConfig &left, const ModelConfig &right) { return !(left == right); }
 };
 
 /// Returns "https://api.deepseek.com" for "deepseek" and "https://api.openai.com/v1" for every other
@@ -58,12 +64,20 @@ QTAGENT_EXPORT QString defaultModelName(const QString &provider);
 QTAGENT_EXPORT ModelConfig modelConfigFromJson(const QJsonObject &json);
 
 /// Profiles and the one that is selected.
-struct ModelProfiles
+struct QTAGENT_EXPORT ModelProfiles
 {
+    Q_GADGET
+
+public:
     /// The profiles in the order of their file; at least one where loadModelProfiles() returned them.
     QList<ModelConfig> profiles;
     /// An index into profiles.
     int currentIndex = 0;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ModelProfiles &left, const ModelProfiles &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ModelProfiles &left, const ModelProfiles &right) { return !(left == right); }
 };
 
 /// Returns the places where "orvane.local.json" is looked for, in order: the current folder, the

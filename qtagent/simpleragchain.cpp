@@ -50,6 +50,11 @@ QVector<ChatMessage> conversationOf(const QString &context, const QString &quest
 
 } // namespace
 
+bool operator==(const ScoredDocument &left, const ScoredDocument &right)
+{
+    return left.text == right.text && left.score == right.score;
+}
+
 SimpleRagChain::SimpleRagChain(QObject *parent)
     : QObject(parent)
 {}

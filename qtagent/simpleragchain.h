@@ -11,12 +11,23 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 /// A document that SimpleRagChain found.
-struct ScoredDocument
+struct QTAGENT_EXPORT ScoredDocument
 {
+    Q_GADGET
+
+public:
     /// The document as it was given.
     QString text;
     /// How many of the question's terms occur in it.
     qint32 score = 0;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ScoredDocument &left, const ScoredDocument &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ScoredDocument &left, const ScoredDocument &right)
+    {
+        return !(left == right);
+    }
 };
 
 /// Answers questions from a list of documents: it finds the documents that share the most words with the

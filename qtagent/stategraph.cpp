@@ -7,6 +7,18 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+bool operator==(const GraphStep &left, const GraphStep &right)
+{
+    return left.node == right.node && left.route == right.route && left.before == right.before
+        && left.update == right.update && left.after == right.after;
+}
+
+bool operator==(const GraphRunResult &left, const GraphRunResult &right)
+{
+    return left.state == right.state && left.steps == right.steps && left.interrupted == right.interrupted
+        && left.interruptedNode == right.interruptedNode && left.error == right.error;
+}
+
 static const QLatin1String EndNode("__end__");
 
 /// One run. It has a graph of its own, since node functions may change or destroy the one it was started on.

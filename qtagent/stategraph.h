@@ -5,6 +5,7 @@
 
 #include <QJsonObject>
 #include <QMap>
+#include <QObject>
 #include <QString>
 #include <QStringList>
 #include <QVector>
@@ -25,8 +26,11 @@ using RouterFunction = std::function<QString(const QJsonObject &state)>;
 using CheckpointStore = QMap<QString, QJsonObject>;
 
 /// The record of one executed node.
-struct GraphStep
+struct QTAGENT_EXPORT GraphStep
 {
+    Q_GADGET
+
+public:
     /// The node that ran.
     QString node;
     /// The key that the router returned afterwards; empty where a plain edge led on, or none.
@@ -37,11 +41,19 @@ struct GraphStep
     QJsonObject update;
     /// The state with the update merged in. It shares its data with the next step's before.
     QJsonObject after;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const GraphStep &left, const GraphStep &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const GraphStep &left, const GraphStep &right) { return !(left == right); }
 };
 
 /// The outcome of StateGraph::run().
-struct GraphRunResult
+struct QTAGENT_EXPORT GraphRunResult
 {
+    Q_GADGET
+
+public:
     /// The state reached, whatever ended the run.
     QJsonObject state;
     /// The executed nodes, in order.
@@ -52,6 +64,14 @@ struct GraphRunResult
     QString interruptedNode;
     /// Why the run failed, in words to show to the user; empty on success. An interrupt is a success.
     QString error;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const GraphRunResult &left, const GraphRunResult &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const GraphRunResult &left, const GraphRunResult &right)
+    {
+        return !(left == right);
+    }
 };
 
 /// A workflow of named nodes that work on one JSON state.

@@ -17,6 +17,21 @@ Q_CONSTRUCTOR_FUNCTION(registerRecords)
 
 } // namespace
 
+bool operator==(const ToolCallTrace &left, const ToolCallTrace &right)
+{
+    return left.callId == right.callId && left.toolName == right.toolName && left.status == right.status
+        && left.permission == right.permission && left.arguments == right.arguments
+        && left.output == right.output && left.error == right.error && left.durationMs == right.durationMs
+        && left.timestamp == right.timestamp;
+}
+
+bool operator==(const ApprovalRequest &left, const ApprovalRequest &right)
+{
+    return left.approvalId == right.approvalId && left.toolName == right.toolName
+        && left.permission == right.permission && left.arguments == right.arguments
+        && left.reason == right.reason;
+}
+
 QString formatTrace(const ToolCallTrace &trace)
 {
     const QString arguments = QString::fromUtf8(QJsonDocument(trace.arguments).toJson());

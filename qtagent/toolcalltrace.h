@@ -38,6 +38,11 @@ struct ToolCallTrace
     qint64 durationMs = 0;
     /// The local time at which the tool had returned or was denied.
     QDateTime timestamp;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ToolCallTrace &left, const ToolCallTrace &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ToolCallTrace &left, const ToolCallTrace &right) { return !(left == right); }
 };
 
 /// The question whether a tool may run, as AgentExecutor::approvalRequired() emits it. The answer goes to
@@ -54,6 +59,14 @@ struct ApprovalRequest
     QJsonObject arguments;
     /// Why the user is asked, for example "该工具拥有 Write 权限，需要用户确认后才能执行。".
     QString reason;
+
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const ApprovalRequest &left, const ApprovalRequest &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const ApprovalRequest &left, const ApprovalRequest &right)
+    {
+        return !(left == right);
+    }
 };
 
 /// Returns @p trace as plain text for reports and logs: the lines "Tool: ", "Status: ", "Duration: " in
