@@ -44,7 +44,7 @@ using ToolHandler = std::function<ToolResult(const QJsonObject &)>;
 /// An operation that a model may ask to call.
 ///
 /// Most tools are a FunctionTool; derive from this class where a tool needs state of its own. Tools are
-/// offered to a model through a ToolRegistry.
+/// offered to a model through a ToolRegistry, and belong to its thread: there they are called.
 class QTAGENT_EXPORT AgentTool : public QObject
 {
     Q_OBJECT

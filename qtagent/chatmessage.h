@@ -2,6 +2,7 @@
 #define MIRELOQTLIB_QTAGENT_CHATMESSAGE_H
 
 #include <qtagent/qtagent_export.h>
+#include <qtagent/tooldefinition.h>
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -58,67 +59,10 @@ public:
     friend bool operator!=(const ChatMessage &left, const ChatMessage &right) { return !(left == right); }
 };
 
-/// What a tool may do. Everything but ReadOnly needs the user's approval.
-enum class ToolPermission : int {
-    /// Reads what the program knows and changes nothing.
-    ReadOnly = 0,
-    /// Changes data of the program.
-    Write = 1,
-    /// Deletes, or changes what cannot be restored.
-    Destructive = 2,
-    /// Sends something to another machine.
-    ExternalNetwork = 3,
-    /// Reads or writes files.
-    FileSystem = 4,
-    /// Starts other programs.
-    SystemCommand = 5,
-};
-
-/// Returns the enumerator's name, for example "FileSystem", or "Unknown" for any other value.
-QTAGENT_EXPORT QString permissionToString(ToolPermission permission);
-
-/// Returns whether a tool with @p permission may run only after the user allowed it: true for
-/// every value but ToolPermission::ReadOnly, unknown values included.
-QTAGENT_EXPORT bool requiresApproval(ToolPermission permission);
-
-/// A tool as it is offered to a model.
-struct QTAGENT_EXPORT ToolDefinition
-{
-    Q_GADGET
-
-public:
-    /// The name under which the model calls the tool.
-    QString name;
-    /// What the tool does, written for the model.
-    QString description;
-    /// The JSON Schema object of the tool's arguments.
-    QJsonObject parameters;
-    /// What the tool may do.
-    ToolPermission permission = ToolPermission::ReadOnly;
-
-    /// Returns whether all fields are equal.
-    friend QTAGENT_EXPORT bool operator==(const ToolDefinition &left, const ToolDefinition &right);
-    /// Returns whether a field differs.
-    friend bool operator!=(const ToolDefinition &left, const ToolDefinition &right)
-    {
-        return !(left == right);
-    }
-};
-
-/// Returns @p message as an element of a request's "messages": "role" always, "content" unless it
-/// is null, "name", "tool_call_id" and "tool_calls" unless they are empty.
-QTAGENT_EXPORT QJsonObject messageToJson(const ChatMessage &message);
-
-/// Returns @p definition as an element of a request's "tools". The permission is not sent.
-QTAGENT_EXPORT QJsonObject toolDefinitionToJson(const ToolDefinition &definition);
-
-/// Returns a tool call as a model sends it: "id", "type" and "function", in which "arguments" is
-/// the compact JSON text of @p arguments.
-QTAGENT_EXPORT QJsonObject makeToolCall(const QString &id, const QString &name, const QJsonObject &arguments);
-
 } // namespace QtAgent
 } // namespace MireloQtLib
 
-Q_DECLARE_METATYPE(MireloQtLib::QtAgent::ToolPermission)
+// It needs what stands above, and whoever includes this header has always found it here.
+#include <qtagent/messagejson.h>
 
 #endif

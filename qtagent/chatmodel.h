@@ -195,7 +195,7 @@ private:
 /// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
 /// @endcode
 ///
-/// A model is used on the thread that it belongs to, and emits there.
+/// A model is used on the thread that it belongs to; its replies live and emit there.
 class QTAGENT_EXPORT ChatModel : public QObject
 {
     Q_OBJECT

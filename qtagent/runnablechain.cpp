@@ -41,37 +41,5 @@ QVector<ChatMessage> RunnableChain::conversation(const PromptVariables &variable
     return messages;
 }
 
-void MessageHistory::addSystem(const QString &text)
-{
-    m_messages.append(ChatMessage::system(text));
-}
-
-void MessageHistory::addUser(const QString &text)
-{
-    m_messages.append(ChatMessage::user(text));
-}
-
-void MessageHistory::addAssistant(const QString &text)
-{
-    m_messages.append(ChatMessage::assistant(text));
-}
-
-QVector<ChatMessage> MessageHistory::messages() const
-{
-    return m_messages;
-}
-
-QMap<QString, QString> runParallel(const QMap<QString, ParallelBranch> &branches,
-                                   const PromptVariables &variables)
-{
-    // A branch may change the maps that the caller passed.
-    const QMap<QString, ParallelBranch> allBranches = branches; // NOLINT(performance-unnecessary-copy-*)
-    const PromptVariables sameVariables = variables;            // NOLINT(performance-unnecessary-copy-*)
-    QMap<QString, QString> texts;
-    for (auto branch = allBranches.cbegin(); branch != allBranches.cend(); ++branch)
-        texts.insert(branch.key(), branch.value()(sameVariables));
-    return texts;
-}
-
 } // namespace QtAgent
 } // namespace MireloQtLib

@@ -2,11 +2,11 @@
 #define MIRELOQTLIB_QTAGENT_RUNNABLECHAIN_H
 
 #include <qtagent/chatmodel.h>
+#include <qtagent/messagehistory.h>
 #include <qtagent/prompttemplate.h>
+#include <qtagent/runparallel.h>
 
 #include <QPointer>
-
-#include <functional>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -22,6 +22,8 @@ namespace QtAgent {
 /// connect(reply, &ChatReply::finished, this, &Window::showAnswer);
 /// connect(reply, &ChatReply::failed, this, &Window::showError);
 /// @endcode
+///
+/// A chain belongs to the thread of its model.
 class QTAGENT_EXPORT RunnableChain : public QObject
 {
     Q_OBJECT
@@ -56,52 +58,6 @@ private:
     QString m_systemPrompt;
     QPointer<ChatModel> m_model;
 };
-
-/// The messages of a conversation so far, to be sent with each further question.
-///
-/// @code
-/// MessageHistory history;
-/// history.addSystem(QStringLiteral("You are a concise assistant."));
-/// history.addUser(question);
-/// ChatReply *reply = model->chat(history.messages(), {}, this);
-/// @endcode
-class QTAGENT_EXPORT MessageHistory
-{
-public:
-    /// Appends an instruction to the model.
-    void addSystem(const QString &text);
-
-    /// Appends what the user said.
-    void addUser(const QString &text);
-
-    /// Appends what the model answered.
-    void addAssistant(const QString &text);
-
-    /// Returns all messages in the order in which they were added.
-    QVector<ChatMessage> messages() const;
-
-private:
-    QVector<ChatMessage> m_messages;
-};
-
-/// One branch of runParallel(): turns the variables into the branch's text.
-using ParallelBranch = std::function<QString(const PromptVariables &)>;
-
-/// Runs every branch with the same @p variables and returns the texts under the branches' names.
-///
-/// @code
-/// const auto greeting = [](const PromptVariables &variables) { return "Hello " + variables["name"]; };
-/// const auto farewell = [](const PromptVariables &variables) { return "Goodbye " + variables["name"]; };
-/// const QMap<QString, QString> texts =
-///     runParallel({{"greeting", greeting}, {"farewell", farewell}}, {{"name", "Ada"}});
-/// // texts is {"farewell": "Goodbye Ada", "greeting": "Hello Ada"}
-/// @endcode
-///
-/// The branches run on the calling thread, one after another in the order of their names. An empty
-/// function among them is a programming error and throws std::bad_function_call; like every exception of
-/// a branch it leaves the later branches out.
-QTAGENT_EXPORT QMap<QString, QString> runParallel(const QMap<QString, ParallelBranch> &branches,
-                                                  const PromptVariables &variables);
 
 } // namespace QtAgent
 } // namespace MireloQtLib

@@ -46,7 +46,8 @@ public:
 /// counted once. Everything else separates terms, so a question in Chinese alone has none. A document's
 /// score is the number of terms that occur in it, in any letter case and also within longer words.
 ///
-/// Nothing but the documents is kept between questions; each one reads all of them once.
+/// Nothing but the documents is kept between questions; each one reads all of them once. A chain belongs to
+/// the thread of its model, and searches there.
 class QTAGENT_EXPORT SimpleRagChain : public QObject
 {
     Q_OBJECT

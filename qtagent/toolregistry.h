@@ -25,6 +25,7 @@ namespace QtAgent {
 ///
 /// Tools are held by weak references: one that is deleted is no longer offered, and its name is free again.
 /// Nothing of it is kept.
+/// A registry, its tools and the executors that use them belong to one thread.
 class QTAGENT_EXPORT ToolRegistry : public QObject
 {
     Q_OBJECT

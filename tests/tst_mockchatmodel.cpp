@@ -7,9 +7,6 @@
 
 using namespace MireloQtLib::QtAgent;
 
-Q_DECLARE_METATYPE(ToolDefinition)
-Q_DECLARE_METATYPE(ChatMessage)
-
 namespace {
 
 const QString defaultAnswer =
