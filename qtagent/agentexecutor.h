@@ -7,15 +7,15 @@
 #include <qtagent/toolregistry.h>
 
 #include <QObject>
-#include <QPointer>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 namespace MireloQtLib {
 namespace QtAgent {
 
-struct ToolCallRequest;
+class AgentLoop;
 
 /// Lets a model answer a question with the help of tools.
 ///
@@ -29,10 +29,7 @@ struct ToolCallRequest;
 /// executor->setToolRegistry(registry);
 /// executor->setSystemPrompt(tr("You look after the pumps."));
 /// connect(executor, &AgentExecutor::assistantDelta, panel, &AgentChatPanel::appendAgentDelta);
-/// connect(executor, &AgentExecutor::approvalRequired, this, [=](const ApprovalRequest &request) {
-///     const auto answer = QMessageBox::question(this, request.toolName, request.reason);
-///     executor->resolveApproval(request.approvalId, answer == QMessageBox::Yes);
-/// });
+/// connect(executor, &AgentExecutor::approvalRequired, this, &Window::askUser); // see answerApproval()
 /// connect(executor, &AgentExecutor::assistantFinished, this, &Window::showAnswer);
 /// connect(executor, &AgentExecutor::failed, this, &Window::showError);
 /// executor->run(question);
@@ -50,7 +47,10 @@ struct ToolCallRequest;
 ///
 /// The executor owns neither the model nor the registry, and does not mind when they are deleted. It may
 /// itself be deleted, canceled or started again from a slot connected to any of its signals and from
-/// inside a tool. The replies of its requests are its children and live as long as it does.
+/// inside a tool. The replies of its requests are its children and live as long as it does. All of these
+/// belong to one thread.
+///
+/// An AgentSession is an executor that also remembers what was said before and tells every end.
 class QTAGENT_EXPORT AgentExecutor : public QObject
 {
     Q_OBJECT
@@ -83,21 +83,50 @@ public:
     /// that, too.
     void run(const QString &input);
 
+    /// Returns whether a run is in flight: one that waits for the model or the user, or executes a tool.
+    /// False already in the slots of assistantFinished(), of failed() and of the trace of a denial that ends
+    /// the run, and from when the reply, or the model that was asked, dies while its answer is awaited.
+    bool isRunning() const;
+
+    /// Answers the question @p shown, as approvalRequired() brought it, and returns whether the answer
+    /// counts: only while a call with this id, tool and arguments is waiting. So the answer of a dialog that
+    /// was left open can never allow another call, although ids come from the model and may repeat.
+    ///
+    /// If @p allowed, the tool runs and traceAdded() is emitted before this returns; the run goes on from the
+    /// event loop. Otherwise traceAdded() is emitted with the status "denied" and the run ends there: no
+    /// further tool, request or signal.
+    ///
+    /// Where the registry meanwhile holds another tool of that name, or the tool has got another permission,
+    /// an answer that allows does not count: the user was asked about something else. The call is then taken
+    /// up anew from the event loop, and approvalRequired() comes again if its tool needs it.
+    /// @code
+    /// void Window::askUser(const ApprovalRequest &request)
+    /// {
+    ///     auto *dialog = new ApprovalDialog(request, this);
+    ///     connect(dialog, &QDialog::finished, m_executor, [this, request](int result) {
+    ///         m_executor->answerApproval(request, result == QDialog::Accepted);
+    ///     });
+    ///     m_executor->whenApprovalOver(dialog, [dialog] { dialog->deleteLater(); });
+    ///     dialog->open();
+    /// }
+    /// @endcode
+    bool answerApproval(const ApprovalRequest &shown, bool allowed);
+
+    /// Calls @p callback once, from the next turn of the event loop after the call that is waiting now was
+    /// answered or withdrawn: by cancel(), by another run, by the death of the executor. Where none is
+    /// waiting, from the next turn. Never once @p context is deleted; with a null @p context or an empty
+    /// @p callback not at all. Callbacks come in the order in which they were registered.
+    void whenApprovalOver(QObject *context, const std::function<void()> &callback);
+
 public Q_SLOTS:
     /// Ends the run and cancels its request. Nothing is emitted, except for the trace of a tool that is
     /// running at this moment. Where the run has ended already, its last reply is marked as canceled and
     /// nothing else happens.
     void cancel();
 
-    /// Answers approvalRequired(). Does nothing unless @p approvalId is the id of the call that is waiting
-    /// now.
-    ///
-    /// If @p allowed, the tool runs and traceAdded() is emitted before this returns; the run goes on
-    /// from the event loop. Otherwise traceAdded() is emitted with the status "denied" and the run ends
-    /// there: no further tool, request or signal.
-    ///
-    /// Ids come from the model and may repeat from run to run: do not pass on the answer of a dialog whose
-    /// run has ended.
+    /// Answers approvalRequired() by the id alone. Does nothing unless @p approvalId is the id of the call
+    /// that is waiting now, which need not be the one that the user was shown: ids may repeat from run to run
+    /// and within one. A dialog answers with answerApproval(), whose effects are the same.
     void resolveApproval(const QString &approvalId, bool allowed);
 
 Q_SIGNALS:
@@ -111,8 +140,8 @@ Q_SIGNALS:
     /// to the model like any other.
     void traceAdded(const MireloQtLib::QtAgent::ToolCallTrace &trace);
 
-    /// The run waits for the user's decision on a tool call, until resolveApproval() is called with the
-    /// request's approvalId. That may happen in the slot, also from a modal dialog, or at any later time.
+    /// The run waits for the user's decision on a tool call, until answerApproval() is called with
+    /// @p request. That may happen in the slot, also from a modal dialog, or at any later time.
     void approvalRequired(const MireloQtLib::QtAgent::ApprovalRequest &request);
 
     /// The run ended with @p error:
@@ -128,24 +157,11 @@ Q_SIGNALS:
     void failed(const QString &error);
 
 private:
-    class Run;
+    friend class AgentSession;
 
-    void requestAnswer();
-    void awaitAnswer(ChatReply *reply);
-    void handleAnswer(ChatReply *reply, const QString &text);
-    void processNextCall();
-    AgentTool *findTool(const QString &name);
-    void askForApproval(const ToolCallRequest &call, ToolPermission permission);
-    void execute(const ToolCallRequest &call, AgentTool *tool);
-    void deny(const ToolCallRequest &call);
-    void post(void (AgentExecutor::*step)());
+    AgentExecutor(std::unique_ptr<AgentLoop> loop, QObject *parent);
 
-    QPointer<ChatModel> m_model;
-    QPointer<ToolRegistry> m_registry;
-    QPointer<ChatReply> m_currentReply;
-    QString m_systemPrompt;
-    int m_maxIterations = 6;
-    std::unique_ptr<Run> m_run;
+    const std::unique_ptr<AgentLoop> m_loop;
 };
 
 } // namespace QtAgent

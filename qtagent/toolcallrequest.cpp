@@ -6,33 +6,31 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-ToolCallRequest parseToolCall(const QJsonObject &toolCall, QString *error)
+PendingCall parseToolCall(const QJsonObject &toolCall)
 {
     const QJsonObject function = toolCall.value(QLatin1String("function")).toObject();
-    ToolCallRequest request;
-    request.id = toolCall.value(QLatin1String("id")).toString();
-    request.name = function.value(QLatin1String("name")).toString();
-    request.rawArguments = function.value(QLatin1String("arguments")).toString();
-    error->clear();
+    PendingCall call;
+    call.id = toolCall.value(QLatin1String("id")).toString();
+    call.name = function.value(QLatin1String("name")).toString();
+    call.rawArguments = function.value(QLatin1String("arguments")).toString();
 
-    if (request.id.isEmpty())
-        request.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
-    if (request.name.trimmed().isEmpty()) {
-        *error = QStringLiteral("Tool call is missing function name.");
-        return {};
+    if (call.id.isEmpty())
+        call.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+    if (call.name.trimmed().isEmpty()) {
+        call.error = QStringLiteral("Tool call is missing function name.");
+        return call;
     }
-    if (request.rawArguments.trimmed().isEmpty())
-        return request;
+    if (call.rawArguments.trimmed().isEmpty())
+        return call;
 
     QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(request.rawArguments.toUtf8(), &parseError);
-    if (!document.isObject()) {
-        *error =
-            QStringLiteral("Invalid tool arguments for %1: %2").arg(request.name, parseError.errorString());
-        return {};
-    }
-    request.arguments = document.object();
-    return request;
+    const QJsonDocument document = QJsonDocument::fromJson(call.rawArguments.toUtf8(), &parseError);
+    if (document.isObject())
+        call.arguments = document.object();
+    else
+        call.error =
+            QStringLiteral("Invalid tool arguments for %1: %2").arg(call.name, parseError.errorString());
+    return call;
 }
 
 } // namespace QtAgent

@@ -17,10 +17,19 @@ struct ToolCallRequest
     QString rawArguments;
 };
 
-// Reads @p toolCall, an element of a response's "tool_calls". A call without an id gets a new one. Where
-// the call has no function name, or arguments that are not a JSON object, the result is empty and
-// @p error says why; otherwise @p error is cleared.
-ToolCallRequest parseToolCall(const QJsonObject &toolCall, QString *error);
+// One of the calls of a response, on its way to its tool.
+struct PendingCall : ToolCallRequest
+{
+    // Why the arguments could not be read, else empty.
+    QString error;
+    // Its number in the response.
+    int index = 0;
+};
+
+// Reads @p toolCall, an element of a response's "tool_calls". A call without an id gets a new one. Where the
+// call has no function name, or arguments that are not a JSON object, the error says why, and the arguments
+// are empty.
+PendingCall parseToolCall(const QJsonObject &toolCall);
 
 } // namespace QtAgent
 } // namespace MireloQtLib

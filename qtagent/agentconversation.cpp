@@ -1,0 +1,129 @@
+#include "agentconversation_p.h"
+
+#include <QUuid>
+
+#include <algorithm>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+namespace {
+
+bool isSystem(const ChatMessage &message)
+{
+    return message.role == QLatin1String("system");
+}
+
+bool isQuestion(const ChatMessage &message)
+{
+    return message.role == QLatin1String("user");
+}
+
+bool isToolResult(const ChatMessage &message)
+{
+    return message.role == QLatin1String("tool");
+}
+
+bool hasCalls(const ChatMessage &message)
+{
+    return !message.toolCalls.isEmpty();
+}
+
+ChatMessage missingResult(const QString &id, const QString &name)
+{
+    return ChatMessage::tool(id, name, QStringLiteral("未执行。"));
+}
+
+using Position = QVector<ChatMessage>::const_iterator;
+
+// Appends the message at @p answer and the results of its calls, which stand somewhere before @p end.
+void appendRound(Position answer, Position end, QVector<ChatMessage> *completed)
+{
+    QVector<ChatMessage> results;
+    std::copy_if(answer, end, std::back_inserter(results), isToolResult);
+    ChatMessage message = *answer;
+    QVector<ChatMessage> round;
+    for (QJsonValueRef value : message.toolCalls) {
+        QJsonObject call = value.toObject();
+        const QString sentId = call.value(QLatin1String("id")).toString();
+        const QString id = sentId.isEmpty() ? QUuid::createUuid().toString(QUuid::WithoutBraces) : sentId;
+        call.insert(QStringLiteral("id"), id);
+        value = call;
+        const auto result =
+            std::find_if(results.begin(), results.end(),
+                         [&sentId](const ChatMessage &result) { return result.toolCallId == sentId; });
+        const QJsonObject function = call.value(QLatin1String("function")).toObject();
+        if (result == results.end()) {
+            round.append(missingResult(id, function.value(QLatin1String("name")).toString()));
+        } else {
+            round.append(*result);
+            round.last().toolCallId = id;
+            results.erase(result);
+        }
+    }
+    completed->append(message);
+    completed->append(round);
+}
+
+} // namespace
+
+bool AgentConversation::hasQuestion() const
+{
+    return std::any_of(m_messages.cbegin(), m_messages.cend(), isQuestion);
+}
+
+void AgentConversation::clear()
+{
+    m_messages.clear();
+    ++m_revision;
+}
+
+void AgentConversation::setMessages(const QVector<ChatMessage> &messages)
+{
+    clear();
+    std::copy_if(messages.cbegin(), messages.cend(), std::back_inserter(m_messages), isSystem);
+    for (auto message = messages.cbegin(); message != messages.cend(); ++message) {
+        if (hasCalls(*message))
+            appendRound(message, std::find_if(message + 1, messages.cend(), hasCalls), &m_messages);
+        else if (!isSystem(*message) && !isToolResult(*message))
+            m_messages.append(*message);
+    }
+}
+
+void AgentConversation::addQuestion(const QString &systemPrompt, const QString &question)
+{
+    if (m_messages.isEmpty() && !systemPrompt.trimmed().isEmpty())
+        m_messages.append(ChatMessage::system(systemPrompt));
+    m_messages.append(ChatMessage::user(question));
+    ++m_revision;
+}
+
+void AgentConversation::addAnswer(const ChatMessage &answer)
+{
+    m_messages.append(answer);
+    ++m_revision;
+}
+
+void AgentConversation::addCalls(const ChatMessage &answer, const QVector<PendingCall> &calls)
+{
+    addAnswer(answer);
+    m_firstResult = int(m_messages.size());
+    for (const PendingCall &call : calls)
+        m_messages.append(missingResult(call.id, call.name));
+}
+
+void AgentConversation::setResult(int index, const QString &text)
+{
+    m_messages[m_firstResult + index].content = text;
+    ++m_revision;
+}
+
+void AgentConversation::dropAnswer()
+{
+    const auto question = std::find_if(m_messages.crbegin(), m_messages.crend(), isQuestion);
+    m_messages.resize(int(m_messages.crend() - question));
+    ++m_revision;
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib
