@@ -20,8 +20,13 @@ public:
     using ToolRegistry = MireloQtLib::QtAgent::ToolRegistry;
     using ToolResult = MireloQtLib::QtAgent::ToolResult;
 
-    AgentFixture()
+    /// Owns both.
+    explicit AgentFixture(AgentExecutor *usedExecutor = new AgentExecutor,
+                          ScriptedModel *usedModel = new ScriptedModel)
+        : model(usedModel)
+        , executor(usedExecutor)
     {
+        model->setParent(this);
         logSignals();
         executor->setModel(model);
         executor->setToolRegistry(registry);
@@ -101,9 +106,9 @@ public:
     QVector<ToolCallTrace> traces;
     QVector<ApprovalRequest> approvals;
 
-    const QPointer<ScriptedModel> model{new ScriptedModel(this)};
+    const QPointer<ScriptedModel> model;
     const QPointer<ToolRegistry> registry{new ToolRegistry(this)};
-    const QPointer<AgentExecutor> executor{new AgentExecutor};
+    const QPointer<AgentExecutor> executor;
 
 private:
     void logSignals()

@@ -1,0 +1,299 @@
+#include "support/eventloop.h"
+#include "support/runledger.h"
+#include "support/strictconversation.h"
+#include "support/torture.h"
+
+#include <QtTest>
+
+#include <memory>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+// A strict model whose replies are seen before the session connects to them, and once more when it has.
+class WatchedStrictModel : public StrictModel
+{
+public:
+    std::function<void(ChatReply *)> onReply;
+    std::function<void(ChatReply *)> onAnswer;
+
+    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
+                    QObject *parent) override
+    {
+        QTimer::singleShot(0, this, [this] {
+            if (lastCall().reply)
+                onAnswer(lastCall().reply);
+        });
+        ChatReply *reply = StrictModel::chat(messages, tools, parent);
+        onReply(reply);
+        return reply;
+    }
+};
+
+// A tool is no signal, but slots may do the same in it.
+class CalledTool : public QObject
+{
+    Q_OBJECT
+
+Q_SIGNALS:
+    void called();
+};
+
+// How the runs of a session go, and how they are driven.
+struct SessionPlot
+{
+    bool isAllowed = true;
+    bool isAnsweredLater = false;
+    bool fails = false;
+    bool goesOnAfterDenial = false;
+    bool actsFirst = true; // the slots that act are connected before those of the session and the host
+    bool isUsedAsExecutor = false; // what both classes have is called through a pointer to the executor
+};
+
+// A session with a call that only reads and one that needs an approval, then a text in two pieces.
+class SessionStage : public TortureStage
+{
+public:
+    explicit SessionStage(const SessionPlot &plot)
+        : m_plot(plot)
+    {
+        m_read = addTool("read", ToolPermission::ReadOnly);
+        m_write = addTool("write", ToolPermission::Write);
+        m_session->setModel(m_model);
+        m_session->setToolRegistry(m_registry);
+        if (plot.goesOnAfterDenial)
+            m_session->setAfterDenial(AgentSession::AfterDenial::TellModel);
+        addVictims();
+        addActions();
+        connectHost();
+    }
+
+    ~SessionStage() override
+    {
+        delete m_session;
+        delete m_model;
+    }
+
+protected:
+    void start() override
+    {
+        addScript();
+        m_session->send("question");
+    }
+
+    void inspect() override
+    {
+        const bool isAlive = m_session;
+        if (!m_ledger.fault().isEmpty())
+            reportFault(m_ledger.fault());
+        if (isAlive && m_ledger.begunRuns() != m_ledger.ends().size())
+            reportFault(QString("%1 runs, %2 ends").arg(m_ledger.begunRuns()).arg(m_ledger.ends().size()));
+        if (m_model && !m_model->faults().isEmpty())
+            reportFault("refused: " + m_model->faults().first());
+        QStringList late = signalsAfterAction().filter("AgentSession");
+        if (action() == "delete session" && !late.isEmpty())
+            reportFault("emitted afterwards: " + late.join(", "));
+        const bool begins = QStringList{"run", "send"}.contains(action());
+        if (begins && m_ledger.ends().last() != lastEnd())
+            reportFault("the last run does not end as it should");
+    }
+
+private:
+    RunEnd lastEnd() const
+    {
+        if (!m_plot.isAllowed && !m_plot.goesOnAfterDenial)
+            return RunEnd::Denied;
+        return m_plot.fails ? RunEnd::Failed : RunEnd::Finished;
+    }
+
+    // The ids repeat from run to run, the arguments do not.
+    void addScript()
+    {
+        const QJsonObject arguments{{"run", ++m_run}};
+        m_model->clearAnswers();
+        m_model->addToolCalls({makeToolCall("c1", "read", {}), makeToolCall("c2", "write", arguments)},
+                              "Let me see.");
+        if (m_plot.fails)
+            m_model->addFailure("no network");
+        else
+            m_model->addText({"one ", "two"});
+    }
+
+    FunctionTool *addTool(const QString &name, ToolPermission permission)
+    {
+        const auto handler = [this, name](const QJsonObject &arguments) {
+            if (name == "write")
+                m_ledger.execute(name, arguments);
+            Q_EMIT m_tool.called();
+            ToolResult result;
+            result.content = name;
+            return result;
+        };
+        auto *tool =
+            new FunctionTool(name, "Does things.", {{"type", "object"}}, permission, handler, m_registry);
+        m_registry->registerTool(tool);
+        return tool;
+    }
+
+    void addVictims()
+    {
+        addVictim("session", [this] { return m_session.data(); });
+        addVictim("model", [this] { return m_model.data(); });
+        addVictim("registry", [this] { return m_registry.data(); });
+        addVictim("tool read", [this] { return m_read.data(); });
+        addVictim("tool write", [this] { return m_write.data(); });
+        addVictim("reply", [this] { return lastReply(); });
+    }
+
+    void addActions()
+    {
+        addAction("cancel", [this] { m_plot.isUsedAsExecutor ? executor()->cancel() : m_session->cancel(); });
+        addAction("run", [this] {
+            addScript();
+            m_plot.isUsedAsExecutor ? executor()->run("again") : m_session->run("again");
+        });
+        addAction("send", [this] { start(); });
+        addAction("regenerate", [this] {
+            addScript();
+            m_session->regenerate();
+        });
+        addAction("set conversation", [this] { m_session->setConversation({}); });
+        addAction("cancel reply", [this] {
+            if (const QPointer<ChatReply> reply = lastReply())
+                reply->cancel();
+        });
+        addAction("allow what was asked", [this] { answerAll(true); });
+        addAction("deny what was asked", [this] { answerAll(false); });
+    }
+
+    ChatReply *lastReply() const
+    {
+        return m_model && !m_model->calls().isEmpty() ? m_model->lastCall().reply.data() : nullptr;
+    }
+
+    AgentExecutor *executor() const { return m_session; }
+
+    // The dialogs of all questions so far are answered once more.
+    void answerAll(bool allowed)
+    {
+        const QVector<ApprovalRequest> requests = m_ledger.requests();
+        for (const ApprovalRequest &request : requests)
+            m_ledger.answer(request, allowed);
+    }
+
+    void connectHost()
+    {
+        setActsLast(!m_plot.actsFirst);
+        m_model->onReply = [this](ChatReply *reply) { watch(reply); };
+        m_model->onAnswer = [this](ChatReply *reply) { actAfterwards(reply); };
+        watch(m_session);
+        watch(&m_tool);
+        connect(m_session, &AgentSession::approvalRequired, this, &SessionStage::answer);
+        actAfterwards(m_session);
+        actAfterwards(&m_tool);
+    }
+
+    void answer(const ApprovalRequest &request)
+    {
+        const auto resolve = [this, request] { m_ledger.answer(request, m_plot.isAllowed); };
+        if (m_plot.isAnsweredLater)
+            QTimer::singleShot(0, this, resolve);
+        else
+            resolve();
+    }
+
+    const SessionPlot m_plot;
+    int m_run = 0;
+    CalledTool m_tool;
+    QObject m_owner;
+    const QPointer<WatchedStrictModel> m_model{new WatchedStrictModel};
+    const QPointer<ToolRegistry> m_registry{new ToolRegistry(&m_owner)};
+    const QPointer<AgentSession> m_session{new AgentSession};
+    RunLedger m_ledger{m_session};
+    QPointer<AgentTool> m_read;
+    QPointer<AgentTool> m_write;
+};
+
+using StageFactory = std::function<std::unique_ptr<TortureStage>()>;
+
+QMap<QString, StageFactory> scenarios()
+{
+    QMap<QString, StageFactory> all;
+    const auto add = [&all](const QString &name, SessionPlot plot) {
+        for (const bool actsFirst : {true, false}) {
+            for (const bool isUsedAsExecutor : {true, false}) {
+                plot.actsFirst = actsFirst;
+                plot.isUsedAsExecutor = isUsedAsExecutor;
+                const QString place = actsFirst ? ", first slot" : ", last slot";
+                all.insert(name + place + (isUsedAsExecutor ? ", as executor" : ""),
+                           [plot] { return std::make_unique<SessionStage>(plot); });
+            }
+        }
+    };
+    add("allowed in the signal", {});
+    add("allowed later", {true, true});
+    add("denied in the signal", {false});
+    add("denied later", {false, true});
+    add("denied and told", {false, true, false, true});
+    add("failing request", {true, false, true});
+    return all;
+}
+
+} // namespace
+
+// Whatever a slot or a tool does in whatever signal of a session, every run has one end and no call is
+// executed that was not allowed.
+class TestTortureSession : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanupTestCase();
+    void slotsMayDoAnything_data();
+    void slotsMayDoAnything();
+
+private:
+    const QMap<QString, StageFactory> m_scenarios = scenarios();
+    int m_combinations = 0;
+};
+
+void TestTortureSession::cleanupTestCase()
+{
+    qInfo("%d combinations of an emission and an action in %d scenarios", m_combinations,
+          int(m_scenarios.size()));
+}
+
+void TestTortureSession::slotsMayDoAnything_data()
+{
+    QTest::addColumn<QString>("scenario");
+    QTest::addColumn<int>("emission");
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QStringList>("signalNames");
+    for (auto scenario = m_scenarios.cbegin(); scenario != m_scenarios.cend(); ++scenario) {
+        const std::unique_ptr<TortureStage> rehearsal = scenario.value()();
+        rehearsal->play();
+        QVERIFY2(!rehearsal->emissions().isEmpty(), qPrintable(scenario.key()));
+        QVERIFY2(rehearsal->fault().isEmpty(), qPrintable(scenario.key() + rehearsal->fault()));
+        addTortureRows(scenario.key(), *rehearsal);
+    }
+}
+
+void TestTortureSession::slotsMayDoAnything()
+{
+    QFETCH(QString, scenario);
+    QFETCH(int, emission);
+    QFETCH(QString, action);
+    QFETCH(QStringList, signalNames);
+    const std::unique_ptr<TortureStage> stage = m_scenarios.value(scenario)();
+    stage->play(emission, action);
+    ++m_combinations;
+    QCOMPARE(stage->fault(), QString());
+    if (action == "nested event loop") {
+        signalNames.sort();
+        QCOMPARE(sortedSignals(stage->emissions()), signalNames);
+    }
+}
+
+QTEST_GUILESS_MAIN(TestTortureSession)
+#include "tst_torture_session.moc"
