@@ -1,11 +1,11 @@
-// What the agent loop costs: a tool call through the executor beside the same call made by hand, and the
-// time and memory of a run. The model answers at once, so everything measured is the library's own. And what
-// it costs to register tools and to ask for their definitions (goal: linear in their number).
+// What the agent loop costs: a tool call through an executor and a session beside the same call made by hand,
+// and the time and memory of a run. The model answers at once, so everything measured is the library's own. And
+// what it costs to register tools and to ask for their definitions (goal: linear in their number).
 
 #include "../tests/support/eventloop.h"
 #include "../tests/support/heapusage.h"
 
-#include <qtagent/agentexecutor.h>
+#include <qtagent/agentsession.h>
 
 #include <QCoreApplication>
 #include <QJsonDocument>
@@ -114,35 +114,45 @@ void callsByHandOneATurn(benchmark::State &state)
     setCallCounters(state);
 }
 
-void callsThroughTheExecutor(benchmark::State &state)
+// What deleteLater() was called for goes in the next turn, as in a program.
+void runUntilOver()
+{
+    runUntilQuiet();
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+}
+
+template<typename Executor>
+void callsThrough(benchmark::State &state)
 {
     InstantModel model(int(state.range(0)));
     ToolRegistry registry;
     registerQuery(registry);
     for ([[maybe_unused]] auto iteration : state) {
-        AgentExecutor executor;
+        Executor executor;
         executor.setModel(&model);
         executor.setToolRegistry(&registry);
         executor.run("question");
-        runUntilQuiet();
+        runUntilOver();
     }
     setCallCounters(state);
 }
 
-// Runs of one executor, with one tool call each. Its replies are kept until it dies.
-void runsOfOneExecutor(benchmark::State &state)
+// Runs of one object, with one tool call each. The replies of an executor are kept until it dies, those of a
+// session are deleted.
+template<typename Executor>
+void runsOfOne(benchmark::State &state)
 {
     InstantModel model(1);
     ToolRegistry registry;
     registerQuery(registry);
     for ([[maybe_unused]] auto iteration : state) {
-        AgentExecutor executor;
+        Executor executor;
         executor.setModel(&model);
         executor.setToolRegistry(&registry);
         const auto before = heapUsage();
         for (int i = 0; i < state.range(0); ++i) {
             executor.run("question");
-            runUntilQuiet();
+            runUntilOver();
         }
         const auto after = heapUsage();
         if (before && after)
@@ -166,8 +176,14 @@ void registerAndDefine(benchmark::State &state)
 
 BENCHMARK(callsByHand)->Arg(1)->Arg(10)->Arg(100);
 BENCHMARK(callsByHandOneATurn)->Arg(1)->Arg(10)->Arg(100);
-BENCHMARK(callsThroughTheExecutor)->Arg(1)->Arg(10)->Arg(100);
-BENCHMARK(runsOfOneExecutor)
+BENCHMARK_TEMPLATE(callsThrough, AgentExecutor)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK_TEMPLATE(callsThrough, AgentSession)->Arg(1)->Arg(10)->Arg(100);
+BENCHMARK_TEMPLATE(runsOfOne, AgentExecutor)
+    ->RangeMultiplier(10)
+    ->Range(100, 10000)
+    ->Unit(benchmark::kMillisecond)
+    ->Complexity(benchmark::oN);
+BENCHMARK_TEMPLATE(runsOfOne, AgentSession)
     ->RangeMultiplier(10)
     ->Range(100, 10000)
     ->Unit(benchmark::kMillisecond)

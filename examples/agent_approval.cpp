@@ -1,7 +1,7 @@
-// An agent in a window: it calls a tool that writes a file, after the user has allowed that.
+// A chat with an agent in a window: it calls a tool that writes a file, after the user has allowed that.
 // Start agent_approval, send "Export the report", and see what the two answers lead to.
 
-#include <qtagent/agentexecutor.h>
+#include <qtagent/agentsession.h>
 #include <qtagent/mockchatmodel.h>
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/approvaldialog.h>
@@ -32,28 +32,35 @@ int main(int argc, char *argv[])
         QStringLiteral("export_report"), QStringLiteral("Writes the report to a file."),
         QJsonDocument::fromJson(schema).object(), ToolPermission::FileSystem, &exportReport, &registry));
     MockChatModel model;
-    AgentExecutor executor;
-    executor.setModel(&model);
-    executor.setToolRegistry(&registry);
+    AgentSession session;
+    session.setModel(&model);
+    session.setToolRegistry(&registry);
 
     QSplitter window(Qt::Vertical);
     auto *panel = new AgentChatPanel(&window);
     auto *traces = new ToolCallTraceView(&window);
-    QObject::connect(panel, &AgentChatPanel::sendRequested, panel, &AgentChatPanel::finishAgentMessage);
     QObject::connect(panel, &AgentChatPanel::sendRequested, panel, &AgentChatPanel::appendUserMessage);
-    QObject::connect(panel, &AgentChatPanel::sendRequested, panel, [panel] { panel->setBusy(true); });
-    QObject::connect(panel, &AgentChatPanel::sendRequested, &executor, &AgentExecutor::run);
-    QObject::connect(panel, &AgentChatPanel::stopRequested, &executor, &AgentExecutor::cancel);
-    QObject::connect(panel, &AgentChatPanel::stopRequested, panel, [panel] { panel->setBusy(false); });
-    QObject::connect(&executor, &AgentExecutor::assistantDelta, panel, &AgentChatPanel::appendAgentDelta);
-    QObject::connect(&executor, &AgentExecutor::assistantFinished, panel, [panel] { panel->setBusy(false); });
-    QObject::connect(&executor, &AgentExecutor::failed, panel, &AgentChatPanel::appendSystemMessage);
-    QObject::connect(&executor, &AgentExecutor::failed, panel, [panel] { panel->setBusy(false); });
-    QObject::connect(&executor, &AgentExecutor::traceAdded, traces, &ToolCallTraceView::addTrace);
-    QObject::connect(&executor, &AgentExecutor::approvalRequired, panel, [&](const ApprovalRequest &request) {
-        const bool allowed = ApprovalDialog::ask(request, &window);
-        panel->setBusy(allowed); // a denial ends the run without a further signal
-        executor.resolveApproval(request.approvalId, allowed);
+    QObject::connect(panel, &AgentChatPanel::sendRequested, &session, &AgentSession::send);
+    QObject::connect(panel, &AgentChatPanel::stopRequested, &session, &AgentSession::cancel);
+    QObject::connect(panel, &AgentChatPanel::clearRequested, &session, [&session] {
+        session.cancel();
+        session.setConversation({});
+    });
+    QObject::connect(&session, &AgentSession::runningChanged, panel, &AgentChatPanel::setBusy);
+    QObject::connect(&session, &AgentSession::assistantDelta, panel, &AgentChatPanel::appendAgentDelta);
+    QObject::connect(&session, &AgentSession::traceAdded, traces, &ToolCallTraceView::addTrace);
+    QObject::connect(&session, &AgentSession::runEnded, panel, [panel](const RunOutcome &outcome) {
+        panel->finishAgentMessage();
+        if (outcome.end == RunEnd::Failed)
+            panel->appendSystemMessage(outcome.error);
+    });
+    QObject::connect(&session, &AgentSession::approvalRequired, panel, [&](const ApprovalRequest &request) {
+        auto *dialog = new ApprovalDialog(request, &window);
+        QObject::connect(dialog, &QDialog::finished, &session, [&session, request](int result) {
+            session.answerApproval(request, result == QDialog::Accepted);
+        });
+        session.whenApprovalOver(dialog, [dialog] { dialog->deleteLater(); });
+        dialog->open();
     });
     window.show();
     return QApplication::exec();

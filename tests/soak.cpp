@@ -1,9 +1,9 @@
 // Shows that memory stays flat over a long session: orvane-soak [PERCENT], 100 by default.
 //
-// Streamed requests to a server (5,000), agent runs (1,000), visits of the demo's pages that keep nothing
-// (1,000) and of those that keep their runs (100) are repeated; a line per thousand shows the memory. A
-// transcript of 5 MB is shown and cleared, twice. PERCENT shortens all of it. The exit status is 1 where
-// memory has grown beyond the bounds below.
+// Streamed requests to a server (5,000), agent runs (1,000), runs of one session with answers of 100 KB
+// (1,000), visits of the demo's pages that keep nothing (1,000) and of those that keep their runs (100) are
+// repeated; a line per thousand shows the memory. A transcript of 5 MB is shown and cleared, twice. PERCENT
+// shortens all of it. The exit status is 1 where memory has grown beyond the bounds below.
 //
 // The server is a process of its own, this program once more, so that what it keeps does not count.
 
@@ -14,6 +14,7 @@
 #include "support/offlineconfiguration.h"
 
 #include <demo/orvanedemowindow.h>
+#include <qtagent/agentsession.h>
 #include <qtagent/openaicompatiblemodel.h>
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/approvaldialog.h>
@@ -225,6 +226,52 @@ bool agentRunsStayFlat(int count)
     });
 }
 
+// Asks for a tool, and answers with 100 KB once it has the result.
+class LongModel : public ChatModel
+{
+public:
+    const QString answer{100 * kilobyte, 'x'};
+
+    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> & /*tools*/,
+                    QObject *parent) override
+    {
+        auto *reply = new ChatReply(parent);
+        const bool hasResult = messages.last().role == "tool";
+        QTimer::singleShot(0, reply, [this, reply, hasResult] {
+            if (hasResult)
+                reply->appendDelta(answer);
+            else
+                reply->setToolCalls("", AgentFixture::callsOf({"read"}));
+            reply->finish(reply->text());
+        });
+        return reply;
+    }
+};
+
+// One session for all runs, each a conversation of its own.
+bool sessionRunsStayFlat(int count)
+{
+    LongModel model;
+    ToolRegistry registry;
+    registry.registerTool(new FunctionTool("read", "", {}, ToolPermission::ReadOnly,
+                                           [](const QJsonObject &) { return ToolResult(); }));
+    AgentSession session;
+    session.setModel(&model);
+    session.setToolRegistry(&registry);
+    int finishedRuns = 0;
+    QObject::connect(&session, &AgentSession::runEnded, &session, [&](const RunOutcome &outcome) {
+        finishedRuns += outcome.text == model.answer ? 1 : 0;
+    });
+    int runs = 0;
+    return staysFlat("session runs", count, [&] {
+        session.run("question");
+        runUntilQuiet();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        if (finishedRuns != ++runs)
+            qFatal("the run did not finish");
+    });
+}
+
 // Allows what the pages ask for.
 class Approver : public QObject
 {
@@ -392,6 +439,7 @@ int main(int argc, char **argv)
     const ServerProcess server;
     bool holds = requestsStayFlat(50 * percent, server.baseUrl());
     holds = agentRunsStayFlat(10 * percent) && holds;
+    holds = sessionRunsStayFlat(10 * percent) && holds;
     holds = pageVisitsStayFlat(percent, server.baseUrl()) && holds;
     holds = transcriptIsGivenBack(5 * megabyte * percent / 100) && holds;
     return holds ? 0 : 1;
