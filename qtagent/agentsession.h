@@ -145,7 +145,7 @@ Q_SIGNALS:
     /// A run began, or is over. isRunning() has changed already.
     void runningChanged(bool running);
 
-    /// The run is over: the last signal of every run. It may be deleted, and another one may be begun, here.
+    /// The run is over, and nothing of it follows. The next one may be begun here, and the session deleted.
     void runEnded(const MireloQtLib::QtAgent::RunOutcome &outcome);
 
     /// A tool is about to run. @p call has the status "running", the duration 0 and the time of the start. A

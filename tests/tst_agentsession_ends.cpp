@@ -34,6 +34,8 @@ private Q_SLOTS:
     void whatASlotBeganIsReplacedInTurn();
     void slotMayDeleteTheSessionAtEveryStep_data();
     void slotMayDeleteTheSessionAtEveryStep();
+    void deletedSessionTellsNothing_data();
+    void deletedSessionTellsNothing();
 };
 
 namespace {
@@ -459,6 +461,28 @@ void TestAgentSessionEnds::slotMayDeleteTheSessionAtEveryStep()
     runUntilQuiet();
     QVERIFY(!agent.session);
     QCOMPARE(agent.log.last(), place);
+}
+
+void TestAgentSessionEnds::deletedSessionTellsNothing_data()
+{
+    QTest::addColumn<Step>("prepare");
+    QTest::newRow("while it awaits an answer") << Step([](SessionFixture &agent) { agent.send("question"); });
+    QTest::newRow("while the user is asked") << Step(askToWrite);
+    QTest::newRow("before it told that it is abandoned") << Step([](SessionFixture &agent) {
+        agent.send("question");
+        delete agent.model->lastCall().reply;
+    });
+}
+
+void TestAgentSessionEnds::deletedSessionTellsNothing()
+{
+    QFETCH(Step, prepare);
+    SessionFixture agent;
+    prepare(agent);
+    const QStringList log = agent.log;
+    delete agent.session;
+    runUntilQuiet();
+    QCOMPARE(agent.log, log);
 }
 
 QTEST_GUILESS_MAIN(TestAgentSessionEnds)
