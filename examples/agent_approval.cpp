@@ -1,5 +1,6 @@
 // A chat with an agent in a window: it calls a tool that writes a file, after the user has allowed that.
-// Start agent_approval, send "Export the report", and see what the two answers lead to.
+// Start agent_approval, send "Export the report", and see what the two answers lead to. Clear the chat in
+// between: the mock model calls a tool once in a conversation.
 
 #include <qtagent/agentsession.h>
 #include <qtagent/mockchatmodel.h>

@@ -218,26 +218,46 @@ class TestAgentSessionSequences : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void anySequenceKeepsTheRules_data();
     void anySequenceKeepsTheRules();
+    void sequencesReachEveryEnd();
+
+private:
+    QMap<QString, int> m_ends;
+    int m_executions = 0;
 };
+
+void TestAgentSessionSequences::anySequenceKeepsTheRules_data()
+{
+    constexpr quint32 sequences = 3000;
+    constexpr quint32 sequencesPerRow = 300;
+    QTest::addColumn<quint32>("first");
+    QTest::addColumn<quint32>("end");
+    for (quint32 seed = 0; seed < sequences; seed += sequencesPerRow)
+        QTest::addRow("seeds from %u", seed) << seed << seed + sequencesPerRow;
+}
 
 void TestAgentSessionSequences::anySequenceKeepsTheRules()
 {
-    constexpr quint32 sequences = 3000;
-    QMap<QString, int> ends;
-    int executions = 0;
-    for (quint32 seed = 0; seed < sequences; ++seed) {
+    QFETCH(quint32, first);
+    QFETCH(quint32, end);
+    for (quint32 seed = first; seed < end; ++seed) {
         RandomHost host(seed);
         host.play();
         QVERIFY2(host.fault().isEmpty(), qPrintable(QString("%1: %2").arg(seed).arg(host.fault())));
-        executions += host.executions();
-        for (const RunEnd end : host.ledger().ends())
-            ++ends[QVariant::fromValue(end).toString()];
+        m_executions += host.executions();
+        for (const RunEnd runEnd : host.ledger().ends())
+            ++m_ends[QVariant::fromValue(runEnd).toString()];
     }
-    qInfo() << executions << "allowed calls, ends:" << ends;
-    // The sequences reach what they are meant to reach.
-    QCOMPARE(ends.size(), 6);
-    QVERIFY(executions > 0);
+}
+
+// Otherwise they would show nothing.
+void TestAgentSessionSequences::sequencesReachEveryEnd()
+{
+    qInfo() << m_executions << "allowed calls, ends:" << m_ends;
+    QCOMPARE(m_ends.keys(),
+             (QStringList{"Abandoned", "Canceled", "Denied", "Failed", "Finished", "Replaced"}));
+    QVERIFY(m_executions > 1000);
 }
 
 QTEST_GUILESS_MAIN(TestAgentSessionSequences)
