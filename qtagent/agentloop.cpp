@@ -141,9 +141,7 @@ void AgentLoop::handleAnswer(ChatReply *reply, const QString &text)
         fail(error, text);
         return;
     }
-    ChatMessage answer = reply->message();
-    answer.toolCalls = echo(toolCalls, calls);
-    m_conversation.addCalls(answer, calls);
+    m_conversation.addCalls(messageOf(*reply, calls), calls);
     run->calls = calls;
     run->nextCall = 0;
     releaseReply(reply);
@@ -379,9 +377,9 @@ void AgentLoop::receiveDelta(const QString &delta)
 
 void AgentLoop::releaseReply(ChatReply * /*reply*/) {}
 
-QJsonArray AgentLoop::echo(const QJsonArray &toolCalls, const QVector<PendingCall> & /*calls*/) const
+ChatMessage AgentLoop::messageOf(const ChatReply &reply, const QVector<PendingCall> & /*calls*/) const
 {
-    return toolCalls;
+    return reply.message();
 }
 
 void AgentLoop::tellConversation() {}

@@ -106,8 +106,8 @@ protected:
     virtual void receiveDelta(const QString &delta);
     // Nobody needs @p reply any more.
     virtual void releaseReply(ChatReply *reply);
-    // Returns @p toolCalls, which were read as @p calls, as they go into the conversation.
-    virtual QJsonArray echo(const QJsonArray &toolCalls, const QVector<PendingCall> &calls) const;
+    // Returns the answer of @p reply, whose calls were read as @p calls, as it goes into the conversation.
+    virtual ChatMessage messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const;
     // The conversation has changed, and the signal that tells why was emitted.
     virtual void tellConversation();
     // The tool of @p call is about to run. Returns whether it may.

@@ -5,6 +5,23 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+namespace {
+
+// Returns @p sent, which was read as @p call, with an id and with arguments that can be read.
+QJsonObject completed(const QJsonObject &sent, const PendingCall &call)
+{
+    QJsonObject result = sent;
+    result.insert(QStringLiteral("id"), call.id);
+    if (!call.error.isEmpty()) {
+        QJsonObject function = sent.value(QLatin1String("function")).toObject();
+        function.insert(QStringLiteral("arguments"), QStringLiteral("{}"));
+        result.insert(QStringLiteral("function"), function);
+    }
+    return result;
+}
+
+} // namespace
+
 SessionLoop::SessionLoop(AgentSession *session)
     : AgentLoop(session)
     , m_session(session)
@@ -139,20 +156,12 @@ void SessionLoop::releaseReply(ChatReply *reply)
         guard->deleteLater();
 }
 
-QJsonArray SessionLoop::echo(const QJsonArray &toolCalls, const QVector<PendingCall> &calls) const
+ChatMessage SessionLoop::messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const
 {
-    QJsonArray echoed;
-    for (const PendingCall &call : calls) {
-        QJsonObject object = toolCalls.at(call.index).toObject();
-        object.insert(QStringLiteral("id"), call.id);
-        if (!call.error.isEmpty()) {
-            QJsonObject function = object.value(QLatin1String("function")).toObject();
-            function.insert(QStringLiteral("arguments"), QStringLiteral("{}"));
-            object.insert(QStringLiteral("function"), function);
-        }
-        echoed.append(object);
-    }
-    return echoed;
+    ChatMessage message = reply.message();
+    for (const PendingCall &call : calls)
+        message.toolCalls[call.index] = completed(message.toolCalls.at(call.index).toObject(), call);
+    return message;
 }
 
 void SessionLoop::tellConversation()
@@ -192,7 +201,7 @@ void SessionLoop::end(RunEnd end, const QString &text, const QString &error)
 void SessionLoop::keepAnswer(RunEnd end)
 {
     if (end == RunEnd::Finished)
-        m_conversation.addAnswer(m_reply->message());
+        m_conversation.addAnswer(messageOf(*m_reply, {}));
     else if (m_run->state == AgentRun::State::Awaiting && !m_arrived.isEmpty())
         m_conversation.addAnswer(ChatMessage::assistant(m_arrived));
 }

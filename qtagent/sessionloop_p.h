@@ -27,7 +27,7 @@ protected:
     void watchReply(ChatReply *reply) override;
     void receiveDelta(const QString &delta) override;
     void releaseReply(ChatReply *reply) override;
-    QJsonArray echo(const QJsonArray &toolCalls, const QVector<PendingCall> &calls) const override;
+    ChatMessage messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const override;
     void tellConversation() override;
     bool announce(const PendingCall &call, AgentTool *tool, ToolPermission permission) override;
     void end(RunEnd end, const QString &text, const QString &error) override;

@@ -12,7 +12,8 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-/// The record of one tool call that was executed or denied, as AgentExecutor::traceAdded() emits it.
+/// The record of one tool call that was executed or denied, as AgentExecutor::traceAdded() emits it, and of
+/// one that is about to be, as AgentSession::toolStarted() does.
 ///
 /// @code
 /// connect(executor, &AgentExecutor::traceAdded, this,
@@ -24,7 +25,7 @@ struct ToolCallTrace
     QString callId;
     /// The name of the tool that was called.
     QString toolName;
-    /// "success", "failed" or "denied".
+    /// "success", "failed" or "denied"; "running" of a call that is about to be executed.
     QString status;
     /// What the tool may do; ToolPermission::ReadOnly for a denied call whose tool is gone.
     ToolPermission permission = ToolPermission::ReadOnly;
@@ -45,11 +46,11 @@ struct ToolCallTrace
     friend bool operator!=(const ToolCallTrace &left, const ToolCallTrace &right) { return !(left == right); }
 };
 
-/// The question whether a tool may run, as AgentExecutor::approvalRequired() emits it. The answer goes to
-/// AgentExecutor::resolveApproval().
+/// The question whether a tool may run, as AgentExecutor::approvalRequired() emits it. It is handed to
+/// AgentExecutor::answerApproval() with the answer.
 struct ApprovalRequest
 {
-    /// What to hand to AgentExecutor::resolveApproval(). It is the call's id.
+    /// The call's id, which the model gave or which was generated. It may repeat.
     QString approvalId;
     /// The name of the tool that is to run.
     QString toolName;
