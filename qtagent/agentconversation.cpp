@@ -37,7 +37,7 @@ ChatMessage missingResult(const QString &id, const QString &name)
 using Position = QVector<ChatMessage>::const_iterator;
 
 // Appends the message at @p answer and the results of its calls, which stand somewhere before @p end.
-void appendRound(Position answer, Position end, QVector<ChatMessage> *completed)
+void appendRound(const Position &answer, const Position &end, QVector<ChatMessage> *conversation)
 {
     QVector<ChatMessage> results;
     std::copy_if(answer, end, std::back_inserter(results), isToolResult);
@@ -61,40 +61,41 @@ void appendRound(Position answer, Position end, QVector<ChatMessage> *completed)
             results.erase(result);
         }
     }
-    completed->append(message);
-    completed->append(round);
+    conversation->append(message);
+    conversation->append(round);
 }
 
 } // namespace
+
+QVector<ChatMessage> completedConversation(const QVector<ChatMessage> &messages)
+{
+    QVector<ChatMessage> conversation;
+    std::copy_if(messages.cbegin(), messages.cend(), std::back_inserter(conversation), isSystem);
+    for (auto message = messages.cbegin(); message != messages.cend(); ++message) {
+        if (hasCalls(*message))
+            appendRound(message, std::find_if(message + 1, messages.cend(), hasCalls), &conversation);
+        else if (!isSystem(*message) && !isToolResult(*message))
+            conversation.append(*message);
+    }
+    return conversation;
+}
 
 bool AgentConversation::hasQuestion() const
 {
     return std::any_of(m_messages.cbegin(), m_messages.cend(), isQuestion);
 }
 
-void AgentConversation::clear()
+void AgentConversation::setMessages(const QVector<ChatMessage> &messages)
 {
-    m_messages.clear();
+    m_messages = messages;
     ++m_revision;
 }
 
-void AgentConversation::setMessages(const QVector<ChatMessage> &messages)
-{
-    clear();
-    std::copy_if(messages.cbegin(), messages.cend(), std::back_inserter(m_messages), isSystem);
-    for (auto message = messages.cbegin(); message != messages.cend(); ++message) {
-        if (hasCalls(*message))
-            appendRound(message, std::find_if(message + 1, messages.cend(), hasCalls), &m_messages);
-        else if (!isSystem(*message) && !isToolResult(*message))
-            m_messages.append(*message);
-    }
-}
-
-void AgentConversation::addQuestion(const QString &systemPrompt, const QString &question)
+void AgentConversation::addQuestion(const QString &systemPrompt, const ChatMessage &question)
 {
     if (m_messages.isEmpty() && !systemPrompt.trimmed().isEmpty())
         m_messages.append(ChatMessage::system(systemPrompt));
-    m_messages.append(ChatMessage::user(question));
+    m_messages.append(question);
     ++m_revision;
 }
 

@@ -8,6 +8,10 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+// Returns @p messages as a strict server takes them: tool messages that are missing are filled in, those that
+// answer no call are dropped, calls without an id get one, and instructions come first.
+QVector<ChatMessage> completedConversation(const QVector<ChatMessage> &messages);
+
 // The conversation of an agent. A strict server takes it at any moment: directly behind an answer with tool
 // calls stands a tool message for each of them, which says that the call was not executed until it was.
 class AgentConversation
@@ -20,14 +24,11 @@ public:
 
     bool hasQuestion() const;
 
-    void clear();
-
-    // Replaces all messages by @p messages, completed: tool messages that are missing are filled in, those
-    // that answer no call are dropped, and instructions come first.
+    // Replaces all messages by @p messages, which are completed.
     void setMessages(const QVector<ChatMessage> &messages);
 
     // Appends @p question; at the beginning of a conversation @p systemPrompt comes before it, unless blank.
-    void addQuestion(const QString &systemPrompt, const QString &question);
+    void addQuestion(const QString &systemPrompt, const ChatMessage &question);
 
     void addAnswer(const ChatMessage &answer);
 

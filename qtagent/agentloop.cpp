@@ -66,9 +66,9 @@ bool AgentLoop::isRunning() const
 
 void AgentLoop::run(const QString &input)
 {
-    const QString question = input;
+    const ChatMessage question = ChatMessage::user(input);
     m_run = std::make_unique<AgentRun>();
-    m_conversation.clear();
+    m_conversation.setMessages({});
     m_conversation.addQuestion(m_systemPrompt, question);
     requestAnswer();
 }

@@ -8,7 +8,7 @@ namespace QtAgent {
 namespace {
 
 // Returns @p sent, which was read as @p call, with an id and with arguments that can be read.
-QJsonObject completed(const QJsonObject &sent, const PendingCall &call)
+QJsonObject completedCall(const QJsonObject &sent, const PendingCall &call)
 {
     QJsonObject result = sent;
     result.insert(QStringLiteral("id"), call.id);
@@ -29,17 +29,17 @@ SessionLoop::SessionLoop(AgentSession *session)
 
 void SessionLoop::run(const QString &input)
 {
-    const QString question = input;
+    const ChatMessage question = ChatMessage::user(input);
     if (!endEarlierRuns())
         return;
-    m_conversation.clear();
+    m_conversation.setMessages({});
     m_conversation.addQuestion(m_systemPrompt, question);
     start();
 }
 
 void SessionLoop::send(const QString &input)
 {
-    const QString question = input;
+    const ChatMessage question = ChatMessage::user(input);
     if (!endEarlierRuns())
         return;
     m_conversation.addQuestion(m_systemPrompt, question);
@@ -60,7 +60,7 @@ bool SessionLoop::regenerate()
 
 bool SessionLoop::setConversation(const QVector<ChatMessage> &conversation)
 {
-    const QVector<ChatMessage> messages = conversation;
+    const QVector<ChatMessage> messages = completedConversation(conversation);
     if (isRunning() || !tellEarlierEnds() || isRunning())
         return false;
     m_conversation.setMessages(messages);
@@ -160,7 +160,7 @@ ChatMessage SessionLoop::messageOf(const ChatReply &reply, const QVector<Pending
 {
     ChatMessage message = reply.message();
     for (const PendingCall &call : calls)
-        message.toolCalls[call.index] = completed(message.toolCalls.at(call.index).toObject(), call);
+        message.toolCalls[call.index] = completedCall(message.toolCalls.at(call.index).toObject(), call);
     return message;
 }
 
