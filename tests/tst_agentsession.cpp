@@ -203,29 +203,16 @@ void TestAgentSession::toolThatCancelsAndSetsAConversationIsNotTraced()
     QVERIFY(agent.session->conversation().isEmpty());
 }
 
-// A model that calls the application back while it sends a request, as one that asks for a key does.
-class AskingModel : public ScriptedModel
-{
-public:
-    std::function<void()> question;
-
-    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
-                    QObject *parent) override
-    {
-        const auto asked = std::exchange(question, {});
-        if (asked)
-            asked();
-        return ScriptedModel::chat(messages, tools, parent);
-    }
-};
-
 void TestAgentSession::requestThatIsSentWhileTheRunEndsIsAborted()
 {
     for (const bool sends : {false, true}) {
         SessionFixture agent;
-        AskingModel model;
+        StrictModel model;
         agent.session->setModel(&model);
-        model.question = [&] { sends ? agent.session->send("second") : agent.session->cancel(); };
+        model.onRequest = [&] {
+            model.onRequest = nullptr;
+            sends ? agent.session->send("second") : agent.session->cancel();
+        };
         agent.session->send("first");
         QVERIFY(model.lastCall().reply->isCanceled());
         QCOMPARE(agent.outcomes.size(), 1);

@@ -19,7 +19,10 @@ public:
     {
         addTool("read", ToolPermission::ReadOnly);
         addTool("write", ToolPermission::Write);
-        m_model.onRequest = [this] { addAnswer(); };
+        m_model.onRequest = [this] {
+            m_model.clearAnswers();
+            addAnswer();
+        };
         m_session->setModel(&m_model);
         m_session->setToolRegistry(&m_registry);
         m_session->setSystemPrompt("Be brief.");
@@ -67,20 +70,6 @@ public:
     int executions() const { return m_executions; }
 
 private:
-    class RandomModel : public StrictModel
-    {
-    public:
-        std::function<void()> onRequest;
-
-        ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
-                        QObject *parent) override
-        {
-            clearAnswers();
-            onRequest();
-            return StrictModel::chat(messages, tools, parent);
-        }
-    };
-
     bool oneIn(int count) { return m_random.bounded(count) == 0; }
 
     void addTool(const QString &name, ToolPermission permission)
@@ -202,7 +191,7 @@ private:
     }
 
     QRandomGenerator m_random;
-    RandomModel m_model;
+    StrictModel m_model;
     ToolRegistry m_registry;
     const QPointer<AgentSession> m_session{new AgentSession};
     RunLedger m_ledger{m_session};

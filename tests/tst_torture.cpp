@@ -361,66 +361,26 @@ LoopbackAnswer answerTo(const LoopbackRequest &received)
 } // namespace
 
 // Whatever a slot does in whatever signal, nothing breaks.
-class TestTorture : public QObject
+class TestTorture : public TortureTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase();
-    void cleanupTestCase();
-    void slotsMayDoAnything_data();
-    void slotsMayDoAnything();
 
 private:
     LoopbackServer m_server;
-    QMap<QString, StageFactory> m_scenarios;
-    int m_combinations = 0;
 };
 
 void TestTorture::initTestCase()
 {
     m_server.setHandler(answerTo);
-    m_scenarios = requestScenarios(m_server.baseUrl());
+    QMap<QString, StageFactory> scenarios = requestScenarios(m_server.baseUrl());
     const QMap<QString, StageFactory> agents = agentScenarios();
     for (auto agent = agents.cbegin(); agent != agents.cend(); ++agent)
-        m_scenarios.insert(agent.key(), agent.value());
-}
-
-void TestTorture::cleanupTestCase()
-{
-    qInfo("%d combinations of an emission and an action in %d scenarios", m_combinations,
-          int(m_scenarios.size()));
-}
-
-void TestTorture::slotsMayDoAnything_data()
-{
-    QTest::addColumn<QString>("scenario");
-    QTest::addColumn<int>("emission");
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<QStringList>("signalNames");
-    for (auto scenario = m_scenarios.cbegin(); scenario != m_scenarios.cend(); ++scenario) {
-        const std::unique_ptr<TortureStage> rehearsal = scenario.value()();
-        rehearsal->play();
-        QVERIFY2(!rehearsal->emissions().isEmpty(), qPrintable(scenario.key()));
-        QVERIFY2(rehearsal->fault().isEmpty(), qPrintable(scenario.key() + rehearsal->fault()));
-        addTortureRows(scenario.key(), *rehearsal);
-    }
-}
-
-void TestTorture::slotsMayDoAnything()
-{
-    QFETCH(QString, scenario);
-    QFETCH(int, emission);
-    QFETCH(QString, action);
-    QFETCH(QStringList, signalNames);
-    const std::unique_ptr<TortureStage> stage = m_scenarios.value(scenario)();
-    stage->play(emission, action);
-    ++m_combinations;
-    QCOMPARE(stage->fault(), QString());
-    if (action == "nested event loop") {
-        signalNames.sort();
-        QCOMPARE(sortedSignals(stage->emissions()), signalNames);
-    }
+        scenarios.insert(agent.key(), agent.value());
+    for (auto scenario = scenarios.cbegin(); scenario != scenarios.cend(); ++scenario)
+        addScenario(scenario.key(), scenario.value());
 }
 
 QTEST_GUILESS_MAIN(TestTorture)

@@ -1,4 +1,3 @@
-#include "support/eventloop.h"
 #include "support/runledger.h"
 #include "support/strictconversation.h"
 #include "support/torture.h"
@@ -215,84 +214,42 @@ private:
     QPointer<AgentTool> m_write;
 };
 
-using StageFactory = std::function<std::unique_ptr<TortureStage>()>;
-
-QMap<QString, StageFactory> scenarios()
-{
-    QMap<QString, StageFactory> all;
-    const auto add = [&all](const QString &name, SessionPlot plot) {
-        for (const bool actsFirst : {true, false}) {
-            for (const bool isUsedAsExecutor : {true, false}) {
-                plot.actsFirst = actsFirst;
-                plot.isUsedAsExecutor = isUsedAsExecutor;
-                const QString place = actsFirst ? ", first slot" : ", last slot";
-                all.insert(name + place + (isUsedAsExecutor ? ", as executor" : ""),
-                           [plot] { return std::make_unique<SessionStage>(plot); });
-            }
-        }
-    };
-    add("allowed in the signal", {});
-    add("allowed later", {true, true});
-    add("denied in the signal", {false});
-    add("denied later", {false, true});
-    add("denied and told", {false, true, false, true});
-    add("failing request", {true, false, true});
-    return all;
-}
-
 } // namespace
 
 // Whatever a slot or a tool does in whatever signal of a session, every run has one end and no call is
 // executed that was not allowed.
-class TestTortureSession : public QObject
+class TestTortureSession : public TortureTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void cleanupTestCase();
-    void slotsMayDoAnything_data();
-    void slotsMayDoAnything();
+    void initTestCase();
 
 private:
-    const QMap<QString, StageFactory> m_scenarios = scenarios();
-    int m_combinations = 0;
+    void addScenarios(const QString &name, SessionPlot plot);
 };
 
-void TestTortureSession::cleanupTestCase()
+void TestTortureSession::addScenarios(const QString &name, SessionPlot plot)
 {
-    qInfo("%d combinations of an emission and an action in %d scenarios", m_combinations,
-          int(m_scenarios.size()));
-}
-
-void TestTortureSession::slotsMayDoAnything_data()
-{
-    QTest::addColumn<QString>("scenario");
-    QTest::addColumn<int>("emission");
-    QTest::addColumn<QString>("action");
-    QTest::addColumn<QStringList>("signalNames");
-    for (auto scenario = m_scenarios.cbegin(); scenario != m_scenarios.cend(); ++scenario) {
-        const std::unique_ptr<TortureStage> rehearsal = scenario.value()();
-        rehearsal->play();
-        QVERIFY2(!rehearsal->emissions().isEmpty(), qPrintable(scenario.key()));
-        QVERIFY2(rehearsal->fault().isEmpty(), qPrintable(scenario.key() + rehearsal->fault()));
-        addTortureRows(scenario.key(), *rehearsal);
+    for (const bool actsFirst : {true, false}) {
+        for (const bool isUsedAsExecutor : {true, false}) {
+            plot.actsFirst = actsFirst;
+            plot.isUsedAsExecutor = isUsedAsExecutor;
+            const QString place = actsFirst ? ", first slot" : ", last slot";
+            addScenario(name + place + (isUsedAsExecutor ? ", as executor" : ""),
+                        [plot] { return std::make_unique<SessionStage>(plot); });
+        }
     }
 }
 
-void TestTortureSession::slotsMayDoAnything()
+void TestTortureSession::initTestCase()
 {
-    QFETCH(QString, scenario);
-    QFETCH(int, emission);
-    QFETCH(QString, action);
-    QFETCH(QStringList, signalNames);
-    const std::unique_ptr<TortureStage> stage = m_scenarios.value(scenario)();
-    stage->play(emission, action);
-    ++m_combinations;
-    QCOMPARE(stage->fault(), QString());
-    if (action == "nested event loop") {
-        signalNames.sort();
-        QCOMPARE(sortedSignals(stage->emissions()), signalNames);
-    }
+    addScenarios("allowed in the signal", {});
+    addScenarios("allowed later", {true, true});
+    addScenarios("denied in the signal", {false});
+    addScenarios("denied later", {false, true});
+    addScenarios("denied and told", {false, true, false, true});
+    addScenarios("failing request", {true, false, true});
 }
 
 QTEST_GUILESS_MAIN(TestTortureSession)

@@ -144,6 +144,10 @@ QJsonArray jsonOf(const QVector<ChatMessage> &messages)
 ChatReply *StrictModel::chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
                              QObject *parent)
 {
+    // It may take itself away.
+    const std::function<void()> callBack = onRequest;
+    if (callBack)
+        callBack();
     const QString fault = strictRequestFault(jsonOf(messages), m_sentCalls);
     if (!fault.isEmpty()) {
         m_faults.append(fault);

@@ -30,6 +30,9 @@ class StrictModel : public ScriptedModel
 public:
     using ScriptedModel::ScriptedModel;
 
+    /// Is called first for each request, as by a model that asks the user for a key.
+    std::function<void()> onRequest;
+
     /// Why requests were refused.
     const QStringList &faults() const { return m_faults; }
 

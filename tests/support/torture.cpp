@@ -259,6 +259,43 @@ int TortureStage::countAfterAction(const QString &name) const
     return int(signalsAfterAction().count(name));
 }
 
+void TortureTest::cleanupTestCase()
+{
+    qInfo("%d combinations of an emission and an action in %d scenarios", m_combinations,
+          int(m_scenarios.size()));
+}
+
+void TortureTest::slotsMayDoAnything_data()
+{
+    QTest::addColumn<QString>("scenario");
+    QTest::addColumn<int>("emission");
+    QTest::addColumn<QString>("action");
+    QTest::addColumn<QStringList>("signalNames");
+    for (auto scenario = m_scenarios.cbegin(); scenario != m_scenarios.cend(); ++scenario) {
+        const std::unique_ptr<TortureStage> rehearsal = scenario.value()();
+        rehearsal->play();
+        QVERIFY2(!rehearsal->emissions().isEmpty(), qPrintable(scenario.key()));
+        QVERIFY2(rehearsal->fault().isEmpty(), qPrintable(scenario.key() + rehearsal->fault()));
+        addTortureRows(scenario.key(), *rehearsal);
+    }
+}
+
+void TortureTest::slotsMayDoAnything()
+{
+    QFETCH(QString, scenario);
+    QFETCH(int, emission);
+    QFETCH(QString, action);
+    QFETCH(QStringList, signalNames);
+    const std::unique_ptr<TortureStage> stage = m_scenarios.value(scenario)();
+    stage->play(emission, action);
+    ++m_combinations;
+    QCOMPARE(stage->fault(), QString());
+    if (action == nestedLoop) {
+        signalNames.sort();
+        QCOMPARE(sortedSignals(stage->emissions()), signalNames);
+    }
+}
+
 void addTortureRows(const QString &scenario, const TortureStage &rehearsal, int perSignal,
                     const QRegularExpression &actions)
 {

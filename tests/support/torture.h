@@ -9,6 +9,7 @@
 #include <QVector>
 
 #include <functional>
+#include <memory>
 
 /// The objects of one run, in which a slot does something to them at one chosen emission.
 ///
@@ -139,6 +140,31 @@ private:
     QPointer<const QObject> m_dueSender;
     int m_dueSignal = -1;
     int m_clicks = 0; // how many clicks are being handled
+};
+
+/// Plays every scenario with every action in every emission. A test derives from it and names its scenarios
+/// in initTestCase():
+/// @code
+/// void initTestCase() { addScenario("allowed", [] { return std::make_unique<AgentStage>(); }); }
+/// @endcode
+/// An event loop that a slot runs changes the order of the signals, and not which there are.
+class TortureTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void cleanupTestCase();
+    void slotsMayDoAnything_data();
+    void slotsMayDoAnything();
+
+protected:
+    using StageFactory = std::function<std::unique_ptr<TortureStage>()>;
+
+    void addScenario(const QString &name, const StageFactory &create) { m_scenarios.insert(name, create); }
+
+private:
+    QMap<QString, StageFactory> m_scenarios;
+    int m_combinations = 0;
 };
 
 /// Adds one row to the test's data for each emission of @p rehearsal, which has been played, and each
