@@ -1,7 +1,7 @@
 #include "support/completions.h"
 #include "support/loopbackserver.h"
-#include "support/scriptedmodel.h"
 #include "support/torture.h"
+#include "support/watchedmodel.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/mockchatmodel.h>
@@ -19,27 +19,6 @@ namespace {
 
 // Longer than the mock model waits between two pieces, and long enough for a server on this machine.
 constexpr int nestedLoopMs = 60;
-
-// A scripted model whose replies are seen before anybody else connects to them, and once more when whoever
-// asked has done so.
-class WatchedModel : public ScriptedModel
-{
-public:
-    std::function<void(ChatReply *)> onReply;
-    std::function<void(ChatReply *)> onAnswer;
-
-    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
-                    QObject *parent) override
-    {
-        QTimer::singleShot(0, this, [this] {
-            if (lastCall().reply)
-                onAnswer(lastCall().reply);
-        });
-        ChatReply *reply = ScriptedModel::chat(messages, tools, parent);
-        onReply(reply);
-        return reply;
-    }
-};
 
 // How the run of an agent goes.
 struct AgentPlot
@@ -160,7 +139,7 @@ private:
     const AgentPlot m_plot;
     int m_run = 0;
     QObject m_owner;
-    const QPointer<WatchedModel> m_model{new WatchedModel};
+    const QPointer<WatchedModel<ScriptedModel>> m_model{new WatchedModel<ScriptedModel>};
     const QPointer<ToolRegistry> m_registry{new ToolRegistry(&m_owner)};
     const QPointer<AgentExecutor> m_executor{new AgentExecutor};
     QPointer<AgentTool> m_read;

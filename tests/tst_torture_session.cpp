@@ -1,6 +1,7 @@
 #include "support/runledger.h"
 #include "support/strictconversation.h"
 #include "support/torture.h"
+#include "support/watchedmodel.h"
 
 #include <QtTest>
 
@@ -9,26 +10,6 @@
 using namespace MireloQtLib::QtAgent;
 
 namespace {
-
-// A strict model whose replies are seen before the session connects to them, and once more when it has.
-class WatchedStrictModel : public StrictModel
-{
-public:
-    std::function<void(ChatReply *)> onReply;
-    std::function<void(ChatReply *)> onAnswer;
-
-    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
-                    QObject *parent) override
-    {
-        QTimer::singleShot(0, this, [this] {
-            if (lastCall().reply)
-                onAnswer(lastCall().reply);
-        });
-        ChatReply *reply = StrictModel::chat(messages, tools, parent);
-        onReply(reply);
-        return reply;
-    }
-};
 
 // A tool is no signal, but slots may do the same in it.
 class CalledTool : public QObject
@@ -206,7 +187,7 @@ private:
     int m_run = 0;
     CalledTool m_tool;
     QObject m_owner;
-    const QPointer<WatchedStrictModel> m_model{new WatchedStrictModel};
+    const QPointer<WatchedModel<StrictModel>> m_model{new WatchedModel<StrictModel>};
     const QPointer<ToolRegistry> m_registry{new ToolRegistry(&m_owner)};
     const QPointer<AgentSession> m_session{new AgentSession};
     RunLedger m_ledger{m_session};
