@@ -123,29 +123,30 @@ void AgentLoop::awaitAnswer(ChatReply *reply)
 
 void AgentLoop::handleAnswer(ChatReply *reply, const QString &text)
 {
-    const QPointer<AgentRun> run(m_run.get());
-    reply->disconnect(run);
-    run->state = AgentRun::State::Working;
+    reply->disconnect(m_run.get());
+    m_run->state = AgentRun::State::Working;
     const QJsonArray toolCalls = reply->toolCalls();
     if (toolCalls.isEmpty()) {
-        end(RunEnd::Finished, text, {});
-        Q_EMIT m_executor->assistantFinished(text);
-        if (run)
-            tellEnd();
+        finish(text);
         return;
     }
-
     QString error;
     const QVector<PendingCall> calls = readCalls(toolCalls, &error);
-    if (!error.isEmpty()) {
+    if (error.isEmpty())
+        takeCalls(reply, calls);
+    else
         fail(error, text);
-        return;
-    }
+}
+
+void AgentLoop::takeCalls(ChatReply *reply, const QVector<PendingCall> &calls)
+{
     m_conversation.addCalls(messageOf(*reply, calls), calls);
-    run->calls = calls;
-    run->nextCall = 0;
+    m_run->calls = calls;
+    m_run->nextCall = 0;
+    const QPointer<AgentRun> run(m_run.get());
     releaseReply(reply);
-    tellConversation();
+    if (run)
+        tellConversation();
     if (run)
         processNextCall();
 }
@@ -234,8 +235,8 @@ void AgentLoop::execute(const PendingCall &call, AgentTool *tool, ToolPermission
         return;
     const QPointer<AgentRun> run(m_run.get());
     ToolCallTrace trace = traceOf(call, QString(), permission);
+    m_run->isInsideTool = true;
     QElapsedTimer timer;
-    run->isInsideTool = true;
     timer.start();
     const ToolResult result = tool->invoke(call.arguments);
     trace.durationMs = timer.elapsed();
@@ -288,6 +289,15 @@ void AgentLoop::record(const PendingCall &call, const ToolCallTrace &trace, cons
         tellEnd();
     else
         post(&AgentLoop::processNextCall);
+}
+
+void AgentLoop::finish(const QString &text)
+{
+    const QPointer<AgentRun> run(m_run.get());
+    end(RunEnd::Finished, text, {});
+    Q_EMIT m_executor->assistantFinished(text);
+    if (run)
+        tellEnd();
 }
 
 void AgentLoop::fail(const QString &error, const QString &text)

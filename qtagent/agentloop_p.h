@@ -134,6 +134,7 @@ private:
     void handleAnswer(ChatReply *reply, const QString &text);
     void handleFailure(ChatReply *reply, const QString &error);
     QVector<PendingCall> readCalls(const QJsonArray &toolCalls, QString *error) const;
+    void takeCalls(ChatReply *reply, const QVector<PendingCall> &calls);
     void processNextCall();
     AgentTool *findTool(const PendingCall &call);
     void takeUp(const PendingCall &call);
@@ -143,6 +144,7 @@ private:
     void deny(const PendingCall &call);
     void reject(const PendingCall &call, const QString &error);
     void record(const PendingCall &call, const ToolCallTrace &trace, const QString &result);
+    void finish(const QString &text);
     void fail(const QString &error, const QString &text = {});
     void post(void (AgentLoop::*step)());
 

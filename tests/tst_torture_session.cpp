@@ -152,7 +152,7 @@ private:
         return m_model && !m_model->calls().isEmpty() ? m_model->lastCall().reply.data() : nullptr;
     }
 
-    AgentExecutor *executor() const { return m_session; }
+    AgentExecutor *executor() const { return m_session.data(); }
 
     // The dialogs of all questions so far are answered once more.
     void answerAll(bool allowed)
