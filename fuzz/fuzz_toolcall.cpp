@@ -13,21 +13,19 @@ namespace {
 
 void requireCallOrError(const QJsonObject &toolCall)
 {
-    QString error = "left from before";
-    const ToolCallRequest request = parseToolCall(toolCall, &error);
-    FUZZ_REQUIRE(error.isEmpty() != request.name.trimmed().isEmpty());
-    FUZZ_REQUIRE(error.isEmpty() != request.id.isEmpty());
-    FUZZ_REQUIRE(error.isEmpty() || request.arguments.isEmpty());
+    const PendingCall call = parseToolCall(toolCall);
+    FUZZ_REQUIRE(!call.id.isEmpty());
+    FUZZ_REQUIRE(!call.error.isEmpty() || !call.name.trimmed().isEmpty());
+    FUZZ_REQUIRE(call.error.isEmpty() || call.arguments.isEmpty());
 }
 
 void requireSameAfterParsing(const QString &id, const QString &name, const QJsonObject &arguments)
 {
-    QString error;
-    const ToolCallRequest request = parseToolCall(makeToolCall(id, name, arguments), &error);
-    FUZZ_REQUIRE(error.isEmpty());
-    FUZZ_REQUIRE(request.id == id);
-    FUZZ_REQUIRE(request.name == name);
-    FUZZ_REQUIRE(request.arguments == arguments);
+    const PendingCall call = parseToolCall(makeToolCall(id, name, arguments));
+    FUZZ_REQUIRE(call.error.isEmpty());
+    FUZZ_REQUIRE(call.id == id);
+    FUZZ_REQUIRE(call.name == name);
+    FUZZ_REQUIRE(call.arguments == arguments);
 }
 
 } // namespace
