@@ -51,6 +51,24 @@ function(qtagent_configure_target target)
     endif()
 endfunction()
 
+# The library MireloQtLib::QtAgent<component> in qtagent/<component in lower case>/, which find_package() gives
+# to those who ask for the component. It is left out, with a word, where one of the Qt modules that are the
+# further arguments is missing.
+function(qtagent_add_component qtagent_component)
+    foreach(module IN LISTS ARGN)
+        find_package(Qt${QTAGENT_QT_MAJOR} QUIET COMPONENTS ${module})
+        if(NOT TARGET Qt${QTAGENT_QT_MAJOR}::${module})
+            message(STATUS "Qt ${QTAGENT_QT_MAJOR} ${module} is missing: QtAgent${qtagent_component} is left out")
+            return()
+        endif()
+    endforeach()
+    string(TOLOWER ${qtagent_component} folder)
+    add_subdirectory(qtagent/${folder})
+    set_property(DIRECTORY APPEND PROPERTY QTAGENT_COMPONENTS ${qtagent_component})
+    set_property(DIRECTORY APPEND_STRING PROPERTY QTAGENT_COMPONENT_MODULES
+        "set(modules_of_${qtagent_component} ${ARGN})\n")
+endfunction()
+
 # A public library MireloQtLib::<export_name>. Its public headers are the arguments after the export
 # macro's prefix: they are installed to include/<folder>, and the tests compile each of them alone.
 function(qtagent_configure_library target export_name export_prefix folder)
@@ -78,10 +96,15 @@ function(qtagent_configure_library target export_name export_prefix folder)
     target_sources(${target} PRIVATE ${ARGN})
     list(TRANSFORM ARGN PREPEND "${folder}/" OUTPUT_VARIABLE public_headers)
     set_property(TARGET ${target} PROPERTY QTAGENT_PUBLIC_HEADERS ${public_headers})
+    set_property(DIRECTORY "${PROJECT_SOURCE_DIR}" APPEND PROPERTY QTAGENT_LIBRARIES ${target})
     install(FILES ${ARGN} "${export_header}"
         DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/${folder}" COMPONENT development)
-    install(TARGETS ${target} EXPORT MireloQtAgentTargets
-        RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT libraries
-        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT libraries NAMELINK_COMPONENT development
+    set(component libraries)
+    if(qtagent_component)
+        string(TOLOWER ${qtagent_component} component)
+    endif()
+    install(TARGETS ${target} EXPORT MireloQtAgent${qtagent_component}Targets
+        RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT ${component}
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT ${component} NAMELINK_COMPONENT development
         ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
 endfunction()

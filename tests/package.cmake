@@ -2,6 +2,8 @@
 # build, and each builds and runs the programs in stranger/. Some join sources to few translation units, as
 # a stranger may.
 string(REPLACE ";" "\\;" prefix_path "${CMAKE_PREFIX_PATH}")
+get_property(components DIRECTORY "${PROJECT_SOURCE_DIR}" PROPERTY QTAGENT_COMPONENTS)
+string(REPLACE ";" "\\;" components "${components}")
 set(toolchain
     "-DCMAKE_BUILD_TYPE=${CMAKE_BUILD_TYPE}"
     "-DCMAKE_CXX_COMPILER=${CMAKE_CXX_COMPILER}"
@@ -27,6 +29,7 @@ function(qtagent_add_stranger_test name library_from)
         "-DQTAGENT_VERSION=${PROJECT_VERSION}"
         "-DQTAGENT_SOURCE_DIR=${PROJECT_SOURCE_DIR}"
         "-DQTAGENT_QT_MAJOR=${QTAGENT_QT_MAJOR}"
+        "-DQTAGENT_COMPONENTS=${components}"
         ${ARGN})
 endfunction()
 
