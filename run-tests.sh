@@ -16,8 +16,9 @@ if [[ "${1:-}" == --qt6 ]]; then
     shift
 fi
 
-install_missing_packages g++ make cmake "$(qt_package)" "$(qt_translations_package)" libcpp-httplib-dev \
-    pkg-config desktop-file-utils appstream dpkg-dev file doxygen
+install_missing_packages g++ make cmake "$(qt_package)" "$(qt_translations_package)" \
+    "libqt${qt_major}sql${qt_major}-sqlite" libcpp-httplib-dev pkg-config desktop-file-utils appstream dpkg-dev \
+    file doxygen
 configure "$project_dir" "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" \
     -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_EXAMPLES=ON -DQTAGENT_BUILD_TESTS=ON
 if [[ "$(ctest --test-dir "$build_dir" --show-only)" != *" tst_chatmodel"* ]]; then

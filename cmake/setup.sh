@@ -114,14 +114,14 @@ explain_requirements() {
         cat <<'HOW'
 How to get it:
   Debian 12, Ubuntu 22.04 and later:
-              apt-get install g++ make cmake qtbase5-dev libcpp-httplib-dev pkg-config
+              apt-get install g++ make cmake qtbase5-dev libqt5sql5-sqlite libcpp-httplib-dev pkg-config
   Fedora:     dnf install gcc-c++ make cmake qt5-qtbase-devel cpp-httplib-devel pkgconf-pkg-config
-  openSUSE:   zypper install gcc-c++ make cmake libqt5-qtbase-devel cpp-httplib-devel pkg-config
+  openSUSE:   zypper install gcc-c++ make cmake libqt5-qtbase-devel libQt5Sql5-sqlite cpp-httplib-devel pkg-config
   Arch Linux: pacman -S base-devel cmake qt5-base cpp-httplib
   macOS:      xcode-select --install; brew install cmake qt@5 cpp-httplib pkg-config
               export CMAKE_PREFIX_PATH="$(brew --prefix qt@5)"
-For Qt 6 instead of Qt 5: qt6-base-dev on Debian, qt6-qtbase-devel on Fedora, qt6-base-devel on openSUSE,
-qt6-base on Arch Linux, qt on macOS.
+For Qt 6 instead of Qt 5: qt6-base-dev and libqt6sql6-sqlite on Debian, qt6-qtbase-devel on Fedora,
+qt6-base-devel and qt6-sql-sqlite on openSUSE, qt6-base on Arch Linux, qt on macOS.
 HOW
     } >&2
 }

@@ -5,7 +5,7 @@ s,\]\((\.\./)?README\.md\),](@ref index),g
 s,\]\((\.\./|docs/)?([A-Za-z0-9-]+)(\.([A-Za-z-]+))?\.md\),](@ref page_\2\4),g
 s,\]\((\.\./)?examples/\),](examples.html),g
 s,\]\((\.\./)?examples/([A-Za-z0-9_/]+\.cpp)\),](@ref \2),g
-s,\]\((\.\./)?qtagent/(widgets/)?([a-z_]+\.h)\),](@ref \3),g
+s,\]\((\.\./)?qtagent/([a-z]+/)?([a-z_]+\.h)\),](@ref \3),g
 s,\]\(\.\./,](,g
 
 # Doxygen takes `a 'b' c` for code only between double marks.

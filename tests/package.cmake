@@ -54,7 +54,9 @@ foreach(linkage IN ITEMS static shared)
     set_tests_properties(${finds_package} PROPERTIES FIXTURES_REQUIRED ${linkage}_package)
 endforeach()
 
-qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent -DCMAKE_UNITY_BUILD=ON)
+# Without Qt Sql all but the store is there.
+qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent -DCMAKE_UNITY_BUILD=ON
+    -DCMAKE_DISABLE_FIND_PACKAGE_Qt${QTAGENT_QT_MAJOR}Sql=ON -DQTAGENT_COMPONENTS=)
 
 # This build, installed whole, serves the examples.
 set(prefix "${package_dir}/installed")

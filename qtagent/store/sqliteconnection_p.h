@@ -1,0 +1,126 @@
+#ifndef MIRELOQTLIB_QTAGENT_SQLITECONNECTION_P_H
+#define MIRELOQTLIB_QTAGENT_SQLITECONNECTION_P_H
+
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+
+#include <functional>
+#include <map>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+/// What the files of one kind have in common, and what tells them from those of other programs.
+struct SqliteFormat
+{
+    /// The number in the header that names the kind (PRAGMA application_id), not 0.
+    qint32 applicationId = 0;
+    /// The version of the tables (PRAGMA user_version), 1 or more.
+    qint32 version = 0;
+    /// The statements that make the tables of a new file.
+    QStringList tables;
+};
+
+/// A connection of its own to a file of SQLite, for the thread that opens it. It is gone with the object.
+///
+/// @code
+/// SqliteConnection connection;
+/// const auto opening = connection.open(path, format, SqliteConnection::Look::Thorough, &error);
+/// SqliteTransaction transaction(&connection);
+/// return opening == SqliteConnection::Opening::Opened && transaction.begin()
+///     && connection.run(sql, values) && transaction.commit();
+/// @endcode
+///
+/// What was written when a call returns survives the death of the program; a power cut may take the last
+/// writes (WAL, synchronous NORMAL).
+class SqliteConnection
+{
+public:
+    enum class Opening {
+        /// The file is of the kind, and can be written to.
+        Opened,
+        /// SQLite calls the file no database, or malformed. It was not written to.
+        Damaged,
+        /// Anything else, told in words: no permission, a lock, another program's file, a newer version. The
+        /// file was not written to.
+        Refused,
+    };
+
+    enum class Look {
+        /// A file that looks damaged by itself counts as damaged. It is not gone into, for another program
+        /// may be about to rename it; but that may also be writing there, and nothing is damaged.
+        Quick,
+        /// Only what SQLite says with its log and its locks counts.
+        Thorough,
+    };
+
+    /// Is handed the rows of a result, one after another.
+    using RowFunction = std::function<void(const QSqlQuery &)>;
+
+    SqliteConnection() = default;
+    ~SqliteConnection();
+    Q_DISABLE_COPY(SqliteConnection)
+
+    /// Closes, then opens the file at @p path. Where there is none, or an empty one, a file is begun that its
+    /// owner alone can read, and a missing folder likewise. @p error is set unless the result is Opened.
+    Opening open(const QString &path, const SqliteFormat &format, Look look, QString *error);
+
+    /// Ends the connection. The last one of a file takes its log along.
+    void close();
+
+    /// The connection, for queries that are gone before it is.
+    QSqlDatabase database() const;
+
+    /// Runs @p sql, which is prepared once and kept, and hands each row of its result to @p row, which must
+    /// not run the same statement. What another connection holds is waited for, at most about a second.
+    /// Returns false on failure, also after some of the rows.
+    bool run(const QString &sql, const QVariantList &values = {}, const RowFunction &row = {});
+
+    /// Returns why the last run() failed, in words.
+    QString errorText() const;
+
+private:
+    struct FoundFormat;
+
+    Opening openFile(const QString &path, const SqliteFormat &format, Look look, QString *error);
+    Opening judge(const QString &path, const SqliteFormat &format, Look look, QString *error);
+    Opening failure(QString *error) const;
+    bool connectTo(const QString &databaseName, const QString &options = {});
+    bool readFormat(FoundFormat *found);
+    bool makeTables(const SqliteFormat &format);
+    bool switchToWriteAheadLog();
+    bool runOnce(const QString &sql, const QVariantList &values, const RowFunction &row);
+    QSqlQuery *prepared(const QString &sql);
+
+    QString m_name;
+    std::map<QString, QSqlQuery> m_queries;
+    QSqlError m_error;
+};
+
+/// Writes everything or nothing: what is not committed is rolled back at the end of the object's life.
+class SqliteTransaction
+{
+public:
+    explicit SqliteTransaction(SqliteConnection *connection);
+    ~SqliteTransaction();
+    Q_DISABLE_COPY(SqliteTransaction)
+
+    /// Returns whether nobody else writes until the end of the transaction. The connection has the error.
+    bool begin();
+
+    /// Returns whether everything since begin() is in the file. The connection has the error.
+    bool commit();
+
+private:
+    SqliteConnection *const m_connection;
+    bool m_isOpen = false;
+};
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+#endif
