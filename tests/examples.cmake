@@ -73,6 +73,12 @@ qtagent_add_test(tst_example_custom_model QtAgent qtagent_test_support)
 target_compile_definitions(tst_example_custom_model PRIVATE "CUSTOM_MODEL=\"$<TARGET_FILE:custom_model>\"")
 add_dependencies(tst_example_custom_model custom_model)
 
+if(TARGET kept_chat)
+    qtagent_add_test(tst_example_kept_chat QtAgentStore)
+    target_compile_definitions(tst_example_kept_chat PRIVATE "KEPT_CHAT=\"$<TARGET_FILE:kept_chat>\"")
+    add_dependencies(tst_example_kept_chat kept_chat)
+endif()
+
 # These end when the example does, which is when its window is closed.
 foreach(example IN ITEMS agent_approval chat_window)
     qtagent_add_test(tst_example_${example} QtAgentWidgets)
