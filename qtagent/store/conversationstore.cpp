@@ -61,7 +61,7 @@ bool move(const QStringList &suffixes, const QString &from, const QString &to)
 {
     if (suffixes.isEmpty())
         return true;
-    const QString suffix = suffixes.first();
+    const QString &suffix = suffixes.first();
     const bool isThere = QFileInfo::exists(from + suffix);
     if (isThere && !QDir().rename(from + suffix, to + suffix))
         return false;

@@ -58,7 +58,7 @@ bool hasLongCapital(QChar character)
 // Qt folds letter by letter, which leaves such letters as they are.
 QString foldedCase(const QString &text)
 {
-    const QString folded = text.toCaseFolded();
+    QString folded = text.toCaseFolded();
     if (std::none_of(folded.cbegin(), folded.cend(), hasLongCapital))
         return folded;
     QString result;
@@ -121,7 +121,7 @@ bool SearchQuery::matches(const QString &text) const
 
 QString SearchQuery::excerptOf(const QString &text) const
 {
-    const QString line = text.simplified();
+    QString line = text.simplified();
     if (line.size() <= excerptLength)
         return line;
     const int lastStart = static_cast<int>(line.size()) - excerptLength;
