@@ -35,7 +35,7 @@ BasicChatPage::BasicChatPage(ModelProvider modelProvider, QObject *replyParent, 
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(pageMargin, pageMargin, pageMargin, pageMargin);
     layout->setSpacing(pageMargin);
-    layout->addWidget(newConfigGroup(), 0);
+    layout->addWidget(createConfigGroup(), 0);
     layout->addWidget(m_chat, 1);
 
     m_chat->appendSystemMessage(
@@ -52,7 +52,7 @@ ModelConfigWidget *BasicChatPage::modelConfig() const
     return m_modelConfig;
 }
 
-QWidget *BasicChatPage::newConfigGroup()
+QWidget *BasicChatPage::createConfigGroup()
 {
     auto *group = new QGroupBox(QStringLiteral("模型配置"));
     group->setMinimumWidth(configGroupWidth);

@@ -31,7 +31,7 @@ public:
     MireloQtLib::QtAgent::ModelConfigWidget *modelConfig() const;
 
 private:
-    QWidget *newConfigGroup();
+    QWidget *createConfigGroup();
     void send(const QString &text);
     void showAnswer(MireloQtLib::QtAgent::ChatReply *reply);
     void stop();

@@ -20,7 +20,7 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-QTreeWidget *newNavigation(QWidget *parent)
+QTreeWidget *createNavigation(QWidget *parent)
 {
     auto *navigation = new QTreeWidget(parent);
     navigation->setObjectName(QStringLiteral("navigationTree"));
@@ -32,7 +32,7 @@ QTreeWidget *newNavigation(QWidget *parent)
     return navigation;
 }
 
-QStackedWidget *newPageStack(QWidget *parent)
+QStackedWidget *createPageStack(QWidget *parent)
 {
     auto *pages = new QStackedWidget(parent);
     pages->setObjectName(QStringLiteral("pageStack"));
@@ -54,8 +54,8 @@ OrvaneDemoWindow::OrvaneDemoWindow(QWidget *parent)
     setUpDeviceAgent();
 
     auto *splitter = new QSplitter(Qt::Horizontal);
-    m_navigation = newNavigation(splitter);
-    m_pages = newPageStack(splitter);
+    m_navigation = createNavigation(splitter);
+    m_pages = createPageStack(splitter);
     addPages();
     showFirstPage();
     connect(m_navigation, &QTreeWidget::currentItemChanged, this, &OrvaneDemoWindow::showPageOf);

@@ -39,7 +39,7 @@ QString existingFolder(const QString &path)
     return QDir().mkpath(path) ? path : QString();
 }
 
-QString newFolder()
+QString createFolder()
 {
     QTemporaryDir folder(QDir::temp().filePath(QStringLiteral("orvane-tour-XXXXXX")));
     folder.setAutoRemove(false);
@@ -93,7 +93,7 @@ int main(int argc, char *argv[])
     const QStringList folders = parser.positionalArguments();
     if (folders.size() > 1)
         parser.showHelp(EXIT_FAILURE);
-    const QString folder = folders.isEmpty() ? newFolder() : existingFolder(folders.first());
+    const QString folder = folders.isEmpty() ? createFolder() : existingFolder(folders.first());
     if (folder.isEmpty()) {
         printLine(QStringLiteral("Cannot make the folder for the pictures."), stderr);
         return EXIT_FAILURE;

@@ -17,7 +17,7 @@ constexpr int addressMargin = 24;
 constexpr int profileComboCharacters = 12;
 constexpr int msPerSecond = 1000;
 
-QComboBox *newProfileCombo()
+QComboBox *createProfileCombo()
 {
     auto *combo = new QComboBox;
     combo->setObjectName(QStringLiteral("profileCombo"));
@@ -26,7 +26,7 @@ QComboBox *newProfileCombo()
     return combo;
 }
 
-QComboBox *newProviderCombo()
+QComboBox *createProviderCombo()
 {
     auto *combo = new QComboBox;
     combo->setObjectName(QStringLiteral("providerCombo"));
@@ -36,14 +36,14 @@ QComboBox *newProviderCombo()
     return combo;
 }
 
-QLineEdit *newLineEdit(const QString &objectName)
+QLineEdit *createLineEdit(const QString &objectName)
 {
     auto *edit = new QLineEdit;
     edit->setObjectName(objectName);
     return edit;
 }
 
-QSpinBox *newSpinBox(const QString &objectName, int minimum, int maximum, int value)
+QSpinBox *createSpinBox(const QString &objectName, int minimum, int maximum, int value)
 {
     auto *spin = new QSpinBox;
     spin->setObjectName(objectName);
@@ -114,13 +114,13 @@ private:
 
 ModelConfigWidget::ModelConfigWidget(QWidget *parent)
     : QWidget(parent)
-    , m_profileCombo(newProfileCombo())
-    , m_providerCombo(newProviderCombo())
-    , m_baseUrlEdit(newLineEdit(QStringLiteral("baseUrlEdit")))
-    , m_apiKeyEdit(newLineEdit(QStringLiteral("apiKeyEdit")))
-    , m_modelEdit(newLineEdit(QStringLiteral("modelEdit")))
-    , m_maxTokensSpin(newSpinBox(QStringLiteral("maxTokensSpin"), 64, 128000, 1024))
-    , m_timeoutSpin(newSpinBox(QStringLiteral("timeoutSpin"), 5, 300, 60))
+    , m_profileCombo(createProfileCombo())
+    , m_providerCombo(createProviderCombo())
+    , m_baseUrlEdit(createLineEdit(QStringLiteral("baseUrlEdit")))
+    , m_apiKeyEdit(createLineEdit(QStringLiteral("apiKeyEdit")))
+    , m_modelEdit(createLineEdit(QStringLiteral("modelEdit")))
+    , m_maxTokensSpin(createSpinBox(QStringLiteral("maxTokensSpin"), 64, 128000, 1024))
+    , m_timeoutSpin(createSpinBox(QStringLiteral("timeoutSpin"), 5, 300, 60))
 {
     m_apiKeyEdit->setEchoMode(QLineEdit::Password);
     m_timeoutSpin->setSuffix(QStringLiteral(" 秒"));
