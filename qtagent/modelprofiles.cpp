@@ -34,7 +34,7 @@ bool openWithoutWaiting(QFile *file, const QFileInfo &info)
 }
 
 // Returns nothing for what is no regular file or is too large.
-QByteArray contentOf(const QString &path)
+QByteArray fileContent(const QString &path)
 {
     QFile file;
     const QFileInfo info(path);
@@ -47,7 +47,7 @@ QByteArray contentOf(const QString &path)
 
 bool readJsonObject(const QString &path, QJsonObject *object)
 {
-    const QJsonDocument document = QJsonDocument::fromJson(contentOf(path));
+    const QJsonDocument document = QJsonDocument::fromJson(fileContent(path));
     if (!document.isObject())
         return false;
     *object = document.object();

@@ -83,7 +83,7 @@ private Q_SLOTS:
     void emptyAddressAndModelAreFilled();
 
 private:
-    QString path(const QString &name) const { return m_folder->filePath(name); }
+    QString path(const QString &name) const { return QDir(m_folder->path()).filePath(name); }
     QString write(const QString &name, const QByteArray &content);
     ModelProfiles load(const QByteArray &content)
     {
