@@ -59,13 +59,15 @@ using RunEnd = RunOutcome::End;
 /// auto *session = new AgentSession(this);
 /// session->setModel(model);
 /// session->setToolRegistry(registry);
+/// connect(panel, &AgentChatPanel::sendRequested, panel, &AgentChatPanel::appendUserMessage);
 /// connect(panel, &AgentChatPanel::sendRequested, session, &AgentSession::send);
 /// connect(panel, &AgentChatPanel::stopRequested, session, &AgentSession::cancel);
 /// connect(session, &AgentSession::assistantDelta, panel, &AgentChatPanel::appendAgentDelta);
 /// connect(session, &AgentSession::runningChanged, panel, &AgentChatPanel::setBusy);
-/// connect(session, &AgentSession::runEnded, this, [this](const RunOutcome &outcome) {
+/// connect(session, &AgentSession::runEnded, panel, [panel](const RunOutcome &outcome) {
+///     panel->finishAgentMessage();
 ///     if (outcome.end == RunEnd::Failed)
-///         showError(outcome.error);
+///         panel->appendSystemMessage(outcome.error);
 /// });
 /// @endcode
 ///
@@ -73,8 +75,7 @@ using RunEnd = RunOutcome::End;
 /// - runningChanged() with true, inside send(), run() or regenerate(), before anything is sent;
 /// - toolStarted() before a tool runs;
 /// - at the end of a run, behind the executor's own signal if there is one, approvalWithdrawn() where the
-/// user
-///   had not answered, runningChanged() with false, and runEnded() once. Nothing of the run follows.
+///   user had not answered, runningChanged() with false, and runEnded() once. Nothing of the run follows.
 ///
 /// The end is told inside the call that ends the run: the signal of the reply, cancel(), or whatever begins
 /// the next run. Only RunEnd::Abandoned comes from the event loop. A run that a tool cancels ends behind the

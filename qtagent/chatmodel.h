@@ -186,13 +186,14 @@ private:
 /// A model that answers conversations; the base of MockChatModel, OpenAICompatibleModel and DeepSeekModel.
 ///
 /// @code
-/// OpenAICompatibleModel model;
 /// ModelConfig config;
 /// config.baseUrl = QStringLiteral("https://api.openai.com/v1");
 /// config.apiKey = key;
 /// config.model = QStringLiteral("gpt-4.1-mini");
-/// model.setConfig(config);
-/// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
+/// auto *model = new OpenAICompatibleModel(this);
+/// model->setConfig(config);
+/// ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, this);
+/// reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
 /// @endcode
 ///
 /// A model is used on the thread that it belongs to; its replies live and emit there.

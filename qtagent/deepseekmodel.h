@@ -11,9 +11,10 @@ namespace QtAgent {
 /// @code
 /// ModelConfig config;
 /// config.apiKey = key;
-/// DeepSeekModel model;
-/// model.setConfig(config);
-/// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
+/// auto *model = new DeepSeekModel(this);
+/// model->setConfig(config);
+/// ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, this);
+/// reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
 /// @endcode
 class QTAGENT_EXPORT DeepSeekModel : public OpenAICompatibleModel
 {

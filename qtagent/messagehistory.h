@@ -13,10 +13,13 @@ namespace QtAgent {
 /// The messages of a conversation so far, to be sent with each further question.
 ///
 /// @code
-/// MessageHistory history;
-/// history.addSystem(QStringLiteral("You are a concise assistant."));
-/// history.addUser(question);
-/// ChatReply *reply = model->chat(history.messages(), {}, this);
+/// m_history.addUser(question);
+/// ChatReply *reply = model->chat(m_history.messages(), {}, this);
+/// reply->whenEnded(this, [this](const ChatResult &result) {
+///     if (result.end == ChatResult::End::Finished)
+///         m_history.addAssistant(result.text);
+///     showEnd(result);
+/// });
 /// @endcode
 class QTAGENT_EXPORT MessageHistory
 {

@@ -9,8 +9,9 @@ namespace QtAgent {
 /// A model that answers from a script, without a network. Its profile is ignored.
 ///
 /// @code
-/// MockChatModel model;
-/// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
+/// auto *model = new MockChatModel(this);
+/// ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, this);
+/// reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
 /// @endcode
 ///
 /// The answer depends on the conversation and the tools alone; the first rule that fits decides:

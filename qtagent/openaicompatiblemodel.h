@@ -16,9 +16,10 @@ namespace QtAgent {
 /// ModelConfig config;
 /// config.baseUrl = QStringLiteral("http://127.0.0.1:8080/v1");
 /// config.model = QStringLiteral("local-model");
-/// OpenAICompatibleModel model;
-/// model.setConfig(config);
-/// ChatReply *reply = model.chat({ChatMessage::user(question)}, {}, this);
+/// auto *model = new OpenAICompatibleModel(this);
+/// model->setConfig(config);
+/// ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, this);
+/// reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
 /// @endcode
 ///
 /// A request is one POST to the profile's address and "/chat/completions", over HTTP/1.1 and with a new

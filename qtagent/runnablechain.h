@@ -19,8 +19,7 @@ namespace QtAgent {
 /// chain->setPromptTemplate(QStringLiteral("Explain {topic} in one sentence."));
 /// chain->setModel(model);
 /// ChatReply *reply = chain->invoke({{QStringLiteral("topic"), QStringLiteral("routing")}}, this);
-/// connect(reply, &ChatReply::finished, this, &Window::showAnswer);
-/// connect(reply, &ChatReply::failed, this, &Window::showError);
+/// reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
 /// @endcode
 ///
 /// A chain belongs to the thread of its model.

@@ -38,8 +38,7 @@ public:
 /// chain->setDocuments(paragraphs);
 /// chain->setModel(model);
 /// ChatReply *reply = chain->invoke(question, 3, this);
-/// connect(reply, &ChatReply::finished, this, &Window::showAnswer);
-/// connect(reply, &ChatReply::failed, this, &Window::showError);
+/// reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
 /// @endcode
 ///
 /// The terms of a question are its runs of the characters a-z, 0-9 and underscore after lower-casing, each

@@ -30,18 +30,15 @@ class LineBreakingCost;
 ///     panel->appendUserMessage(text);
 ///     panel->beginAgentMessage();
 ///     panel->setBusy(true);
-///     ChatReply *reply = model->chat({ChatMessage::user(text)}, {}, this);
-///     const auto end = [=] {
-///         panel->finishAgentMessage();
-///         panel->setBusy(false);
-///         reply->deleteLater();
-///     };
+///     ChatReply *reply = model->chat({ChatMessage::user(text)}, {}, panel);
+///     connect(panel, &AgentChatPanel::stopRequested, reply, &ChatReply::cancel);
 ///     connect(reply, &ChatReply::deltaReceived, panel, &AgentChatPanel::appendAgentDelta);
 ///     connect(reply, &ChatReply::failed, panel, &AgentChatPanel::appendSystemMessage);
-///     connect(reply, &ChatReply::finished, panel, end);
-///     connect(reply, &ChatReply::failed, panel, end);
-///     connect(reply, &ChatReply::canceled, panel, end);
-///     connect(panel, &AgentChatPanel::stopRequested, reply, &ChatReply::cancel);
+///     reply->whenEnded(panel, [panel](const ChatResult &) {
+///         panel->finishAgentMessage();
+///         panel->setBusy(false);
+///     });
+///     reply->whenEnded(reply, [reply](const ChatResult &) { reply->deleteLater(); });
 /// });
 /// @endcode
 ///

@@ -16,11 +16,12 @@ namespace QtAgent {
 ///     const QPointer<AgentExecutor> guard(executor);
 ///     const bool allowed = ApprovalDialog::ask(request, window());
 ///     if (guard)
-///         guard->resolveApproval(request.approvalId, allowed);
+///         guard->answerApproval(request, allowed);
 /// });
 /// @endcode
 /// The question runs an event loop of its own: whatever the host uses afterwards may have been deleted
-/// meanwhile, and the run that asked may have ended, in which case its answer is to be dropped.
+/// meanwhile, and the run that asked may have ended, in which case its answer does not count.
+/// AgentExecutor::answerApproval() shows how to ask without such a loop.
 ///
 /// The buttons are 允许一次, which accepts, and 拒绝, which rejects and is the default: Return, Escape and
 /// closing the window all deny, since the dialog may open while the user types. The Tab key goes from the

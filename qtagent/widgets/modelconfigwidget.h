@@ -21,9 +21,9 @@ namespace QtAgent {
 /// @code
 /// const ModelProfiles loaded = loadModelProfiles();
 /// auto *editor = new ModelConfigWidget(this);
-/// editor->setProfiles(loaded.profiles, loaded.currentIndex);
-/// connect(editor, &ModelConfigWidget::configChanged, this,
+/// connect(editor, &ModelConfigWidget::configChanged, model,
 ///         [=] { model->setConfig(editor->currentConfig()); });
+/// editor->setProfiles(loaded.profiles, loaded.currentIndex);
 /// @endcode
 ///
 /// What the user edits is read with currentConfig() and never written back: choosing another profile and

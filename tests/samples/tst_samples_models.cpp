@@ -1,0 +1,229 @@
+#include "samplewindow.h"
+
+#include <qtagent/messagehistory.h>
+#include <qtagent/mockchatmodel.h>
+#include <qtagent/runnablechain.h>
+#include <qtagent/simpleragchain.h>
+
+#include <QtTest>
+
+#include <memory>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+class ReplyWindow : public SampleWindow
+{
+    void paste() override
+    {
+        const QVector<ChatMessage> conversation{ChatMessage::user(question)};
+#include "chatmodel_1.inc"
+    }
+};
+
+class ModelWindow : public SampleWindow
+{
+    void paste() override
+    {
+#include "chatmodel_2.inc"
+    }
+};
+
+class LocalModelWindow : public SampleWindow
+{
+    void paste() override
+    {
+#include "openaicompatiblemodel_1.inc"
+    }
+};
+
+class DeepSeekWindow : public SampleWindow
+{
+    void paste() override
+    {
+#include "deepseekmodel_1.inc"
+    }
+};
+
+class MockWindow : public SampleWindow
+{
+    void paste() override
+    {
+#include "mockchatmodel_1.inc"
+    }
+};
+
+class HistoryWindow : public SampleWindow
+{
+    void paste() override{
+#include "messagehistory_1.inc"
+    }
+
+    MessageHistory m_history;
+};
+
+class ChainWindow : public SampleWindow
+{
+    void paste() override
+    {
+#include "runnablechain_1.inc"
+    }
+};
+
+class DocumentsWindow : public SampleWindow
+{
+    void paste() override
+    {
+        const QStringList paragraphs{"A valve opens.", "A pump runs."};
+#include "simpleragchain_1.inc"
+    }
+};
+
+// What a model of the page says before its tools run.
+class ToolModelWindow : public SampleWindow
+{
+    void paste() override
+    {
+        auto *reply = new ChatReply(this);
+        reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
+        const QJsonArray toolCalls{makeToolCall("c1", "read", {})};
+#include "architecture_1.inc"
+    }
+};
+
+using CreateWindow = SampleWindow *(*)();
+
+template<typename Window>
+SampleWindow *create()
+{
+    return new Window;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(CreateWindow)
+
+// Samples with a reply to wait for.
+class TestSamplesModels : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void answerIsTold_data() { addSamples(); }
+    void answerIsTold();
+    void failureIsTold_data() { addSamples(); }
+    void failureIsTold();
+    void windowMayBeDeletedWhileItWaits_data() { addSamples(); }
+    void windowMayBeDeletedWhileItWaits();
+    void canceledReplyIsTold();
+    void profileReachesTheService();
+    void mockModelAnswersWithoutAService();
+    void mockModelsWindowMayBeDeletedWhileItWaits();
+    void modelHandsOverToolCalls();
+
+private:
+    static void addSamples();
+};
+
+void TestSamplesModels::addSamples()
+{
+    QTest::addColumn<CreateWindow>("create");
+    QTest::addRow("ChatReply") << &create<ReplyWindow>;
+    QTest::addRow("ChatModel") << &create<ModelWindow>;
+    QTest::addRow("OpenAICompatibleModel") << &create<LocalModelWindow>;
+    QTest::addRow("DeepSeekModel") << &create<DeepSeekWindow>;
+    QTest::addRow("MessageHistory") << &create<HistoryWindow>;
+    QTest::addRow("RunnableChain") << &create<ChainWindow>;
+    QTest::addRow("SimpleRagChain") << &create<DocumentsWindow>;
+}
+
+void TestSamplesModels::answerIsTold()
+{
+    QFETCH(CreateWindow, create);
+    SampleService service;
+    const std::unique_ptr<SampleWindow> window(create());
+    window->paste();
+    QVERIFY(window->ends.isEmpty());
+    QTRY_COMPARE(window->ends, QStringList("Finished: Hello world"));
+}
+
+void TestSamplesModels::failureIsTold()
+{
+    QFETCH(CreateWindow, create);
+    SampleService service;
+    service.fail();
+    const std::unique_ptr<SampleWindow> window(create());
+    window->paste();
+    QTRY_COMPARE(window->ends.size(), 1);
+    QVERIFY(window->ends.first().startsWith("Failed: OpenAI-compatible request failed."));
+}
+
+void TestSamplesModels::windowMayBeDeletedWhileItWaits()
+{
+    QFETCH(CreateWindow, create);
+    SampleService service;
+    service.wait();
+    std::unique_ptr<SampleWindow> window(create());
+    window->paste();
+    QTRY_COMPARE(service.server.requests().size(), 1);
+    QPointer<ChatReply> reply = window->findChild<ChatReply *>();
+    QVERIFY(reply);
+    window.reset();
+    QVERIFY(!reply);
+    service.server.release();
+    runUntilQuiet();
+}
+
+void TestSamplesModels::canceledReplyIsTold()
+{
+    SampleService service;
+    service.wait();
+    ReplyWindow window;
+    static_cast<SampleWindow &>(window).paste();
+    QPointer<ChatReply> reply = window.findChild<ChatReply *>();
+    reply->cancel();
+    QCOMPARE(window.ends, QStringList("Canceled: "));
+    QTRY_VERIFY(!reply);
+}
+
+void TestSamplesModels::profileReachesTheService()
+{
+    SampleService service;
+    const std::unique_ptr<SampleWindow> window(create<ModelWindow>());
+    window->paste();
+    QTRY_COMPARE(window->ends.size(), 1);
+    const LoopbackRequest request = service.server.requests().first();
+    QCOMPARE(request.json["model"], "gpt-4.1-mini");
+    QCOMPARE(request.headers["authorization"], "Bearer secret");
+}
+
+void TestSamplesModels::mockModelAnswersWithoutAService()
+{
+    const std::unique_ptr<SampleWindow> window(create<MockWindow>());
+    window->paste();
+    QTRY_COMPARE(window->ends.size(), 1);
+    QVERIFY(window->ends.first().startsWith("Finished: Orvane"));
+}
+
+void TestSamplesModels::mockModelsWindowMayBeDeletedWhileItWaits()
+{
+    std::unique_ptr<SampleWindow> window(create<MockWindow>());
+    window->paste();
+    QPointer<ChatReply> reply = window->findChild<ChatReply *>();
+    QTRY_VERIFY(!reply->text().isEmpty());
+    window.reset();
+    QVERIFY(!reply);
+    runUntilQuiet();
+}
+
+void TestSamplesModels::modelHandsOverToolCalls()
+{
+    const std::unique_ptr<SampleWindow> window(create<ToolModelWindow>());
+    window->paste();
+    QCOMPARE(window->ends, QStringList("Finished: "));
+    QCOMPARE(window->findChild<ChatReply *>()->toolCalls().size(), 1);
+}
+
+QTEST_MAIN(TestSamplesModels)
+#include "tst_samples_models.moc"
