@@ -16,7 +16,7 @@ fi
 picture_dir="${1:-$project_dir/docs/images}"
 mkdir -p -- "$picture_dir"
 
-install_missing_packages g++ make cmake qtbase5-dev
+install_missing_packages g++ make cmake qtbase5-dev imagemagick
 configure "$project_dir" "$build_dir" -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_TESTS=OFF
 cmake --build "$build_dir" --target orvane-pictures
 
@@ -25,5 +25,6 @@ trap 'rm -rf -- "$work_dir"' EXIT
 mkdir "$work_dir/pictures"
 (cd "$work_dir" && env -i LC_ALL=C.UTF-8 HOME="$work_dir" XDG_RUNTIME_DIR="$work_dir" \
     "$build_dir/demo/orvane-pictures" pictures)
+mogrify +dither -colors 256 -define png:compression-level=9 -strip "$work_dir/pictures"/*.png # a third of the size
 cp -- "$work_dir/pictures"/*.png "$picture_dir/"
 echo "The pictures are in $picture_dir."

@@ -1,6 +1,6 @@
 #include "pagepictures.h"
 
-#include "picturefile.h"
+#include "widgetpictures.h"
 
 #include <demo/orvanedemowindow.h>
 #include <demo/pagetour.h>

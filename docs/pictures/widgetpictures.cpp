@@ -1,7 +1,5 @@
 #include "widgetpictures.h"
 
-#include "picturefile.h"
-
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/approvaldialog.h>
 #include <qtagent/widgets/modelconfigwidget.h>
@@ -12,6 +10,7 @@
 #include <QImage>
 #include <QVector>
 
+#include <cstdio>
 #include <memory>
 
 using namespace MireloQtLib::QtAgent;
@@ -151,4 +150,13 @@ bool saveWidgetPictures(const QDir &folder)
             return false;
     }
     return true;
+}
+
+bool savePicture(const QImage &picture, const QDir &folder, const QString &name)
+{
+    const QString path = folder.filePath(name);
+    if (picture.save(path, "PNG"))
+        return true;
+    std::fprintf(stderr, "Cannot write %s\n", qUtf8Printable(path));
+    return false;
 }
