@@ -14,17 +14,14 @@ static void answer(AgentChatPanel *panel, ChatModel *model, const QString &quest
     panel->setBusy(true);
 
     ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, panel);
-    const auto end = [panel, reply] {
-        panel->finishAgentMessage();
-        panel->setBusy(false);
-        reply->deleteLater();
-    };
+    QObject::connect(panel, &AgentChatPanel::stopRequested, reply, &ChatReply::cancel);
     QObject::connect(reply, &ChatReply::deltaReceived, panel, &AgentChatPanel::appendAgentDelta);
     QObject::connect(reply, &ChatReply::failed, panel, &AgentChatPanel::appendSystemMessage);
-    QObject::connect(reply, &ChatReply::finished, panel, end);
-    QObject::connect(reply, &ChatReply::failed, panel, end);
-    QObject::connect(reply, &ChatReply::canceled, panel, end);
-    QObject::connect(panel, &AgentChatPanel::stopRequested, reply, &ChatReply::cancel);
+    reply->whenEnded(panel, [panel](const ChatResult &) {
+        panel->finishAgentMessage();
+        panel->setBusy(false);
+    });
+    reply->whenEnded(reply, [reply](const ChatResult &) { reply->deleteLater(); });
 }
 
 int main(int argc, char *argv[])

@@ -54,7 +54,8 @@ int main(int argc, char *argv[])
 
     ChatReply *reply = chain.invoke({{QStringLiteral("topic"), QCoreApplication::arguments().value(1)},
                                      {QStringLiteral("fields"), fields.join(QLatin1String(", "))}});
-    QObject::connect(reply, &ChatReply::finished, reply, [=](const QString &text) { print(text, fields); });
-    QObject::connect(reply, &ChatReply::failed, reply, &fail);
+    reply->whenEnded(&application, [=](const ChatResult &result) {
+        result.end == ChatResult::End::Finished ? print(result.text, fields) : fail(result.error);
+    });
     return QCoreApplication::exec();
 }

@@ -41,10 +41,10 @@ static int ask(ConversationStore *store, const QString &question)
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, reply, keepAnswer);
     timer.start(1000);
-    QObject::connect(reply, &ChatReply::finished, reply, [&](const QString &text) {
+    reply->whenEnded(&timer, [&](const ChatResult &result) {
         keepAnswer();
-        std::puts(qUtf8Printable(text));
-        QCoreApplication::quit();
+        std::puts(qUtf8Printable(result.text + result.error));
+        QCoreApplication::exit(result.end == ChatResult::End::Finished ? EXIT_SUCCESS : EXIT_FAILURE);
     });
     return QCoreApplication::exec();
 }

@@ -34,13 +34,11 @@ int main(int argc, char *argv[])
     ChatReply *reply = chain.invoke(question, documentCount);
     print(QStringLiteral("%1\n\n").arg(chain.lastContext()));
     QObject::connect(reply, &ChatReply::deltaReceived, reply, &print);
-    QObject::connect(reply, &ChatReply::finished, reply, [] {
+    reply->whenEnded(&application, [](const ChatResult &result) {
         print(QStringLiteral("\n"));
-        QCoreApplication::quit();
-    });
-    QObject::connect(reply, &ChatReply::failed, reply, [](const QString &error) {
-        qCritical("%s", qUtf8Printable(error));
-        QCoreApplication::exit(EXIT_FAILURE);
+        if (!result.error.isEmpty())
+            qCritical("%s", qUtf8Printable(result.error));
+        QCoreApplication::exit(result.end == ChatResult::End::Finished ? EXIT_SUCCESS : EXIT_FAILURE);
     });
     return QCoreApplication::exec();
 }
