@@ -108,6 +108,19 @@ class ChatWindow : public ToolWindow
     }
 };
 
+#include "first-chat_2.inc"
+
+// The window of the example.
+class FirstWindow : public ToolWindow
+{
+    void paste() override
+    {
+        AgentChatPanel &panel = *ToolWindow::panel;
+        OpenAICompatibleModel &model = *SampleWindow::model;
+#include "first-chat_3.inc"
+    }
+};
+
 class ProfileWindow : public SampleWindow
 {
     void paste() override
@@ -273,6 +286,7 @@ void TestSamplesAgents::addChats()
     QTest::addColumn<CreateWindow>("create");
     QTest::addRow("AgentSession") << &create<SessionWindow>;
     QTest::addRow("AgentChatPanel") << &create<ChatWindow>;
+    QTest::addRow("first chat") << &create<FirstWindow>;
 }
 
 void TestSamplesAgents::panelShowsAnswers()
