@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Checks layout, code, spelling, scripts and manual, and names at the end what failed. Names what is missing
+# Checks layout, code, spelling and scripts, and names at the end what failed. Names what is missing
 # here and how to get it; with --install it installs that first. With --thorough clang-tidy also goes over
 # tests, benchmarks and fuzz targets, which takes half an hour on two cores.
 set -euo pipefail
@@ -10,8 +10,8 @@ source "$project_dir/cmake/setup.sh"
 
 # What is called here, and Debian's package of each.
 declare -A tools=([git]=git [clang-format]=clang-format [run-clang-tidy]=clang-tidy [cppcheck]=cppcheck
-    [codespell]=codespell [shellcheck]=shellcheck [doxygen]=doxygen)
-checks=(format spelling scripts cppcheck manual clang_tidy)
+    [codespell]=codespell [shellcheck]=shellcheck)
+checks=(format spelling scripts cppcheck clang_tidy)
 failed=()
 
 main() {
@@ -63,11 +63,6 @@ check_scripts() {
 check_cppcheck() {
     cppcheck --quiet -j "$(job_count)" -I . --library=qt --enable=warning,performance,portability \
         --inline-suppr --error-exitcode=1 qtagent demo docs examples tests benchmarks fuzz
-}
-
-check_manual() {
-    configure "$project_dir" "$build_dir/manual" -DQTAGENT_BUILD_TESTS=OFF &&
-        cmake --build "$build_dir/manual" --target docs
 }
 
 # Qt's headers cost most of the time, so each target is one translation unit.

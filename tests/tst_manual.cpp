@@ -54,7 +54,7 @@ QStringList textsIn(const QString &source, const QString &introduction)
     return texts;
 }
 
-// The library's own texts are all errors but these, which tst_manual names one by one, and commands in SQL.
+// The texts of the library are all errors but these and the commands in SQL.
 const QStringList noErrors{
     "未执行。",
     "该工具拥有 %1 权限，需要用户确认后才能执行。",
