@@ -1,12 +1,12 @@
 #include "devicetools.h"
 
-#include "approvalprompt.h"
 #include "pageparts.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/agenttool.h>
 #include <qtagent/toolregistry.h>
 #include <qtagent/widgets/agentchatpanel.h>
+#include <qtagent/widgets/approvalprompt.h>
 #include <qtagent/widgets/toolcalltraceview.h>
 
 #include <QBoxLayout>
@@ -318,7 +318,6 @@ DeviceAgentPage::DeviceAgentPage(const QVector<DeviceRecord> &devices, AgentExec
     , m_executor(executor)
     , m_chat(new AgentChatPanel)
     , m_traces(new ToolCallTraceView)
-    , m_approval(new ApprovalPrompt(this))
 {
     layOut(createDeviceTable(devices));
     m_chat->appendSystemMessage(QStringLiteral("可以尝试：查找异常设备并导出报告。"));
@@ -361,16 +360,16 @@ void DeviceAgentPage::connectExecutor()
     connect(m_executor, &AgentExecutor::assistantDelta, m_chat, &AgentChatPanel::appendAgentDelta);
     connect(m_executor, &AgentExecutor::assistantFinished, this, &DeviceAgentPage::finish);
     connect(m_executor, &AgentExecutor::traceAdded, m_traces, &ToolCallTraceView::addTrace);
+    connect(m_executor, &AgentExecutor::traceAdded, this, &DeviceAgentPage::rest); // a denial ends the run
     connect(m_executor, &AgentExecutor::failed, this, &DeviceAgentPage::showFailure);
-    connect(m_executor, &AgentExecutor::approvalRequired, this, &DeviceAgentPage::askForApproval);
-    connect(m_approval, &ApprovalPrompt::denied, this, &DeviceAgentPage::rest);
+    auto *prompt = new ApprovalPrompt(m_executor, this, this);
+    prompt->setBlocking(true);
 }
 
 void DeviceAgentPage::send(const QString &text)
 {
     if (!m_executor)
         return;
-    m_approval->leaveRun();
     m_traces->clearTraces();
     m_chat->finishAgentMessage(); // a stop, a denial or a failure leaves the last answer open
     m_chat->appendUserMessage(text);
@@ -381,7 +380,7 @@ void DeviceAgentPage::send(const QString &text)
 
 void DeviceAgentPage::stop()
 {
-    rest();
+    m_chat->setBusy(false);
     if (m_executor)
         m_executor->cancel();
 }
@@ -398,13 +397,8 @@ void DeviceAgentPage::showFailure(const QString &error)
     rest();
 }
 
-void DeviceAgentPage::askForApproval(const ApprovalRequest &request)
-{
-    m_approval->ask(request, m_executor, window());
-}
-
+// A slot of the same signal may have begun the next run.
 void DeviceAgentPage::rest()
 {
-    m_approval->leaveRun();
-    m_chat->setBusy(false);
+    m_chat->setBusy(m_executor && m_executor->isRunning());
 }

@@ -16,11 +16,8 @@ class AgentChatPanel;
 class AgentExecutor;
 class ToolCallTraceView;
 class ToolRegistry;
-struct ApprovalRequest;
 } // namespace QtAgent
 } // namespace MireloQtLib
-
-class ApprovalPrompt;
 
 /// A device of the demo plant.
 struct DeviceRecord
@@ -84,13 +81,11 @@ private:
     void stop();
     void finish();
     void showFailure(const QString &error);
-    void askForApproval(const MireloQtLib::QtAgent::ApprovalRequest &request);
     void rest();
 
     QPointer<MireloQtLib::QtAgent::AgentExecutor> m_executor;
     MireloQtLib::QtAgent::AgentChatPanel *m_chat;
     MireloQtLib::QtAgent::ToolCallTraceView *m_traces;
-    ApprovalPrompt *m_approval;
 };
 
 #endif

@@ -1,11 +1,11 @@
 #include "glossarypage.h"
 
-#include "approvalprompt.h"
 #include "glossary.h"
 #include "pageparts.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/toolregistry.h>
+#include <qtagent/widgets/approvalprompt.h>
 
 #include <QGroupBox>
 #include <QPlainTextEdit>
@@ -19,10 +19,8 @@ GlossaryPage::GlossaryPage(const ModelProvider &model, const ToolRegistryProvide
     : QWidget(parent)
     , m_model(model)
     , m_registry(registry)
-    , m_approval(new ApprovalPrompt(this))
 {
     layOutPage(this, createForm(), createOutputs());
-    connect(m_approval, &ApprovalPrompt::denied, this, &GlossaryPage::rest);
     setRunning(false);
 }
 
@@ -84,7 +82,6 @@ void GlossaryPage::run()
 
 void GlossaryPage::discardExecutor()
 {
-    m_approval->leaveRun();
     if (!m_executor)
         return;
     AgentExecutor *const executor = m_executor;
@@ -108,8 +105,10 @@ AgentExecutor *GlossaryPage::createExecutor()
             [this](const QString &delta) { appendText(m_answer, delta); });
     connect(executor, &AgentExecutor::assistantFinished, this, &GlossaryPage::rest);
     connect(executor, &AgentExecutor::traceAdded, this, &GlossaryPage::showTrace);
-    connect(executor, &AgentExecutor::approvalRequired, this, &GlossaryPage::askForApproval);
+    connect(executor, &AgentExecutor::traceAdded, this, &GlossaryPage::rest); // a denial ends the run
     connect(executor, &AgentExecutor::failed, this, &GlossaryPage::showFailure);
+    auto *prompt = new ApprovalPrompt(executor, this, executor);
+    prompt->setBlocking(true);
     return executor;
 }
 
@@ -125,20 +124,14 @@ void GlossaryPage::showFailure(const QString &error)
     rest();
 }
 
-void GlossaryPage::askForApproval(const ApprovalRequest &request)
-{
-    m_approval->ask(request, m_executor, window());
-}
-
 void GlossaryPage::stop()
 {
-    rest();
+    setRunning(false);
     if (m_executor)
         m_executor->cancel();
 }
 
 void GlossaryPage::rest()
 {
-    m_approval->leaveRun();
-    setRunning(false);
+    setRunning(m_executor && m_executor->isRunning());
 }

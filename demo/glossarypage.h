@@ -14,8 +14,6 @@ class AgentExecutor;
 } // namespace QtAgent
 } // namespace MireloQtLib
 
-class ApprovalPrompt;
-
 QT_BEGIN_NAMESPACE
 class QPlainTextEdit;
 class QPushButton;
@@ -43,13 +41,11 @@ private:
     MireloQtLib::QtAgent::AgentExecutor *createExecutor();
     void showTrace(const MireloQtLib::QtAgent::ToolCallTrace &trace);
     void showFailure(const QString &error);
-    void askForApproval(const MireloQtLib::QtAgent::ApprovalRequest &request);
     void stop();
     void rest();
 
     const ModelProvider m_model;
     const ToolRegistryProvider m_registry;
-    ApprovalPrompt *const m_approval;
     QPlainTextEdit *m_input = nullptr;
     QPlainTextEdit *m_answer = nullptr;
     QPlainTextEdit *m_traces = nullptr;

@@ -502,12 +502,13 @@ void TestDeviceAgentPage::stopWhileTheDialogIsOpenClosesItAndDropsItsAnswer()
     bool closed = false;
     const DialogAnswers answers([&](ApprovalDialog *dialog) {
         scripted.driver.stop();
-        closed = !dialog->isVisible();
+        QTRY_VERIFY(!dialog->isVisible());
+        closed = true;
     });
     scripted.driver.ask(question);
-    QTRY_VERIFY(scripted.driver.isIdle());
+    QTRY_VERIFY(closed);
     drainEvents();
-    QVERIFY(closed);
+    QVERIFY(scripted.driver.isIdle());
     QCOMPARE(scripted.driver.traces(), QStringList());
     QCOMPARE(scripted.model.calls().size(), 1);
     QVERIFY(scripted.window->findChildren<ApprovalDialog *>().isEmpty());

@@ -327,7 +327,7 @@ void TestGlossaryPage::answerOfAStoppedRunIsDropped()
     DialogAnswer answers([&](ApprovalDialog *dialog) {
         if (++dialogs == 1) {
             m_driver->click("stopButton");
-            QVERIFY(!dialog->isVisible());
+            QTRY_VERIFY(!dialog->isVisible());
             m_driver->run();
         }
         dialog->accept(); // too late for the first run, in time for the second

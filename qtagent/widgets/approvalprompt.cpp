@@ -1,0 +1,87 @@
+#include "approvalprompt.h"
+
+#include "approvaldialog.h"
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+ApprovalPrompt::ApprovalPrompt(AgentExecutor *executor, QWidget *window, QObject *parent)
+    : QObject(parent)
+    , m_executor(executor)
+    , m_window(window)
+    , m_hasWindow(window)
+{
+    connect(executor, &AgentExecutor::approvalRequired, this, &ApprovalPrompt::ask);
+}
+
+ApprovalPrompt::~ApprovalPrompt() = default;
+
+void ApprovalPrompt::setBlocking(bool blocking)
+{
+    m_isBlocking = blocking;
+}
+
+bool ApprovalPrompt::isWindowGone() const
+{
+    return m_hasWindow && !m_window;
+}
+
+// A question is an object that lives until it is answered or over, and hides its dialog then.
+void ApprovalPrompt::ask(const ApprovalRequest &request)
+{
+    if (isWindowGone()) {
+        tellExecutor(request, false);
+        return;
+    }
+    auto *question = new QObject(this);
+    auto *dialog = new ApprovalDialog(request, m_window ? m_window->window() : nullptr);
+    connect(question, &QObject::destroyed, dialog, &QWidget::hide);
+    m_executor->whenApprovalOver(question, [question] { delete question; });
+
+    const auto deny = [this, question, request] { answer(question, request, false); };
+    connect(dialog, &QObject::destroyed, question, deny, Qt::QueuedConnection);
+    if (m_window)
+        connect(m_window, &QObject::destroyed, question, deny, Qt::QueuedConnection);
+
+    if (m_isBlocking)
+        executeDialog(dialog, question, request);
+    else
+        openDialog(dialog, question, request);
+}
+
+void ApprovalPrompt::openDialog(ApprovalDialog *dialog, QObject *question, const ApprovalRequest &request)
+{
+    connect(question, &QObject::destroyed, dialog, &QObject::deleteLater);
+    connect(dialog, &QDialog::finished, question, [this, question, request](int result) {
+        answer(question, request, result == QDialog::Accepted);
+    });
+    dialog->open();
+}
+
+void ApprovalPrompt::executeDialog(ApprovalDialog *dialog, QObject *question, const ApprovalRequest &request)
+{
+    const QPointer<ApprovalDialog> shown(dialog);
+    const QPointer<QObject> asked(question); // gone also where the prompt is
+    const bool isAllowed = dialog->exec() == QDialog::Accepted;
+    delete shown;
+    if (asked)
+        answer(asked, request, isAllowed);
+}
+
+void ApprovalPrompt::answer(QObject *question, const ApprovalRequest &request, bool allowed)
+{
+    const ApprovalRequest shown = request; // dies with the question
+    delete question;
+    tellExecutor(shown, allowed && !isWindowGone());
+}
+
+void ApprovalPrompt::tellExecutor(const ApprovalRequest &request, bool allowed)
+{
+    const QPointer<ApprovalPrompt> self(this);
+    const bool counts = m_executor && m_executor->answerApproval(request, allowed);
+    if (self && counts)
+        Q_EMIT answered(request, allowed);
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib
