@@ -5,7 +5,7 @@
 #include <qtagent/agentsession.h>
 #include <qtagent/mockchatmodel.h>
 #include <qtagent/widgets/agentchatpanel.h>
-#include <qtagent/widgets/approvaldialog.h>
+#include <qtagent/widgets/approvalprompt.h>
 #include <qtagent/widgets/toolcalltraceview.h>
 
 #include <QtWidgets>
@@ -55,14 +55,7 @@ int main(int argc, char *argv[])
         if (outcome.end == RunEnd::Failed)
             panel->appendSystemMessage(outcome.error);
     });
-    QObject::connect(&session, &AgentSession::approvalRequired, panel, [&](const ApprovalRequest &request) {
-        auto *dialog = new ApprovalDialog(request, &window);
-        QObject::connect(dialog, &QDialog::finished, &session, [&session, request](int result) {
-            session.answerApproval(request, result == QDialog::Accepted);
-        });
-        session.whenApprovalOver(dialog, [dialog] { dialog->deleteLater(); });
-        dialog->open();
-    });
+    new ApprovalPrompt(&session, &window, &window);
     window.show();
     return QApplication::exec();
 }
