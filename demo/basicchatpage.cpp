@@ -1,6 +1,6 @@
 #include "basicchatpage.h"
 
-#include "pageparts.h"
+#include "pagelayout.h"
 
 #include <qtagent/chatmodel.h>
 #include <qtagent/widgets/agentchatpanel.h>

@@ -1,7 +1,7 @@
 #ifndef ORVANE_BASICCHATPAGE_H
 #define ORVANE_BASICCHATPAGE_H
 
-#include <demo/demopages.h>
+#include <demo/modelprovider.h>
 
 #include <QWidget>
 

@@ -1,7 +1,9 @@
 #include "glossarypage.h"
 
 #include "glossary.h"
-#include "pageparts.h"
+#include "pageform.h"
+#include "pagelayout.h"
+#include "pageoutput.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/toolregistry.h>

@@ -1,7 +1,7 @@
 #ifndef ORVANE_GLOSSARYPAGE_H
 #define ORVANE_GLOSSARYPAGE_H
 
-#include <demo/demopages.h>
+#include <demo/modelprovider.h>
 
 #include <qtagent/toolcalltrace.h>
 

@@ -1,7 +1,9 @@
 #include "graphpages.h"
 
 #include "demographs.h"
-#include "pageparts.h"
+#include "pageform.h"
+#include "pagelayout.h"
+#include "pageoutput.h"
 #include "stepstable.h"
 
 #include <QCheckBox>

@@ -1,6 +1,8 @@
 #include "modelpages.h"
 
 #include "glossarypage.h"
+#include "navigation.h"
+#include "pageoutput.h"
 #include "simplepage.h"
 
 #include <qtagent/chatmodel.h>

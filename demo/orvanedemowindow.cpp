@@ -1,8 +1,10 @@
 #include "orvanedemowindow.h"
 
 #include "basicchatpage.h"
+#include "deviceagentpage.h"
 #include "devicetools.h"
 #include "modelpages.h"
+#include "navigation.h"
 #include "workflowpages.h"
 
 #include <qtagent/agentexecutor.h>

@@ -1,7 +1,7 @@
 #ifndef ORVANE_ORVANEDEMOWINDOW_H
 #define ORVANE_ORVANEDEMOWINDOW_H
 
-#include <demo/demopages.h>
+#include <demo/modelprovider.h>
 
 #include <QMainWindow>
 #include <QPointer>

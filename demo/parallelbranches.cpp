@@ -1,6 +1,8 @@
 #include "parallelbranches.h"
 
-#include "pageparts.h"
+#include "pageform.h"
+#include "pagelayout.h"
+#include "pageoutput.h"
 
 #include <qtagent/chatmodel.h>
 

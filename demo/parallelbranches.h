@@ -1,7 +1,7 @@
 #ifndef ORVANE_PARALLELBRANCHES_H
 #define ORVANE_PARALLELBRANCHES_H
 
-#include <demo/demopages.h>
+#include <demo/modelprovider.h>
 
 #include <QWidget>
 

@@ -1,5 +1,8 @@
 #include "simplepage.h"
 
+#include "pageform.h"
+#include "pagelayout.h"
+
 #include <qtagent/chatmodel.h>
 
 #include <QGroupBox>

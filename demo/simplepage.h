@@ -1,7 +1,7 @@
 #ifndef ORVANE_SIMPLEPAGE_H
 #define ORVANE_SIMPLEPAGE_H
 
-#include <demo/pageparts.h>
+#include <demo/pageoutput.h>
 
 #include <QPointer>
 #include <QWidget>

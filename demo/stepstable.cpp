@@ -1,6 +1,8 @@
 #include "stepstable.h"
 
-#include "pageparts.h"
+#include "pageform.h"
+#include "pagelayout.h"
+#include "pageoutput.h"
 
 #include <QBoxLayout>
 #include <QDialog>

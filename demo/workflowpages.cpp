@@ -3,6 +3,7 @@
 #include "demographs.h"
 #include "glossary.h"
 #include "graphpages.h"
+#include "navigation.h"
 #include "parallelbranches.h"
 #include "simplepage.h"
 

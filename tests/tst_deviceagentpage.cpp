@@ -3,6 +3,7 @@
 #include "support/offlineconfiguration.h"
 #include "support/scriptedmodel.h"
 
+#include <demo/deviceagentpage.h>
 #include <demo/devicetools.h>
 #include <demo/orvanedemowindow.h>
 #include <qtagent/agentexecutor.h>

@@ -2,7 +2,7 @@
 #include "support/loopbackserver.h"
 #include "support/offlineconfiguration.h"
 
-#include <demo/demopages.h>
+#include <demo/navigation.h>
 #include <demo/orvanedemowindow.h>
 #include <qtagent/agentexecutor.h>
 #include <qtagent/chatmodel.h>

@@ -1,6 +1,6 @@
 #include "support/scriptedmodel.h"
 
-#include <demo/demopages.h>
+#include <demo/navigation.h>
 #include <demo/pagetour.h>
 #include <qtagent/widgets/agentchatpanel.h>
 

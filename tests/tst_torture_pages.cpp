@@ -2,6 +2,7 @@
 #include "support/scriptedmodel.h"
 #include "support/torture.h"
 
+#include <demo/deviceagentpage.h>
 #include <demo/devicetools.h>
 #include <demo/modelpages.h>
 #include <demo/orvanedemowindow.h>

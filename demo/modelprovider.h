@@ -1,16 +1,12 @@
-#ifndef ORVANE_DEMOPAGES_H
-#define ORVANE_DEMOPAGES_H
+#ifndef ORVANE_MODELPROVIDER_H
+#define ORVANE_MODELPROVIDER_H
 
-#include <QString>
 #include <QVector>
 
 #include <functional>
 
 QT_BEGIN_NAMESPACE
 class QObject;
-class QStackedWidget;
-class QTreeWidgetItem;
-class QWidget;
 QT_END_NAMESPACE
 
 namespace MireloQtLib {
@@ -34,9 +30,5 @@ using ToolRegistryProvider = std::function<MireloQtLib::QtAgent::ToolRegistry *(
 MireloQtLib::QtAgent::ChatReply *askModel(const ModelProvider &provider,
                                           const QVector<MireloQtLib::QtAgent::ChatMessage> &messages,
                                           QObject *parent);
-
-/// Adds @p page to @p stack, which takes ownership, and an entry @p title below @p group of the navigation
-/// tree. The entry keeps the page's index of the stack in column 0 under Qt::UserRole.
-void addPage(QTreeWidgetItem *group, QStackedWidget *stack, const QString &title, QWidget *page);
 
 #endif
