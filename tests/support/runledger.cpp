@@ -46,10 +46,16 @@ bool RunLedger::answer(const ApprovalRequest &shown, bool allowed)
         return false;
     if (!allowed)
         return m_session->answerApproval(shown, false);
-    m_allowed.append(shown);
-    const bool counts = m_session->answerApproval(shown, true);
-    m_allowed.removeLast();
+    bool counts = false;
+    allow(shown, [&] { counts = m_session->answerApproval(shown, true); });
     return counts;
+}
+
+void RunLedger::allow(const ApprovalRequest &shown, const std::function<void()> &step)
+{
+    m_allowed.append(shown);
+    step();
+    m_allowed.removeLast();
 }
 
 void RunLedger::execute(const QString &toolName, const QJsonObject &arguments)

@@ -25,6 +25,9 @@ public:
     /// The user answers the dialog that shows @p shown. Returns whether the answer counted.
     bool answer(const ApprovalRequest &shown, bool allowed);
 
+    /// The user allows @p shown with @p step, such as a click in its dialog.
+    void allow(const ApprovalRequest &shown, const std::function<void()> &step);
+
     /// A risky tool is called with @p arguments.
     void execute(const QString &toolName, const QJsonObject &arguments);
 
