@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr int inputCount = 20000;
+constexpr int usualCount = 20000;
 constexpr int largestInput = 8192;
 constexpr unsigned seed = 20240611;
 
@@ -74,6 +74,8 @@ private:
             "}",     "[",      "]",      "\"",    "\\u",     "\\ud83d",  ",",    "null",
             "true",  "```",    "```\n",  "error", "{a}",     "message",  "\xe4", "\xef\xbb\xbf",
             "%1",    "%2",     "1e309",  "-0",    "choices", "profiles", "{b}",  "\"\"",
+            "- ",    "1. ",    "> ",     "**",    "_",       "|",        "---",  "# ",
+            "    ",  "[a]",    "]: b",   "![](",  "\\",
         };
         return tokens.at(below(int(tokens.size())));
     }
@@ -114,8 +116,9 @@ void runTarget(const QByteArray &input)
 
 int main(int argc, char **argv)
 {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: %s CORPUS-FOLDER\n", argv[0]);
+    const int inputCount = argc == 3 ? QByteArray(argv[2]).toInt() : usualCount;
+    if (argc < 2 || argc > 3 || inputCount <= 0) {
+        std::fprintf(stderr, "usage: %s CORPUS-FOLDER [INPUTS]\n", argv[0]);
         return 2;
     }
     const QVector<QByteArray> corpus = readCorpus(QString::fromLocal8Bit(argv[1]));
