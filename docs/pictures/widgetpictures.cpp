@@ -2,6 +2,7 @@
 
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/approvaldialog.h>
+#include <qtagent/widgets/markdowntranscript.h>
 #include <qtagent/widgets/modelconfigwidget.h>
 #include <qtagent/widgets/toolcalltraceview.h>
 
@@ -107,6 +108,54 @@ std::unique_ptr<QWidget> createModelConfigWidget()
     return form;
 }
 
+QPalette darkPalette()
+{
+    QPalette palette(QColor(60, 60, 64), QColor(45, 45, 48));
+    palette.setColor(QPalette::Base, QColor(30, 30, 32));
+    palette.setColor(QPalette::AlternateBase, QColor(48, 48, 52));
+    palette.setColor(QPalette::Mid, QColor(90, 90, 96));
+    palette.setColor(QPalette::Link, QColor(110, 170, 255));
+    return palette;
+}
+
+std::unique_ptr<QWidget> createTranscript(const QPalette &palette, const QColor &user, const QColor &agent)
+{
+    auto transcript = std::make_unique<MarkdownTranscript>();
+    transcript->setPalette(palette);
+    transcript->resize(640, 560);
+    transcript->beginMessage(QStringLiteral("用户"), user, MarkdownTranscript::Format::PlainText);
+    transcript->appendDelta(QStringLiteral("Pump-002 的温度持续升高，怎么检查？"));
+    transcript->beginMessage(QStringLiteral("智能体"), agent);
+    transcript->appendDelta(QStringLiteral("### ⚠ 检查步骤\n\n"
+                                           "先看**压差**，做法见[手册](https://manual.example.com/pump)：\n\n"
+                                           "1. 冷却水\n"
+                                           "   - 阀门是否全开\n"
+                                           "   - 流量是否低于 `12 m³/h`\n"
+                                           "2. 过滤器前后的压差\n\n"
+                                           "| 测点 | 实测 | 上限 | 单位 |\n"
+                                           "|:-----|-----:|-----:|:----:|\n"
+                                           "| 压差 | 0.8 | 0.5 | bar |\n"
+                                           "| 振动 | 0.31 | 0.40 | mm/s |\n\n"
+                                           "```python\n"
+                                           "pump = device(\"Pump-002\")\n"
+                                           "if pump.pressure_drop > 0.5:  # bar\n"
+                                           "    switch_to(\"Pump-003\")\n"
+                                           "```\n\n"
+                                           "> 水泵运转时不要关闭阀门。\n\n"
+                                           "切换到**备用泵**之后"));
+    return transcript;
+}
+
+std::unique_ptr<QWidget> createLightTranscript()
+{
+    return createTranscript(QApplication::palette(), QColor(0x1d4ed8), QColor(0x047857));
+}
+
+std::unique_ptr<QWidget> createDarkTranscript()
+{
+    return createTranscript(darkPalette(), QColor(0x93c5fd), QColor(0x6ee7b7));
+}
+
 struct WidgetPicture
 {
     QString name;
@@ -120,6 +169,8 @@ QVector<WidgetPicture> widgetPictures()
         {QStringLiteral("toolcalltraceview.png"), createTraceView},
         {QStringLiteral("approvaldialog.png"), createApprovalDialog},
         {QStringLiteral("modelconfigwidget.png"), createModelConfigWidget},
+        {QStringLiteral("markdowntranscript.png"), createLightTranscript},
+        {QStringLiteral("markdowntranscript-dark.png"), createDarkTranscript},
     };
 }
 
