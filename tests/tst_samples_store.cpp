@@ -1,4 +1,4 @@
-#include "samplewindow.h"
+#include "support/samplewindow.h"
 
 #include <qtagent/agentsession.h>
 #include <qtagent/store/conversationstore.h>

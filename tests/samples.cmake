@@ -1,5 +1,5 @@
-# Every sample of a public header and every C++ block of a page as a file <page>_<number>.inc, for the tests of
-# this folder to include where a reader would paste it.
+# Every sample of a public header and every C++ block of a page as a file <page>_<number>.inc, for the tests
+# to include where a reader would paste it.
 set(sample_dir "${CMAKE_CURRENT_BINARY_DIR}/pasted")
 set(samples)
 
@@ -39,7 +39,7 @@ endforeach()
 
 function(qtagent_add_sample_test name)
     qtagent_add_test(${name} qtagent_test_support QtAgentWidgets ${ARGN})
-    target_include_directories(${name} PRIVATE "${PROJECT_SOURCE_DIR}/tests" "${sample_dir}")
+    target_include_directories(${name} PRIVATE "${sample_dir}")
 endfunction()
 qtagent_add_sample_test(tst_samples_agents)
 qtagent_add_sample_test(tst_samples_models)

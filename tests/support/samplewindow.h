@@ -1,9 +1,9 @@
 #ifndef QTAGENT_TESTS_SAMPLEWINDOW_H
 #define QTAGENT_TESTS_SAMPLEWINDOW_H
 
-#include "support/completions.h"
-#include "support/eventloop.h"
-#include "support/loopbackserver.h"
+#include "completions.h"
+#include "eventloop.h"
+#include "loopbackserver.h"
 
 #include <qtagent/chatmodel.h>
 #include <qtagent/deepseekmodel.h>

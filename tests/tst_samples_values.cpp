@@ -73,7 +73,7 @@ void TestSamplesValues::everySampleRuns_data()
 void TestSamplesValues::everySampleRuns()
 {
     QFETCH(QString, sample);
-    static const QStringList tests = sourcesIn("tests/samples");
+    static const QStringList tests = sourcesIn("tests");
     static const QStringList examples = sourcesIn("examples");
     QString lines = contentOf(QStringLiteral(SAMPLE_DIR) + '/' + sample).trimmed();
     lines.replace(QRegularExpression("\\s*\\n\\s*"), "\n");

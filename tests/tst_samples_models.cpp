@@ -1,4 +1,4 @@
-#include "samplewindow.h"
+#include "support/samplewindow.h"
 
 #include <qtagent/messagehistory.h>
 #include <qtagent/mockchatmodel.h>

@@ -1,4 +1,4 @@
-#include "samplewindow.h"
+#include "support/samplewindow.h"
 
 #include "support/offlineconfiguration.h"
 
