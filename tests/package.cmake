@@ -1,6 +1,5 @@
-# The library as others get it: installed, as a sub-directory, and by FetchContent. All run the CMake of this
-# build, and each builds and runs the programs in stranger/. Some join sources to few translation units, as
-# a stranger may.
+# The library as others get it: static as a sub-directory, shared by FetchContent with few translation units, and
+# both installed. All run the CMake of this build, and each builds and runs the programs in stranger/.
 string(REPLACE ";" "\\;" prefix_path "${CMAKE_PREFIX_PATH}")
 get_property(components DIRECTORY "${PROJECT_SOURCE_DIR}" PROPERTY QTAGENT_COMPONENTS)
 string(REPLACE ";" "\\;" components "${components}")
@@ -33,30 +32,33 @@ function(qtagent_add_stranger_test name library_from)
         ${ARGN})
 endfunction()
 
+qtagent_add_stranger_test(stranger_has_a_subdirectory subdirectory -DBUILD_SHARED_LIBS=OFF)
+qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent
+    -DBUILD_SHARED_LIBS=ON -DCMAKE_UNITY_BUILD=ON)
+set(static_build stranger_has_a_subdirectory)
+set(shared_build stranger_fetches_the_content)
 foreach(linkage IN ITEMS static shared)
-    set(in_subdirectory stranger_has_a_subdirectory_${linkage})
     set(finds_package stranger_finds_the_package_${linkage})
-    string(COMPARE EQUAL ${linkage} shared is_shared)
     # The blank, and the move to it, show that the package depends on no place.
     set(prefix "${package_dir}/${linkage} package")
 
-    qtagent_add_stranger_test(${in_subdirectory} subdirectory
-        -DBUILD_SHARED_LIBS=${is_shared} -DCMAKE_UNITY_BUILD=${is_shared})
     add_test(NAME package_installs_${linkage}
-        COMMAND "${CMAKE_COMMAND}" -D "BUILD_DIR=${package_dir}/${in_subdirectory}" -D "CONFIG=$<CONFIG>"
+        COMMAND "${CMAKE_COMMAND}" -D "BUILD_DIR=${package_dir}/${${linkage}_build}" -D "CONFIG=$<CONFIG>"
             -D "PREFIX=${prefix}" -P "${CMAKE_CURRENT_SOURCE_DIR}/installandmove.cmake")
     qtagent_add_stranger_test(${finds_package} package "-DMireloQtAgent_ROOT=${prefix}")
 
-    set_tests_properties(${in_subdirectory} PROPERTIES FIXTURES_SETUP ${linkage}_build)
+    set_tests_properties(${${linkage}_build} PROPERTIES FIXTURES_SETUP ${linkage}_build)
     set_tests_properties(package_installs_${linkage} PROPERTIES
         FIXTURES_REQUIRED ${linkage}_build
         FIXTURES_SETUP ${linkage}_package)
     set_tests_properties(${finds_package} PROPERTIES FIXTURES_REQUIRED ${linkage}_package)
 endforeach()
 
-# Without Qt Sql all but the store is there.
-qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent -DCMAKE_UNITY_BUILD=ON
-    -DCMAKE_DISABLE_FIND_PACKAGE_Qt${QTAGENT_QT_MAJOR}Sql=ON -DQTAGENT_COMPONENTS=)
+# Without Qt Sql all but the store is there, which is seen before anything is built.
+add_test(NAME stranger_has_no_qt_sql
+    COMMAND "${CMAKE_COMMAND}" -S "${CMAKE_CURRENT_SOURCE_DIR}/stranger" -B "${package_dir}/no-qt-sql" ${toolchain}
+        -DLIBRARY_FROM=subdirectory "-DQTAGENT_SOURCE_DIR=${PROJECT_SOURCE_DIR}"
+        "-DQTAGENT_QT_MAJOR=${QTAGENT_QT_MAJOR}" "-DCMAKE_DISABLE_FIND_PACKAGE_Qt${QTAGENT_QT_MAJOR}Sql=ON")
 
 # This build, installed whole, serves the examples.
 set(prefix "${package_dir}/installed")
