@@ -22,7 +22,6 @@ foreach(example IN ITEMS agent_approval chat_window)
     qtagent_add_test(tst_example_${example} QtAgentWidgets)
     target_sources(tst_example_${example} PRIVATE "${PROJECT_SOURCE_DIR}/examples/${example}.cpp")
     set_source_files_properties("${PROJECT_SOURCE_DIR}/examples/${example}.cpp" PROPERTIES
-        COMPILE_DEFINITIONS main=exampleMain SKIP_PRECOMPILE_HEADERS ON)
         COMPILE_DEFINITIONS main=exampleMain
         SKIP_PRECOMPILE_HEADERS ON)
     set_tests_properties(tst_example_${example} PROPERTIES TIMEOUT 120)
