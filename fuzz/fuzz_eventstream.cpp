@@ -2,7 +2,7 @@
 
 #include "fuzztarget.h"
 
-#include <qtagent/eventstreamreader_p.h>
+#include "../tests/support/streamtexts.h"
 
 #include <QStringList>
 
@@ -19,7 +19,7 @@ QStringList deltasOf(const QByteArray &stream, int portion)
     const int step = portion > 0 ? portion : qMax(1, int(stream.size()));
     for (int position = 0; position < stream.size(); position += step) {
         reader.append(stream.mid(position, step));
-        while (reader.takeDelta(&delta))
+        while (takeDelta(&reader, &delta))
             deltas.append(delta);
     }
     FUZZ_REQUIRE(bodySummary(reader.body()) == bodySummary(stream));

@@ -12,9 +12,10 @@ namespace {
 
 constexpr int summaryLimit = 2000;
 
-QJsonObject firstChoice(const QJsonObject &object)
+bool hasIndexZero(const QJsonValue &choice)
 {
-    return object.value(QLatin1String("choices")).toArray().at(0).toObject();
+    const QJsonValue index = choice.toObject().value(QLatin1String("index"));
+    return index.isNull() || index.isUndefined() || index.toDouble(-1) == 0;
 }
 
 QString errorObjectSummary(const QJsonObject &error)
@@ -72,7 +73,7 @@ QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &me
 
 QJsonObject responseMessage(const QJsonObject &response)
 {
-    return firstChoice(response).value(QLatin1String("message")).toObject();
+    return choiceOf(response, ChoiceRule::First).value(QLatin1String("message")).toObject();
 }
 
 QString contentOf(const QJsonObject &message)
@@ -100,9 +101,13 @@ QJsonObject toolCallResponse(const QString &content, const QJsonArray &toolCalls
     return {{QStringLiteral("choices"), QJsonArray{choice}}};
 }
 
-QString eventContent(const QJsonObject &event)
+QJsonObject choiceOf(const QJsonObject &object, ChoiceRule rule)
 {
-    return contentOf(firstChoice(event).value(QLatin1String("delta")).toObject());
+    const QJsonArray choices = object.value(QLatin1String("choices")).toArray();
+    if (rule == ChoiceRule::First)
+        return choices.at(0).toObject();
+    const auto choice = std::find_if(choices.begin(), choices.end(), hasIndexZero);
+    return choice == choices.end() ? QJsonObject() : QJsonValue(*choice).toObject();
 }
 
 QString bodySummary(const QByteArray &body)

@@ -26,8 +26,11 @@ QJsonArray toolCallsOf(const QJsonObject &message);
 /// Returns a whole response whose message says @p content and asks for @p toolCalls.
 QJsonObject toolCallResponse(const QString &content, const QJsonArray &toolCalls);
 
-/// Returns the text at "choices"[0]."delta"."content" of a stream's event, or an empty text.
-QString eventContent(const QJsonObject &event);
+/// Which of several choices counts: the first one, or the first one with the index 0 or without an index.
+enum class ChoiceRule { First, IndexZero };
+
+/// Returns the choice that counts of a response or of a stream's event, or an empty object.
+QJsonObject choiceOf(const QJsonObject &object, ChoiceRule rule);
 
 /// Returns whether QByteArray::trimmed() takes @p character away.
 constexpr bool isWhiteSpace(char character)

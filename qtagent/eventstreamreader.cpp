@@ -34,19 +34,42 @@ ByteRange trimmed(ByteRange range)
     return range;
 }
 
-QString deltaOfLine(ByteRange line)
+bool isEndMark(ByteRange data)
 {
-    constexpr char prefix[] = "data:";
     constexpr char endMark[] = "[DONE]";
+    return data.size() == qsizetype(std::strlen(endMark)) && data.startsWith(endMark);
+}
+
+// Returns the value of the field @p name, which ends in a colon.
+ByteRange valueOf(ByteRange line, const char *name)
+{
+    return trimmed({line.begin + std::strlen(name), line.end});
+}
+
+constexpr char dataField[] = "data:";
+constexpr char errorField[] = "error:";
+
+// Returns whether the line says anything.
+bool readData(ByteRange data, StreamEvent *event)
+{
+    event->kind = isEndMark(data) ? StreamEvent::Kind::EndMark : StreamEvent::Kind::Object;
+    if (event->kind == StreamEvent::Kind::EndMark)
+        return true;
+    event->object = QJsonDocument::fromJson(QByteArray::fromRawData(data.begin, int(data.size()))).object();
+    return !event->object.isEmpty();
+}
+
+bool readLine(ByteRange line, StreamEvent *event)
+{
     line = trimmed(line);
-    if (!line.startsWith(prefix))
-        return QString();
-    const ByteRange data = trimmed({line.begin + std::strlen(prefix), line.end});
-    if (data.size() == qsizetype(std::strlen(endMark)) && data.startsWith(endMark))
-        return QString();
-    const QJsonDocument event =
-        QJsonDocument::fromJson(QByteArray::fromRawData(data.begin, int(data.size())));
-    return eventContent(event.object());
+    if (line.startsWith(dataField))
+        return readData(valueOf(line, dataField), event);
+    if (!line.startsWith(errorField))
+        return false;
+    const ByteRange error = valueOf(line, errorField);
+    event->kind = StreamEvent::Kind::ErrorField;
+    event->error = QByteArray(error.begin, int(error.size()));
+    return true;
 }
 
 } // namespace
@@ -68,7 +91,7 @@ void EventStreamReader::dropReadLines()
     m_lineBegin = 0;
 }
 
-bool EventStreamReader::takeDelta(QString *delta)
+bool EventStreamReader::takeEvent(StreamEvent *event)
 {
     const char *const bytes = m_lines.constData();
     const char *const end = bytes + m_lines.size();
@@ -80,10 +103,16 @@ bool EventStreamReader::takeDelta(QString *delta)
         const ByteRange line{bytes + m_lineBegin, lineEnd};
         ++m_searchBegin;
         m_lineBegin = m_searchBegin;
-        *delta = deltaOfLine(line);
-        if (!delta->isEmpty())
+        if (readLine(line, event))
             return true;
     }
+}
+
+bool EventStreamReader::endsWithEndMark() const
+{
+    const char *const bytes = m_lines.constData();
+    const ByteRange line = trimmed({bytes + m_lineBegin, bytes + m_lines.size()});
+    return line.startsWith(dataField) && isEndMark(valueOf(line, dataField));
 }
 
 qint64 EventStreamReader::size() const

@@ -4,25 +4,46 @@
 #include <qtagent/chatcompletion_p.h>
 
 #include <QByteArray>
-#include <QString>
+#include <QJsonObject>
 
 namespace MireloQtLib {
 namespace QtAgent {
 
-/// Takes the text pieces out of a stream of chat-completions events, in whatever portions it arrives.
+/// What a line of a stream says.
+struct StreamEvent
+{
+    enum class Kind {
+        /// A JSON object.
+        Object,
+        /// The mark "[DONE]" of the end.
+        EndMark,
+        /// A field "error", as old servers send it in place of data.
+        ErrorField,
+    };
+
+    Kind kind = Kind::Object;
+    QJsonObject object;
+    /// The value of an ErrorField.
+    QByteArray error;
+};
+
+/// Takes the events out of a chat-completions stream, in whatever portions it arrives.
 ///
 /// Lines are found by offsets into one buffer, and what was read is dropped when it is at least half of
 /// the buffer: the cost of a byte does not depend on how much arrived before it or with it, and no more is
 /// kept than the line that has not ended and what an error report may show. Nothing but the offsets is held
-/// across calls, so append() and takeDelta() may be called again from whatever a piece sets off.
+/// across calls, so append() and takeEvent() may be called again from whatever an event sets off.
 class EventStreamReader
 {
 public:
     /// Adds received bytes.
     void append(const QByteArray &bytes);
 
-    /// Moves the next non-empty piece of text to @p delta. Returns false where no complete line holds one.
-    bool takeDelta(QString *delta);
+    /// Moves the next event to @p event. Returns false where no complete line holds one.
+    bool takeEvent(StreamEvent *event);
+
+    /// Returns whether what follows the last line feed is the mark of the end.
+    bool endsWithEndMark() const;
 
     /// Returns how many bytes were received.
     qint64 size() const;

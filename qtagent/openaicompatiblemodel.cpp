@@ -1,140 +1,17 @@
 #include "openaicompatiblemodel.h"
 
+#include "answerreceiver_p.h"
 #include "chatcompletion_p.h"
-#include "eventstreamreader_p.h"
 #include "requestoutcome_p.h"
 
-#include <QJsonDocument>
 #include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QNetworkRequest>
-#include <QPointer>
+#include <QTimer>
 
 namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
-
-// How much of a stream Qt's network thread may read ahead of the event loop, in bytes. Where a connection
-// breaks while more is waiting, Qt drops what it holds back.
-constexpr qint64 readAhead = 1024 * 1024;
-
-// Turns what a network reply receives into the signals of a ChatReply.
-//
-// It is a child of the network reply, which dies with the model. Every emission may delete the ChatReply,
-// the model and thereby this object, abort the request, or enter here again from a nested event loop. The
-// network reply's signals are queued, because Qt still uses a network reply after it emitted readyRead().
-class AnswerReceiver : public QObject
-{
-public:
-    AnswerReceiver(QNetworkReply *networkReply, ChatReply *reply)
-        : QObject(networkReply)
-        , m_networkReply(networkReply)
-        , m_reply(reply)
-    {
-        connect(reply, &ChatReply::canceled, networkReply, &QNetworkReply::abort);
-        connect(reply, &QObject::destroyed, networkReply, &QNetworkReply::abort);
-    }
-
-    void receiveWhole()
-    {
-        connect(
-            m_networkReply, &QNetworkReply::finished, this, [this] { end(&AnswerReceiver::endWhole); },
-            Qt::QueuedConnection);
-    }
-
-    void receiveStream()
-    {
-        limitReadingAhead();
-        connect(m_networkReply, &QNetworkReply::readyRead, this, &AnswerReceiver::readStream,
-                Qt::QueuedConnection);
-        connect(
-            m_networkReply, &QNetworkReply::finished, this, [this] { end(&AnswerReceiver::endStream); },
-            Qt::QueuedConnection);
-    }
-
-private:
-    bool isWanted() const { return m_reply && !m_reply->isCanceled(); }
-
-    // Without a limit a fast server fills the memory. Qt forgets one that is set before the network thread
-    // knows the request, which it does on the next turn of the event loop, or by the time of the head where a
-    // network has to be opened first. While bytes arrive the thread may not look for a new limit, so the head
-    // alone would be too late. A whole answer is read at its end, which one beyond the limit never reaches.
-    void limitReadingAhead()
-    {
-        const auto setLimit = [this] { m_networkReply->setReadBufferSize(readAhead); };
-        QMetaObject::invokeMethod(m_networkReply, setLimit, Qt::QueuedConnection);
-        connect(m_networkReply, &QNetworkReply::metaDataChanged, this, setLimit);
-    }
-
-    void end(void (AnswerReceiver::*handle)())
-    {
-        const QPointer<QNetworkReply> networkReply(m_networkReply);
-        if (isWanted())
-            (this->*handle)();
-        if (networkReply)
-            networkReply->deleteLater();
-    }
-
-    void endWhole()
-    {
-        QByteArray body = m_networkReply->readAll();
-        const RequestOutcome outcome = outcomeOf(*m_networkReply, body.size());
-        if (outcome.hasFailed()) {
-            m_reply->fail(outcome.report(body));
-            return;
-        }
-        QJsonParseError error;
-        const QJsonDocument document = QJsonDocument::fromJson(body, &error);
-        if (!document.isObject()) {
-            m_reply->fail(QStringLiteral("Invalid JSON response: %1\nResponse: %2")
-                              .arg(error.errorString(), bodySummary(body)));
-            return;
-        }
-        body.clear();
-        deliver(document.object());
-    }
-
-    void deliver(const QJsonObject &response)
-    {
-        const QPointer<AnswerReceiver> self(this);
-        const QString content = contentOf(responseMessage(response));
-        // cppcheck-suppress nullPointerRedundantCheck ; a slot may delete the reply
-        m_reply->setResponse(response);
-        if (self && m_reply)
-            m_reply->appendDelta(content);
-        if (self && m_reply)
-            m_reply->finish(content);
-    }
-
-    void readStream()
-    {
-        const QPointer<AnswerReceiver> self(this);
-        if (!isWanted())
-            return;
-        m_stream.append(m_networkReply->readAll());
-        QString delta;
-        while (self && isWanted() && m_stream.takeDelta(&delta))
-            m_reply->appendDelta(delta);
-    }
-
-    void endStream()
-    {
-        const QPointer<AnswerReceiver> self(this);
-        readStream();
-        if (!self || !isWanted())
-            return;
-        const RequestOutcome outcome = outcomeOf(*m_networkReply, m_stream.size());
-        if (outcome.hasFailed())
-            m_reply->fail(outcome.report(m_stream.body()));
-        else
-            m_reply->finish(m_reply->text());
-    }
-
-    QNetworkReply *const m_networkReply;
-    const QPointer<ChatReply> m_reply;
-    EventStreamReader m_stream;
-};
 
 QUrl completionsUrl(const QString &baseUrl)
 {
@@ -180,6 +57,23 @@ QNetworkRequest requestFor(const ModelConfig &config)
     return request;
 }
 
+ChatReply *failLater(const QString &error, const ChatFailure &failure, QObject *owner)
+{
+    auto *reply = new CompletionReply(owner);
+    reply->setFailure(failure);
+    QTimer::singleShot(0, reply, [reply, error] { reply->fail(error); });
+    return reply;
+}
+
+// An address that nothing is sent to.
+ChatReply *failUnknownProtocol(const QUrl &url, QObject *owner)
+{
+    const RequestOutcome outcome = outcomeOfUnknownProtocol(url);
+    ChatFailure failure;
+    failure.networkError = int(outcome.error);
+    return failLater(outcome.report({}), failure, owner);
+}
+
 } // namespace
 
 OpenAICompatibleModel::OpenAICompatibleModel(QObject *parent)
@@ -195,14 +89,14 @@ ChatReply *OpenAICompatibleModel::chat(const QVector<ChatMessage> &messages,
     QObject *const owner = parent ? parent : this;
     const ModelConfig &profile = config();
     if (profile.baseUrl.trimmed().isEmpty() || profile.model.trimmed().isEmpty())
-        return ChatReply::failLater(QStringLiteral("Missing baseUrl or model."), owner);
+        return failLater(QStringLiteral("Missing baseUrl or model."), {}, owner);
 
     const QNetworkRequest request = requestFor(profile);
     if (!isHttp(request.url()))
-        return ChatReply::failLater(outcomeOfUnknownProtocol(request.url()).report({}), owner);
+        return failUnknownProtocol(request.url(), owner);
 
     const bool stream = profile.stream && tools.isEmpty();
-    auto *reply = new ChatReply(owner);
+    auto *reply = new CompletionReply(owner);
     QNetworkReply *networkReply = m_network->post(request, requestBody(profile, messages, tools, stream));
     auto *receiver = new AnswerReceiver(networkReply, reply);
     if (stream)

@@ -1,7 +1,7 @@
 #ifndef MIRELOQTLIB_QTAGENT_OPENAICOMPATIBLEMODEL_H
 #define MIRELOQTLIB_QTAGENT_OPENAICOMPATIBLEMODEL_H
 
-#include <qtagent/chatmodel.h>
+#include <qtagent/completionreply.h>
 
 QT_BEGIN_NAMESPACE
 class QNetworkAccessManager;
@@ -27,6 +27,8 @@ namespace QtAgent {
 /// for it and no tools are offered; with tools it always arrives whole. The API key goes into the
 /// Authorization header, without line breaks, and nowhere else; redirects are not followed. No time limit
 /// is set: a request runs until the network ends it or ChatReply::cancel() is called.
+///
+/// Each reply is a CompletionReply, which also tells reasoning, tokens and why a request failed.
 ///
 /// ChatReply::failed() reports:
 /// - "Missing baseUrl or model." where the profile lacks one of them (nothing is sent);
@@ -56,8 +58,9 @@ public:
     explicit OpenAICompatibleModel(QObject *parent = nullptr);
     ~OpenAICompatibleModel() override;
 
-    /// Sends the request, as ChatModel::chat() describes. Where the profile lacks the address or the model's
-    /// name nothing is sent, and the reply fails on the next turn of the event loop.
+    /// Sends the request, as ChatModel::chat() describes, and returns a CompletionReply. Where the profile
+    /// lacks the address or the model's name nothing is sent, and the reply fails on the next turn of the
+    /// event loop.
     ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
                     QObject *parent) override;
 

@@ -1,5 +1,7 @@
 #include "sessionloop_p.h"
 
+#include "reasoningfields_p.h"
+
 #include <utility>
 
 namespace MireloQtLib {
@@ -159,6 +161,7 @@ void SessionLoop::releaseReply(ChatReply *reply)
 ChatMessage SessionLoop::messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const
 {
     ChatMessage message = reply.message();
+    message.metadata = ReasoningFields::of(reply);
     for (const PendingCall &call : calls)
         message.toolCalls[call.index] = completedCall(message.toolCalls.at(call.index).toObject(), call);
     return message;

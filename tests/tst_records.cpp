@@ -1,5 +1,5 @@
 #include <qtagent/agenttool.h>
-#include <qtagent/chatmodel.h>
+#include <qtagent/completionreply.h>
 #include <qtagent/simpleragchain.h>
 #include <qtagent/stategraph.h>
 #include <qtagent/toolcalltrace.h>
@@ -152,6 +152,28 @@ Sample<ChatResult> chatResults()
     return sample;
 }
 
+Sample<TokenUsage> usages()
+{
+    Sample<TokenUsage> sample{{1, 2, 3}, {}};
+    sample.add(&TokenUsage::prompt, -1);
+    sample.add(&TokenUsage::completion, -1);
+    sample.add(&TokenUsage::reasoning, -1);
+    return sample;
+}
+
+Sample<ChatFailure> failures()
+{
+    Sample<ChatFailure> sample{{429, 299, "t", "c", "m", 5, 1}, {}};
+    sample.add(&ChatFailure::httpStatus, 500);
+    sample.add(&ChatFailure::networkError, 0);
+    sample.add(&ChatFailure::type, "T");
+    sample.add(&ChatFailure::code, "C");
+    sample.add(&ChatFailure::message, "M");
+    sample.add(&ChatFailure::retryAfterMs, 6);
+    sample.add(&ChatFailure::shouldRetry, 0);
+    return sample;
+}
+
 template<typename Record>
 void compare(const Sample<Record> &sample)
 {
@@ -189,6 +211,8 @@ void forEveryRecord(const Check &check)
     check(steps());
     check(runResults());
     check(chatResults());
+    check(usages());
+    check(failures());
 }
 
 } // namespace

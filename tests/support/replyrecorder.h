@@ -57,7 +57,7 @@ public:
         return hasEnded();
     }
 
-private:
+protected:
     void add(const QString &entry)
     {
         m_entries.append(entry);
@@ -68,6 +68,8 @@ private:
     }
 
     QObject m_context;
+
+private:
     QPointer<QEventLoop> m_loop;
     QStringList m_entries;
     std::function<void(const QString &)> m_action;
