@@ -40,6 +40,26 @@ QString compactSummary(const QJsonDocument &document)
     return json.left(cutsCharacter ? summaryLimit - 1 : summaryLimit);
 }
 
+// What the client itself relies on.
+bool isFixedKey(const QString &key)
+{
+    const QStringList keys{QStringLiteral("model"), QStringLiteral("messages"), QStringLiteral("tools"),
+                           QStringLiteral("stream")};
+    return keys.contains(key);
+}
+
+void changeBody(const RequestOptions &options, QJsonObject *body)
+{
+    for (const QString &key : options.without) {
+        if (!isFixedKey(key))
+            body->remove(key);
+    }
+    for (auto value = options.extra.begin(); value != options.extra.end(); ++value) {
+        if (!isFixedKey(value.key()))
+            body->insert(value.key(), value.value());
+    }
+}
+
 // Whether JSON may begin so: with an object, an array or a byte-order mark.
 bool mayBeginJson(char character)
 {
@@ -49,7 +69,7 @@ bool mayBeginJson(char character)
 } // namespace
 
 QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &messages,
-                       const QVector<ToolDefinition> &tools, bool stream)
+                       const QVector<ToolDefinition> &tools, bool stream, const RequestOptions &options)
 {
     QJsonArray messageArray;
     for (const ChatMessage &message : messages)
@@ -58,7 +78,8 @@ QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &me
         {QStringLiteral("model"), config.model},
         {QStringLiteral("messages"), messageArray},
         {QStringLiteral("temperature"), config.temperature},
-        {QStringLiteral("max_tokens"), config.maxTokens},
+        {QLatin1String(options.useMaxCompletionTokens ? "max_completion_tokens" : "max_tokens"),
+         config.maxTokens},
         {QStringLiteral("stream"), stream},
     };
     if (!tools.isEmpty()) {
@@ -68,6 +89,9 @@ QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &me
         body.insert(QStringLiteral("tools"), toolArray);
         body.insert(QStringLiteral("tool_choice"), QStringLiteral("auto"));
     }
+    if (options.askForUsage && stream)
+        body.insert(QStringLiteral("stream_options"), QJsonObject{{QStringLiteral("include_usage"), true}});
+    changeBody(options, &body);
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
 }
 

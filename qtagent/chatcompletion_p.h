@@ -2,6 +2,7 @@
 #define MIRELOQTLIB_QTAGENT_CHATCOMPLETION_P_H
 
 #include <qtagent/chatmodel.h>
+#include <qtagent/requestoptions.h>
 
 #include <QByteArray>
 
@@ -12,7 +13,7 @@ namespace QtAgent {
 
 /// Returns the compact body of a request.
 QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &messages,
-                       const QVector<ToolDefinition> &tools, bool stream);
+                       const QVector<ToolDefinition> &tools, bool stream, const RequestOptions &options = {});
 
 /// Returns "choices"[0]."message" of a whole response, or an empty object.
 QJsonObject responseMessage(const QJsonObject &response);

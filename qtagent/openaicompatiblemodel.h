@@ -2,6 +2,7 @@
 #define MIRELOQTLIB_QTAGENT_OPENAICOMPATIBLEMODEL_H
 
 #include <qtagent/completionreply.h>
+#include <qtagent/requestoptions.h>
 
 QT_BEGIN_NAMESPACE
 class QNetworkAccessManager;
@@ -64,8 +65,24 @@ public:
     ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
                     QObject *parent) override;
 
+    /// Sets what requests sent from now on, and their answers, do otherwise.
+    void setRequestOptions(const RequestOptions &options);
+
+    /// Returns the options.
+    RequestOptions requestOptions() const;
+
+    /// Sends requests through @p manager from now on, for example for its proxy, its certificates or its
+    /// connections. It is not owned. With null, and once it is deleted, the model uses its own again. It has
+    /// to belong to the model's thread. Requests in flight die with the manager that they were sent through,
+    /// without a signal.
+    void setNetworkAccessManager(QNetworkAccessManager *manager);
+
 private:
+    QNetworkAccessManager *network() const;
+
     QNetworkAccessManager *m_network;
+    QPointer<QNetworkAccessManager> m_foreignNetwork;
+    RequestOptions m_options;
 };
 
 } // namespace QtAgent

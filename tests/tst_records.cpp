@@ -1,5 +1,6 @@
 #include <qtagent/agenttool.h>
 #include <qtagent/completionreply.h>
+#include <qtagent/requestoptions.h>
 #include <qtagent/simpleragchain.h>
 #include <qtagent/stategraph.h>
 #include <qtagent/toolcalltrace.h>
@@ -174,6 +175,23 @@ Sample<ChatFailure> failures()
     return sample;
 }
 
+Sample<RequestOptions> requestOptions()
+{
+    Sample<RequestOptions> sample;
+    sample.add(&RequestOptions::extra, object);
+    sample.add(&RequestOptions::without, QStringList("k"));
+    sample.add(&RequestOptions::headers, QMap<QByteArray, QByteArray>{{"N", "v"}});
+    sample.add(&RequestOptions::useMaxCompletionTokens, true);
+    sample.add(&RequestOptions::keepReasoning, true);
+    sample.add(&RequestOptions::streamToolCalls, true);
+    sample.add(&RequestOptions::askForUsage, true);
+    sample.add(&RequestOptions::readThinkTags, true);
+    sample.add(&RequestOptions::strictStreams, true);
+    sample.add(&RequestOptions::applyTimeLimit, true);
+    sample.add(&RequestOptions::query, "q");
+    return sample;
+}
+
 template<typename Record>
 void compare(const Sample<Record> &sample)
 {
@@ -213,6 +231,7 @@ void forEveryRecord(const Check &check)
     check(chatResults());
     check(usages());
     check(failures());
+    check(requestOptions());
 }
 
 } // namespace
