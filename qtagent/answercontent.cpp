@@ -5,14 +5,66 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-AnswerPiece AnswerContent::read(const QJsonObject &message)
+namespace {
+
+// A text, or a list of parts with one each.
+QString textOf(const QJsonValue &value)
+{
+    if (!value.isArray())
+        return value.toString();
+    QString text;
+    const QJsonArray parts = value.toArray();
+    for (const QJsonValue &part : parts)
+        text += part.toObject().value(QLatin1String("text")).toString();
+    return text;
+}
+
+AnswerPiece pieceOfParts(const QJsonArray &parts)
 {
     AnswerPiece piece;
-    piece.text = contentOf(message);
-    // Most deltas hold nothing else.
-    if (message.size() > 1 || piece.text.isEmpty())
-        piece.reasoning = readReasoning(message);
+    for (const QJsonValue &value : parts) {
+        const QJsonObject part = value.toObject();
+        const QString type = part.value(QLatin1String("type")).toString();
+        if (type == QLatin1String("text"))
+            piece.text += part.value(QLatin1String("text")).toString();
+        else if (type == QLatin1String("thinking"))
+            piece.reasoning += textOf(part.value(QLatin1String("thinking")));
+    }
     return piece;
+}
+
+} // namespace
+
+AnswerContent::AnswerContent(const RequestOptions &options)
+    : m_readsThinkTags(options.readThinkTags)
+    , m_readsParts(options.readThinkTags || options.streamToolCalls)
+{}
+
+AnswerPiece AnswerContent::read(const QJsonObject &message)
+{
+    const AnswerPiece content = readContent(message.value(QLatin1String("content")));
+    // Most deltas hold nothing else.
+    if (message.size() == 1 && !content.text.isEmpty())
+        return content;
+    return {readReasoning(message) + content.reasoning, content.text};
+}
+
+AnswerPiece AnswerContent::readContent(const QJsonValue &content)
+{
+    AnswerPiece piece;
+    if (m_readsParts && content.isArray())
+        piece = pieceOfParts(content.toArray());
+    else
+        piece.text = content.toString();
+    if (!m_readsThinkTags)
+        return piece;
+    const AnswerPiece tagged = m_tags.read(piece.text);
+    return {piece.reasoning + tagged.reasoning, tagged.text};
+}
+
+AnswerPiece AnswerContent::end()
+{
+    return m_tags.end();
 }
 
 // Where a service sends the same reasoning under both names, it is told, and kept, once.
@@ -22,13 +74,21 @@ QString AnswerContent::readReasoning(const QJsonObject &message)
     for (const QJsonValue &detail : details)
         m_reasoningDetails.append(detail);
 
-    const QString content = message.value(QLatin1String("reasoning_content")).toString();
+    const QString content = readReasoningField(message, QStringLiteral("reasoning_content"));
     m_reasoningContent += content;
     if (!content.isEmpty())
         return content;
-    const QString reasoning = message.value(QLatin1String("reasoning")).toString();
+    const QString reasoning = readReasoningField(message, QStringLiteral("reasoning"));
     m_reasoning += reasoning;
     return reasoning;
+}
+
+QString AnswerContent::readReasoningField(const QJsonObject &message, const QString &key)
+{
+    const QJsonValue value = message.value(key);
+    if (value.isString() && !m_reasoningKeys.contains(key))
+        m_reasoningKeys.append(key);
+    return value.toString();
 }
 
 QJsonObject AnswerContent::reasoningFields() const
