@@ -1,6 +1,5 @@
 #include "answerreceiver_p.h"
 
-#include "chatcompletion_p.h"
 #include "reasoningfields_p.h"
 #include "servicefailure_p.h"
 
@@ -25,6 +24,30 @@ qint64 tokens(const QJsonValue &count)
     return isCount ? qint64(number) : -1;
 }
 
+bool isTrue(const QJsonValue &value)
+{
+    return value.isObject() || value.isArray() || value.toBool() || value.toDouble() != 0
+        || !value.toString().isEmpty();
+}
+
+// Old servers send the error as a field of its own, as JSON.
+bool isErrorField(const QByteArray &value)
+{
+    const QJsonDocument document = QJsonDocument::fromJson('[' + value + ']');
+    return document.isArray() ? isTrue(document.array().at(0)) : !value.isEmpty();
+}
+
+// Whether an event is one of the protocol.
+bool isUnderstood(const QJsonObject &event)
+{
+    return event.value(QLatin1String("choices")).isArray() || event.value(QLatin1String("usage")).isObject();
+}
+
+AnswerPiece joined(const AnswerPiece &first, const AnswerPiece &second)
+{
+    return {first.reasoning + second.reasoning, first.text + second.text};
+}
+
 TokenUsage usageFrom(const QJsonObject &usage)
 {
     const QJsonObject details = usage.value(QLatin1String("completion_tokens_details")).toObject();
@@ -39,10 +62,13 @@ TokenUsage usageFrom(const QJsonObject &usage)
 
 } // namespace
 
-AnswerReceiver::AnswerReceiver(QNetworkReply *networkReply, CompletionReply *reply)
+AnswerReceiver::AnswerReceiver(QNetworkReply *networkReply, CompletionReply *reply, const AnswerRules &rules)
     : QObject(networkReply)
     , m_networkReply(networkReply)
     , m_reply(reply)
+    , m_rules(rules)
+    , m_content(rules.options)
+    , m_calls(rules.toolNames)
 {
     connect(reply, &ChatReply::canceled, networkReply, &QNetworkReply::abort);
     connect(reply, &QObject::destroyed, networkReply, &QNetworkReply::abort);
@@ -116,9 +142,9 @@ void AnswerReceiver::readWhole(const QByteArray &body)
 void AnswerReceiver::deliver(const QJsonObject &response)
 {
     const QPointer<AnswerReceiver> self(this);
-    const QJsonObject choice = choiceOf(response, ChoiceRule::First);
+    const QJsonObject choice = choiceOf(response, m_rules.choiceRule());
     const QJsonObject message = choice.value(QLatin1String("message")).toObject();
-    const AnswerPiece piece = m_content.read(message);
+    const AnswerPiece piece = joined(m_content.read(message), m_content.end());
     readMetadata(response, choice, message);
     ReasoningFields::set(m_reply, m_content.reasoningFields());
     if (!piece.reasoning.isEmpty())
@@ -145,35 +171,87 @@ void AnswerReceiver::readStream()
 bool AnswerReceiver::hasPiece()
 {
     StreamEvent event;
-    while (m_piece.reasoning.isEmpty() && m_piece.text.isEmpty()) {
+    while (isTold()) {
         if (!m_stream.takeEvent(&event))
             return false;
-        if (event.kind == StreamEvent::Kind::Object)
-            readEvent(event.object);
+        readEvent(event);
     }
     return true;
 }
 
-void AnswerReceiver::readEvent(const QJsonObject &event)
+bool AnswerReceiver::isTold() const
 {
-    const QJsonObject choice = choiceOf(event, ChoiceRule::First);
+    return m_piece.reasoning.isEmpty() && m_piece.text.isEmpty() && m_nextCallPiece == m_callPieces.size();
+}
+
+void AnswerReceiver::readEvent(const StreamEvent &event)
+{
+    if (event.kind == StreamEvent::Kind::Object)
+        readObject(event.object);
+    else if (event.kind == StreamEvent::Kind::EndMark)
+        m_hasEndMark = true;
+    else if (m_errorEvent.isEmpty() && isErrorField(event.error))
+        m_errorEvent = event.error;
+}
+
+void AnswerReceiver::readObject(const QJsonObject &event)
+{
+    const QJsonObject choice = choiceOf(event, m_rules.choiceRule());
     const QJsonObject delta = choice.value(QLatin1String("delta")).toObject();
     m_piece = m_content.read(delta);
     readMetadata(event, choice, delta);
+    if (!m_rules.takesWholeAnswers())
+        return;
+    m_isUnderstood = m_isUnderstood || isUnderstood(event);
+    if (m_errorEvent.isEmpty() && isTrue(event.value(QLatin1String("error"))))
+        m_errorEvent = QJsonDocument(event).toJson(QJsonDocument::Compact);
+    if (m_rules.assemblesCalls())
+        readCalls(delta);
+}
+
+// An old form of the protocol knows one call, which is no list.
+void AnswerReceiver::readCalls(const QJsonObject &delta)
+{
+    m_calls.beginEvent();
+    m_nextCallPiece = 0;
+    m_callPieces = toolCallsOf(delta);
+    const QJsonValue function = delta.value(QLatin1String("function_call"));
+    if (m_callPieces.isEmpty() && function.isObject())
+        m_callPieces = {QJsonObject{{QStringLiteral("function"), function}}};
 }
 
 void AnswerReceiver::tellPiece()
 {
     if (!m_piece.reasoning.isEmpty())
         m_reply->appendReasoning(std::exchange(m_piece.reasoning, {}));
-    else
+    else if (!m_piece.text.isEmpty())
         m_reply->appendDelta(std::exchange(m_piece.text, {}));
+    else
+        tellCallPiece();
+}
+
+void AnswerReceiver::tellCallPiece()
+{
+    const int call = m_calls.addPiece(m_callPieces.at(m_nextCallPiece++));
+    if (call >= 0)
+        m_reply->progressToolCall(call, m_calls.name(call), m_calls.arguments(call));
+}
+
+// Everything else was told.
+void AnswerReceiver::tellRest()
+{
+    const QPointer<AnswerReceiver> self(this);
+    m_piece = m_content.end();
+    while (self && isWanted() && !isTold())
+        tellPiece();
 }
 
 void AnswerReceiver::endStream()
 {
     const QPointer<AnswerReceiver> self(this);
     readStream();
+    if (self && isWanted())
+        tellRest();
     if (!self || !isWanted())
         return;
     ReasoningFields::set(m_reply, m_content.reasoningFields());
@@ -181,6 +259,48 @@ void AnswerReceiver::endStream()
     if (outcome.hasFailed())
         fail(outcome.report(m_stream.body()), outcome, m_stream.body());
     else
+        endSoundStream(outcome);
+}
+
+// What arrived may still be no answer.
+void AnswerReceiver::endSoundStream(const RequestOutcome &outcome)
+{
+    const bool isNoStream = m_rules.takesWholeAnswers() && !m_isUnderstood;
+    const QString fault = streamFault();
+    if (isNoStream && QJsonDocument::fromJson(m_stream.body()).isObject())
+        readWhole(m_stream.body());
+    else if (!fault.isEmpty())
+        failStream(fault, outcome);
+    else if (isNoStream && m_rules.assemblesCalls())
+        readWhole(m_stream.body());
+    else
+        handOver();
+}
+
+// Returns the first line of the report, empty where nothing is wrong.
+QString AnswerReceiver::streamFault() const
+{
+    if (!m_calls.isEmpty() && !mayHandOver())
+        return QStringLiteral("Incomplete tool call from the model.");
+    return {};
+}
+
+bool AnswerReceiver::hasEnd() const
+{
+    return m_hasEndMark || !m_reply->finishReason().isEmpty() || m_stream.endsWithEndMark();
+}
+
+bool AnswerReceiver::mayHandOver() const
+{
+    return m_errorEvent.isEmpty() && hasEnd() && m_calls.isComplete();
+}
+
+void AnswerReceiver::handOver()
+{
+    const QPointer<AnswerReceiver> self(this);
+    if (!m_calls.isEmpty())
+        m_reply->setToolCalls(m_reply->text(), m_calls.calls(m_rules.callIds));
+    if (self && m_reply)
         m_reply->finish(m_reply->text());
 }
 
@@ -204,6 +324,16 @@ void AnswerReceiver::fail(const QString &error, const RequestOutcome &outcome, c
 {
     m_reply->setFailure(failureOf(*m_networkReply, outcome, body));
     m_reply->fail(error);
+}
+
+void AnswerReceiver::failStream(const QString &fault, const RequestOutcome &outcome)
+{
+    ChatFailure failure = failureOf(*m_networkReply, outcome, m_errorEvent);
+    if (m_errorEvent.isEmpty())
+        failure.code =
+            hasEnd() ? QStringLiteral("incomplete_tool_call") : QStringLiteral("stream_ended_early");
+    m_reply->setFailure(failure);
+    m_reply->fail(QStringLiteral("%1\n%2").arg(fault, outcome.report(m_stream.body())));
 }
 
 } // namespace QtAgent

@@ -2,8 +2,10 @@
 #define MIRELOQTLIB_QTAGENT_ANSWERRECEIVER_P_H
 
 #include "answercontent_p.h"
+#include "chatcompletion_p.h"
 #include "eventstreamreader_p.h"
 #include "requestoutcome_p.h"
+#include "toolcallassembly_p.h"
 
 #include <qtagent/completionreply.h>
 
@@ -12,6 +14,24 @@
 
 namespace MireloQtLib {
 namespace QtAgent {
+
+// How an answer is read.
+struct AnswerRules
+{
+    RequestOptions options;
+    // Those offered with the request.
+    QStringList toolNames;
+    // The ids of the calls in the request's messages.
+    QSet<QString> callIds;
+
+    // Whether calls are put together from the pieces of a stream.
+    bool assemblesCalls() const { return options.streamToolCalls && !toolNames.isEmpty(); }
+
+    ChoiceRule choiceRule() const { return takesWholeAnswers() ? ChoiceRule::IndexZero : ChoiceRule::First; }
+
+    // Whether an answer counts that came whole though a stream was asked for.
+    bool takesWholeAnswers() const { return options.streamToolCalls || options.strictStreams; }
+};
 
 // Turns what a network reply receives into the signals of a CompletionReply.
 //
@@ -22,7 +42,7 @@ namespace QtAgent {
 class AnswerReceiver : public QObject
 {
 public:
-    AnswerReceiver(QNetworkReply *networkReply, CompletionReply *reply);
+    AnswerReceiver(QNetworkReply *networkReply, CompletionReply *reply, const AnswerRules &rules);
 
     // Awaits an answer that arrives as a whole.
     void receiveWhole();
@@ -41,19 +61,39 @@ private:
 
     void readStream();
     bool hasPiece();
-    void readEvent(const QJsonObject &event);
+    void readEvent(const StreamEvent &event);
+    void readObject(const QJsonObject &event);
+    void readCalls(const QJsonObject &delta);
+    bool isTold() const;
     void tellPiece();
+    void tellCallPiece();
+    void tellRest();
     void endStream();
+    void endSoundStream(const RequestOutcome &outcome);
+    bool hasEnd() const;
+    bool mayHandOver() const;
+    QString streamFault() const;
+    void handOver();
 
     void readMetadata(const QJsonObject &object, const QJsonObject &choice, const QJsonObject &message);
     void fail(const QString &error, const RequestOutcome &outcome, const QByteArray &body);
+    void failStream(const QString &fault, const RequestOutcome &outcome);
 
     QNetworkReply *const m_networkReply;
     const QPointer<CompletionReply> m_reply;
     EventStreamReader m_stream;
+    const AnswerRules m_rules;
     AnswerContent m_content;
+    ToolCallAssembly m_calls;
     // What was read and is still to be told. An emission that runs an event loop comes back for it.
     AnswerPiece m_piece;
+    QJsonArray m_callPieces;
+    int m_nextCallPiece = 0;
+    // What the stream has said about itself: whether anything was understood, whether it has ended, and the
+    // first error event.
+    bool m_isUnderstood = false;
+    bool m_hasEndMark = false;
+    QByteArray m_errorEvent;
 };
 
 } // namespace QtAgent

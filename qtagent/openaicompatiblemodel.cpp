@@ -14,6 +14,23 @@ namespace QtAgent {
 
 namespace {
 
+AnswerRules rulesFor(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
+                     const RequestOptions &options)
+{
+    AnswerRules rules;
+    rules.options = options;
+    if (!options.streamToolCalls)
+        return rules;
+    for (const ToolDefinition &tool : tools)
+        rules.toolNames.append(tool.name);
+    for (const ChatMessage &message : messages) {
+        rules.callIds.insert(message.toolCallId);
+        for (const QJsonValue &call : message.toolCalls)
+            rules.callIds.insert(call.toObject().value(QLatin1String("id")).toString());
+    }
+    return rules;
+}
+
 ChatReply *failLater(const QString &error, const ChatFailure &failure, QObject *owner)
 {
     auto *reply = new CompletionReply(owner);
@@ -72,11 +89,11 @@ ChatReply *OpenAICompatibleModel::chat(const QVector<ChatMessage> &messages,
     if (!isHttp(request.url()))
         return failUnknownProtocol(request.url(), owner);
 
-    const bool stream = profile.stream && tools.isEmpty();
+    const bool stream = profile.stream && (tools.isEmpty() || m_options.streamToolCalls);
     const QByteArray body = requestBody(profile, messages, tools, stream, m_options);
     auto *reply = new CompletionReply(owner);
     QNetworkReply *networkReply = network()->post(request, body);
-    auto *receiver = new AnswerReceiver(networkReply, reply);
+    auto *receiver = new AnswerReceiver(networkReply, reply, rulesFor(messages, tools, m_options));
     if (stream)
         receiver->receiveStream();
     else

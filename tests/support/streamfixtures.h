@@ -1,0 +1,30 @@
+#ifndef MIRELOQTLIB_QTAGENT_TESTS_STREAMFIXTURES_H
+#define MIRELOQTLIB_QTAGENT_TESTS_STREAMFIXTURES_H
+
+#include <QByteArray>
+#include <QString>
+#include <QVector>
+
+/// A stream in a shape that some service sends, and what it has to be read as. The tools "add", "now" and
+/// "add_numbers" are offered.
+struct StreamFixture
+{
+    const char *name;
+    QVector<QByteArray> lines;
+    bool hasEndMark;
+    QString text;
+    /// Where parts of a content are read.
+    QString reasoning;
+    /// Compact JSON: of each call its id, its name and its arguments.
+    QByteArray calls;
+    /// The first line of the report, empty where the stream finishes.
+    QString fault;
+
+    /// Returns the stream, with an empty line after each event.
+    QByteArray bytes(const QByteArray &lineEnd = "\n") const;
+};
+
+/// Returns one stream of every shape.
+QVector<StreamFixture> streamFixtures();
+
+#endif
