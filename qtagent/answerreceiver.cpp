@@ -1,6 +1,7 @@
 #include "answerreceiver_p.h"
 
 #include "reasoningfields_p.h"
+#include "reasoningmemory_p.h"
 #include "servicefailure_p.h"
 
 #include <QJsonDocument>
@@ -35,6 +36,15 @@ bool isErrorField(const QByteArray &value)
 {
     const QJsonDocument document = QJsonDocument::fromJson('[' + value + ']');
     return document.isArray() ? isTrue(document.array().at(0)) : !value.isEmpty();
+}
+
+// Finish reasons of answers that broke off.
+bool isFailure(const QString &finishReason)
+{
+    const QStringList reasons{QStringLiteral("error"), QStringLiteral("abort"),
+                              QStringLiteral("network_error"),
+                              QStringLiteral("insufficient_system_resource")};
+    return reasons.contains(finishReason);
 }
 
 // Whether an event is one of the protocol.
@@ -83,6 +93,7 @@ void AnswerReceiver::receiveWhole()
 
 void AnswerReceiver::receiveStream()
 {
+    m_isStream = true;
     limitReadingAhead();
     connect(m_networkReply, &QNetworkReply::readyRead, this, &AnswerReceiver::readStream,
             Qt::QueuedConnection);
@@ -91,9 +102,64 @@ void AnswerReceiver::receiveStream()
         Qt::QueuedConnection);
 }
 
+// Qt's own limit would end in the same error as a canceled request.
+void AnswerReceiver::limitSilence(int milliseconds)
+{
+    if (milliseconds <= 0)
+        return;
+    m_silence.setSingleShot(true);
+    m_silence.setTimerType(Qt::PreciseTimer);
+    m_silence.setInterval(milliseconds);
+    const auto restart = [this] { m_silence.start(); };
+    connect(m_networkReply, &QNetworkReply::metaDataChanged, this, restart);
+    connect(m_networkReply, &QNetworkReply::readyRead, this, restart);
+    connect(m_networkReply, &QNetworkReply::uploadProgress, this, restart);
+    connect(m_networkReply, &QNetworkReply::finished, &m_silence, &QTimer::stop);
+    // Where the program was busy for longer than that, what arrived meanwhile is told before.
+    connect(&m_silence, &QTimer::timeout, this, &AnswerReceiver::checkSilence, Qt::QueuedConnection);
+    m_silence.start();
+}
+
+void AnswerReceiver::checkSilence()
+{
+    if (isWanted() && !m_silence.isActive() && !m_networkReply->isFinished())
+        endSilence();
+}
+
+void AnswerReceiver::endSilence()
+{
+    const QPointer<AnswerReceiver> self(this);
+    const qint64 sizeBefore = m_stream.size();
+    if (m_isStream)
+        readStream();
+    if (!self || !isWanted())
+        return;
+    if (m_stream.size() > sizeBefore) {
+        m_silence.start();
+        return;
+    }
+    tellRest();
+    if (!self || !isWanted())
+        return;
+    const QByteArray body = m_isStream ? m_stream.body() : m_networkReply->readAll();
+    RequestOutcome outcome = outcomeOf(*m_networkReply, body.size());
+    outcome.error = QNetworkReply::TimeoutError;
+    outcome.errorText = QStringLiteral("No data for %1 ms").arg(m_silence.interval());
+    m_isOver = true;
+    m_networkReply->abort();
+    if (self && m_reply)
+        fail(outcome.report(body), outcome, body);
+}
+
+void AnswerReceiver::abandon()
+{
+    m_isOver = true;
+    m_networkReply->abort();
+}
+
 bool AnswerReceiver::isWanted() const
 {
-    return m_reply && !m_reply->isCanceled();
+    return m_reply && !m_reply->isCanceled() && !m_isOver;
 }
 
 // Without a limit a fast server fills the memory. Qt forgets one that is set before the network thread
@@ -146,7 +212,7 @@ void AnswerReceiver::deliver(const QJsonObject &response)
     const QJsonObject message = choice.value(QLatin1String("message")).toObject();
     const AnswerPiece piece = joined(m_content.read(message), m_content.end());
     readMetadata(response, choice, message);
-    ReasoningFields::set(m_reply, m_content.reasoningFields());
+    keepReasoning(toolCallsOf(message));
     if (!piece.reasoning.isEmpty())
         m_reply->appendReasoning(piece.reasoning);
     if (self && isWanted())
@@ -254,7 +320,6 @@ void AnswerReceiver::endStream()
         tellRest();
     if (!self || !isWanted())
         return;
-    ReasoningFields::set(m_reply, m_content.reasoningFields());
     const RequestOutcome outcome = outcomeOf(*m_networkReply, m_stream.size());
     if (outcome.hasFailed())
         fail(outcome.report(m_stream.body()), outcome, m_stream.body());
@@ -280,8 +345,17 @@ void AnswerReceiver::endSoundStream(const RequestOutcome &outcome)
 // Returns the first line of the report, empty where nothing is wrong.
 QString AnswerReceiver::streamFault() const
 {
+    const bool isStrict = m_rules.options.strictStreams;
+    if (isStrict && !m_errorEvent.isEmpty())
+        return QStringLiteral("Error event in the stream.");
+    if (isStrict && isFailure(m_reply->finishReason()))
+        return QStringLiteral("The model stopped: %1.").arg(m_reply->finishReason());
     if (!m_calls.isEmpty() && !mayHandOver())
         return QStringLiteral("Incomplete tool call from the model.");
+    if (isStrict && !m_isUnderstood)
+        return QStringLiteral("No answer in the stream.");
+    if (isStrict && !hasEnd())
+        return QStringLiteral("The stream ended early.");
     return {};
 }
 
@@ -298,8 +372,10 @@ bool AnswerReceiver::mayHandOver() const
 void AnswerReceiver::handOver()
 {
     const QPointer<AnswerReceiver> self(this);
-    if (!m_calls.isEmpty())
-        m_reply->setToolCalls(m_reply->text(), m_calls.calls(m_rules.callIds));
+    const QJsonArray calls = m_calls.calls(m_rules.callIds);
+    keepReasoning(calls);
+    if (!calls.isEmpty())
+        m_reply->setToolCalls(m_reply->text(), calls);
     if (self && m_reply)
         m_reply->finish(m_reply->text());
 }
@@ -328,12 +404,36 @@ void AnswerReceiver::fail(const QString &error, const RequestOutcome &outcome, c
 
 void AnswerReceiver::failStream(const QString &fault, const RequestOutcome &outcome)
 {
+    const bool tellsEvent = m_rules.options.strictStreams && !m_errorEvent.isEmpty();
     ChatFailure failure = failureOf(*m_networkReply, outcome, m_errorEvent);
     if (m_errorEvent.isEmpty())
-        failure.code =
-            hasEnd() ? QStringLiteral("incomplete_tool_call") : QStringLiteral("stream_ended_early");
+        failure.code = faultCode();
+    else if (failure.message.isEmpty())
+        failure.message = bodySummary(m_errorEvent);
     m_reply->setFailure(failure);
-    m_reply->fail(QStringLiteral("%1\n%2").arg(fault, outcome.report(m_stream.body())));
+    m_reply->fail(
+        QStringLiteral("%1\n%2").arg(fault, outcome.report(tellsEvent ? m_errorEvent : m_stream.body())));
+}
+
+QString AnswerReceiver::faultCode() const
+{
+    if (isFailure(m_reply->finishReason()))
+        return m_reply->finishReason();
+    if (!m_isUnderstood)
+        return QStringLiteral("no_answer");
+    return hasEnd() ? QStringLiteral("incomplete_tool_call") : QStringLiteral("stream_ended_early");
+}
+
+void AnswerReceiver::keepReasoning(const QJsonArray &calls)
+{
+    const QJsonObject fields = m_content.reasoningFields();
+    ReasoningFields::set(m_reply, fields);
+    if (!m_rules.memory)
+        return;
+    const QUrl url = m_networkReply->request().url();
+    m_rules.memory->rememberKeys(url, m_content.reasoningKeys());
+    if (!calls.isEmpty())
+        m_rules.memory->remember(url, calls, fields);
 }
 
 } // namespace QtAgent

@@ -11,9 +11,14 @@
 
 #include <QNetworkReply>
 #include <QPointer>
+#include <QTimer>
+
+#include <memory>
 
 namespace MireloQtLib {
 namespace QtAgent {
+
+class ReasoningMemory;
 
 // How an answer is read.
 struct AnswerRules
@@ -23,6 +28,8 @@ struct AnswerRules
     QStringList toolNames;
     // The ids of the calls in the request's messages.
     QSet<QString> callIds;
+    // Null where reasoning is not kept.
+    std::shared_ptr<ReasoningMemory> memory;
 
     // Whether calls are put together from the pieces of a stream.
     bool assemblesCalls() const { return options.streamToolCalls && !toolNames.isEmpty(); }
@@ -50,6 +57,12 @@ public:
     // Awaits an answer that arrives in events.
     void receiveStream();
 
+    // Fails the request where no byte goes either way for @p milliseconds, 0 or less for no limit.
+    void limitSilence(int milliseconds);
+
+    // Ends the request without a signal.
+    void abandon();
+
 private:
     bool isWanted() const;
     void limitReadingAhead();
@@ -74,6 +87,11 @@ private:
     bool mayHandOver() const;
     QString streamFault() const;
     void handOver();
+    QString faultCode() const;
+
+    void keepReasoning(const QJsonArray &calls);
+    void checkSilence();
+    void endSilence();
 
     void readMetadata(const QJsonObject &object, const QJsonObject &choice, const QJsonObject &message);
     void fail(const QString &error, const RequestOutcome &outcome, const QByteArray &body);
@@ -94,6 +112,10 @@ private:
     bool m_isUnderstood = false;
     bool m_hasEndMark = false;
     QByteArray m_errorEvent;
+    // Runs while silence is limited.
+    QTimer m_silence;
+    bool m_isStream = false;
+    bool m_isOver = false;
 };
 
 } // namespace QtAgent

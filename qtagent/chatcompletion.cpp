@@ -68,15 +68,20 @@ bool mayBeginJson(char character)
 
 } // namespace
 
-QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &messages,
+QJsonArray messagesToJson(const QVector<ChatMessage> &messages)
+{
+    QJsonArray array;
+    for (const ChatMessage &message : messages)
+        array.append(messageToJson(message));
+    return array;
+}
+
+QByteArray requestBody(const ModelConfig &config, const QJsonArray &messages,
                        const QVector<ToolDefinition> &tools, bool stream, const RequestOptions &options)
 {
-    QJsonArray messageArray;
-    for (const ChatMessage &message : messages)
-        messageArray.append(messageToJson(message));
     QJsonObject body{
         {QStringLiteral("model"), config.model},
-        {QStringLiteral("messages"), messageArray},
+        {QStringLiteral("messages"), messages},
         {QStringLiteral("temperature"), config.temperature},
         {QLatin1String(options.useMaxCompletionTokens ? "max_completion_tokens" : "max_tokens"),
          config.maxTokens},
@@ -93,6 +98,12 @@ QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &me
         body.insert(QStringLiteral("stream_options"), QJsonObject{{QStringLiteral("include_usage"), true}});
     changeBody(options, &body);
     return QJsonDocument(body).toJson(QJsonDocument::Compact);
+}
+
+QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &messages,
+                       const QVector<ToolDefinition> &tools, bool stream)
+{
+    return requestBody(config, messagesToJson(messages), tools, stream, {});
 }
 
 QJsonObject responseMessage(const QJsonObject &response)

@@ -11,9 +11,16 @@ namespace QtAgent {
 
 // The JSON of the chat-completions protocol.
 
-/// Returns the compact body of a request.
+/// Returns @p messages as they are sent.
+QJsonArray messagesToJson(const QVector<ChatMessage> &messages);
+
+/// Returns the compact body of a request with @p messages as they are sent.
+QByteArray requestBody(const ModelConfig &config, const QJsonArray &messages,
+                       const QVector<ToolDefinition> &tools, bool stream, const RequestOptions &options);
+
+/// Returns the compact body of a request without options.
 QByteArray requestBody(const ModelConfig &config, const QVector<ChatMessage> &messages,
-                       const QVector<ToolDefinition> &tools, bool stream, const RequestOptions &options = {});
+                       const QVector<ToolDefinition> &tools, bool stream);
 
 /// Returns "choices"[0]."message" of a whole response, or an empty object.
 QJsonObject responseMessage(const QJsonObject &response);

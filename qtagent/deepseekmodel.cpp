@@ -21,7 +21,10 @@ ModelConfig withDeepSeekDefaults(ModelConfig config)
 
 DeepSeekModel::DeepSeekModel(QObject *parent)
     : OpenAICompatibleModel(parent)
-{}
+{
+    // Without it the service refuses the request that follows a tool.
+    m_alwaysKeepsReasoning = true;
+}
 
 DeepSeekModel::~DeepSeekModel() = default;
 

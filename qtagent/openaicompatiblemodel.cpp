@@ -3,11 +3,14 @@
 #include "answerreceiver_p.h"
 #include "chatcompletion_p.h"
 #include "completionrequest_p.h"
+#include "reasoningmemory_p.h"
 #include "requestoutcome_p.h"
 
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 #include <QTimer>
+
+#include <algorithm>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -53,6 +56,7 @@ ChatReply *failUnknownProtocol(const QUrl &url, QObject *owner)
 OpenAICompatibleModel::OpenAICompatibleModel(QObject *parent)
     : ChatModel(parent)
     , m_network(new QNetworkAccessManager(this))
+    , m_memory(std::make_shared<ReasoningMemory>())
 {}
 
 OpenAICompatibleModel::~OpenAICompatibleModel() = default;
@@ -90,15 +94,52 @@ ChatReply *OpenAICompatibleModel::chat(const QVector<ChatMessage> &messages,
         return failUnknownProtocol(request.url(), owner);
 
     const bool stream = profile.stream && (tools.isEmpty() || m_options.streamToolCalls);
-    const QByteArray body = requestBody(profile, messages, tools, stream, m_options);
+    const QByteArray body = bodyOf(messages, tools, stream, request.url());
+    dropIdleConnections(request.url());
     auto *reply = new CompletionReply(owner);
     QNetworkReply *networkReply = network()->post(request, body);
-    auto *receiver = new AnswerReceiver(networkReply, reply, rulesFor(messages, tools, m_options));
+    receive(networkReply, reply, rulesFor(messages, tools, m_options), stream);
+    return reply;
+}
+
+QByteArray OpenAICompatibleModel::bodyOf(const QVector<ChatMessage> &messages,
+                                         const QVector<ToolDefinition> &tools, bool stream,
+                                         const QUrl &url) const
+{
+    const bool keepsReasoning = m_options.keepReasoning || m_alwaysKeepsReasoning;
+    const QJsonArray array = keepsReasoning ? m_memory->toJson(url, messages) : messagesToJson(messages);
+    return requestBody(config(), array, tools, stream, m_options);
+}
+
+void OpenAICompatibleModel::receive(QNetworkReply *networkReply, CompletionReply *reply,
+                                    const AnswerRules &answerRules, bool stream)
+{
+    AnswerRules rules = answerRules;
+    if (m_options.keepReasoning || m_alwaysKeepsReasoning)
+        rules.memory = m_memory;
+    auto *receiver = new AnswerReceiver(networkReply, reply, rules);
     if (stream)
         receiver->receiveStream();
     else
         receiver->receiveWhole();
-    return reply;
+    if (m_options.applyTimeLimit)
+        receiver->limitSilence(config().timeoutMs);
+    // The model's own manager takes its requests along.
+    if (network() != m_network)
+        connect(this, &QObject::destroyed, receiver, &AnswerReceiver::abandon);
+}
+
+// Some servers keep a connection that was to be closed, and on a kept one the body waits for the delayed
+// acknowledgement of the head. A request in flight would never end.
+void OpenAICompatibleModel::dropIdleConnections(const QUrl &url)
+{
+    if (url.scheme() != QLatin1String("http") || network() != m_network)
+        return;
+    const auto replies = m_network->findChildren<QNetworkReply *>(QString(), Qt::FindDirectChildrenOnly);
+    const bool isIdle = std::none_of(replies.cbegin(), replies.cend(),
+                                     [](const QNetworkReply *reply) { return reply->isRunning(); });
+    if (isIdle)
+        m_network->clearConnectionCache();
 }
 
 } // namespace QtAgent

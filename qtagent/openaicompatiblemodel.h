@@ -4,12 +4,19 @@
 #include <qtagent/completionreply.h>
 #include <qtagent/requestoptions.h>
 
+#include <memory>
+
 QT_BEGIN_NAMESPACE
 class QNetworkAccessManager;
+class QNetworkReply;
+class QUrl;
 QT_END_NAMESPACE
 
 namespace MireloQtLib {
 namespace QtAgent {
+
+struct AnswerRules;
+class ReasoningMemory;
 
 /// A model behind an HTTP service that speaks the OpenAI chat-completions protocol.
 ///
@@ -78,11 +85,20 @@ public:
     void setNetworkAccessManager(QNetworkAccessManager *manager);
 
 private:
+    friend class DeepSeekModel;
+
     QNetworkAccessManager *network() const;
+    QByteArray bodyOf(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools, bool stream,
+                      const QUrl &url) const;
+    void dropIdleConnections(const QUrl &url);
+    void receive(QNetworkReply *networkReply, CompletionReply *reply, const AnswerRules &rules, bool stream);
 
     QNetworkAccessManager *m_network;
     QPointer<QNetworkAccessManager> m_foreignNetwork;
     RequestOptions m_options;
+    // What a service wants whatever is set.
+    bool m_alwaysKeepsReasoning = false;
+    std::shared_ptr<ReasoningMemory> m_memory;
 };
 
 } // namespace QtAgent
