@@ -102,32 +102,16 @@ void AnswerReceiver::receiveStream()
         Qt::QueuedConnection);
 }
 
-// Qt's own limit would end in the same error as a canceled request.
 void AnswerReceiver::limitSilence(int milliseconds)
 {
-    if (milliseconds <= 0)
-        return;
-    m_silence.setSingleShot(true);
-    m_silence.setTimerType(Qt::PreciseTimer);
-    m_silence.setInterval(milliseconds);
-    const auto restart = [this] { m_silence.start(); };
-    connect(m_networkReply, &QNetworkReply::metaDataChanged, this, restart);
-    connect(m_networkReply, &QNetworkReply::readyRead, this, restart);
-    connect(m_networkReply, &QNetworkReply::uploadProgress, this, restart);
-    connect(m_networkReply, &QNetworkReply::finished, &m_silence, &QTimer::stop);
-    // Where the program was busy for longer than that, what arrived meanwhile is told before.
-    connect(&m_silence, &QTimer::timeout, this, &AnswerReceiver::checkSilence, Qt::QueuedConnection);
-    m_silence.start();
-}
-
-void AnswerReceiver::checkSilence()
-{
-    if (isWanted() && !m_silence.isActive() && !m_networkReply->isFinished())
-        endSilence();
+    if (milliseconds > 0)
+        m_silence = new SilenceTimer(m_networkReply, milliseconds, [this] { endSilence(); });
 }
 
 void AnswerReceiver::endSilence()
 {
+    if (!isWanted())
+        return;
     const QPointer<AnswerReceiver> self(this);
     const qint64 sizeBefore = m_stream.size();
     if (m_isStream)
@@ -135,16 +119,14 @@ void AnswerReceiver::endSilence()
     if (!self || !isWanted())
         return;
     if (m_stream.size() > sizeBefore) {
-        m_silence.start();
+        m_silence->restart();
         return;
     }
     tellRest();
     if (!self || !isWanted())
         return;
     const QByteArray body = m_isStream ? m_stream.body() : m_networkReply->readAll();
-    RequestOutcome outcome = outcomeOf(*m_networkReply, body.size());
-    outcome.error = QNetworkReply::TimeoutError;
-    outcome.errorText = QStringLiteral("No data for %1 ms").arg(m_silence.interval());
+    const RequestOutcome outcome = outcomeOfSilence(*m_networkReply, m_silence->interval());
     m_isOver = true;
     m_networkReply->abort();
     if (self && m_reply)
@@ -200,9 +182,7 @@ void AnswerReceiver::readWhole(const QByteArray &body)
         deliver(document.object());
         return;
     }
-    fail(
-        QStringLiteral("Invalid JSON response: %1\nResponse: %2").arg(error.errorString(), bodySummary(body)),
-        outcomeOf(*m_networkReply, body.size()), body);
+    fail(invalidJsonReport(error, body), outcomeOf(*m_networkReply, body.size()), body);
 }
 
 void AnswerReceiver::deliver(const QJsonObject &response)

@@ -5,13 +5,13 @@
 #include "chatcompletion_p.h"
 #include "eventstreamreader_p.h"
 #include "requestoutcome_p.h"
+#include "silencetimer_p.h"
 #include "toolcallassembly_p.h"
 
 #include <qtagent/completionreply.h>
 
 #include <QNetworkReply>
 #include <QPointer>
-#include <QTimer>
 
 #include <memory>
 
@@ -90,7 +90,6 @@ private:
     QString faultCode() const;
 
     void keepReasoning(const QJsonArray &calls);
-    void checkSilence();
     void endSilence();
 
     void readMetadata(const QJsonObject &object, const QJsonObject &choice, const QJsonObject &message);
@@ -112,8 +111,8 @@ private:
     bool m_isUnderstood = false;
     bool m_hasEndMark = false;
     QByteArray m_errorEvent;
-    // Runs while silence is limited.
-    QTimer m_silence;
+    // Null where silence is not limited.
+    SilenceTimer *m_silence = nullptr;
     bool m_isStream = false;
     bool m_isOver = false;
 };

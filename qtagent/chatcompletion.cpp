@@ -166,6 +166,12 @@ QString bodySummary(const QByteArray &body)
     return message.isEmpty() ? compactSummary(document) : message;
 }
 
+QString invalidJsonReport(const QJsonParseError &error, const QByteArray &body)
+{
+    return QStringLiteral("Invalid JSON response: %1\nResponse: %2")
+        .arg(error.errorString(), bodySummary(body));
+}
+
 void SummarizedBody::append(const QByteArray &bytes)
 {
     const char *begin = bytes.cbegin();

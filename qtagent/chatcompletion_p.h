@@ -5,6 +5,7 @@
 #include <qtagent/requestoptions.h>
 
 #include <QByteArray>
+#include <QJsonParseError>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -48,6 +49,9 @@ constexpr bool isWhiteSpace(char character)
 
 /// Returns what a user should read of @p body in an error report.
 QString bodySummary(const QByteArray &body);
+
+/// Returns the report of an answer that is not the JSON it should be.
+QString invalidJsonReport(const QJsonParseError &error, const QByteArray &body);
 
 /// Keeps as much of a body as bodySummary() needs: all of what may be JSON, the beginning of everything else.
 class SummarizedBody

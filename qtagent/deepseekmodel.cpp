@@ -24,6 +24,7 @@ DeepSeekModel::DeepSeekModel(QObject *parent)
 {
     // Without it the service refuses the request that follows a tool.
     m_alwaysKeepsReasoning = true;
+    m_defaultBaseUrl = defaultBaseUrl(QStringLiteral("deepseek"));
 }
 
 DeepSeekModel::~DeepSeekModel() = default;

@@ -17,8 +17,8 @@ namespace QtAgent {
 /// reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
 /// @endcode
 ///
-/// The reasoning that came with tool calls goes back with them, whatever RequestOptions::keepReasoning says: the
-/// service asks for it.
+/// The reasoning that came with tool calls goes back with them, whatever RequestOptions::keepReasoning says:
+/// the service asks for it.
 class QTAGENT_EXPORT DeepSeekModel : public OpenAICompatibleModel
 {
     Q_OBJECT

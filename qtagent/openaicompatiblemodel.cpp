@@ -3,6 +3,7 @@
 #include "answerreceiver_p.h"
 #include "chatcompletion_p.h"
 #include "completionrequest_p.h"
+#include "modellistreceiver_p.h"
 #include "reasoningmemory_p.h"
 #include "requestoutcome_p.h"
 
@@ -42,13 +43,11 @@ ChatReply *failLater(const QString &error, const ChatFailure &failure, QObject *
     return reply;
 }
 
-// An address that nothing is sent to.
-ChatReply *failUnknownProtocol(const QUrl &url, QObject *owner)
+ChatFailure failureOfUnknownProtocol()
 {
-    const RequestOutcome outcome = outcomeOfUnknownProtocol(url);
     ChatFailure failure;
-    failure.networkError = int(outcome.error);
-    return failLater(outcome.report({}), failure, owner);
+    failure.networkError = QNetworkReply::ProtocolUnknownError;
+    return failure;
 }
 
 } // namespace
@@ -91,7 +90,8 @@ ChatReply *OpenAICompatibleModel::chat(const QVector<ChatMessage> &messages,
 
     const QNetworkRequest request = requestTo(QStringLiteral("/chat/completions"), profile, m_options);
     if (!isHttp(request.url()))
-        return failUnknownProtocol(request.url(), owner);
+        return failLater(outcomeOfUnknownProtocol(request.url()).report({}), failureOfUnknownProtocol(),
+                         owner);
 
     const bool stream = profile.stream && (tools.isEmpty() || m_options.streamToolCalls);
     const QByteArray body = bodyOf(messages, tools, stream, request.url());
@@ -99,6 +99,32 @@ ChatReply *OpenAICompatibleModel::chat(const QVector<ChatMessage> &messages,
     auto *reply = new CompletionReply(owner);
     QNetworkReply *networkReply = network()->post(request, body);
     receive(networkReply, reply, rulesFor(messages, tools, m_options), stream);
+    return reply;
+}
+
+ModelListReply *OpenAICompatibleModel::listModels(QObject *parent)
+{
+    auto *reply = new ModelListReply(parent ? parent : this);
+    const auto failLater = [reply](const QString &error, const ChatFailure &failure) {
+        QTimer::singleShot(0, reply, [reply, error, failure] { reply->fail(error, failure); });
+        return reply;
+    };
+    ModelConfig profile = config();
+    if (profile.baseUrl.trimmed().isEmpty())
+        profile.baseUrl = m_defaultBaseUrl;
+    if (profile.baseUrl.isEmpty())
+        return failLater(QStringLiteral("Missing baseUrl."), {});
+    const QNetworkRequest request = requestTo(QStringLiteral("/models"), profile, m_options);
+    if (!isHttp(request.url()))
+        return failLater(outcomeOfUnknownProtocol(request.url()).report({}), failureOfUnknownProtocol());
+
+    dropIdleConnections(request.url());
+    QNetworkReply *networkReply = network()->get(request);
+    auto *receiver = new ModelListReceiver(networkReply, reply);
+    if (m_options.applyTimeLimit)
+        receiver->limitSilence(profile.timeoutMs);
+    if (network() != m_network)
+        connect(this, &QObject::destroyed, receiver, &ModelListReceiver::abandon);
     return reply;
 }
 

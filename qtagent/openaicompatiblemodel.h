@@ -2,6 +2,7 @@
 #define MIRELOQTLIB_QTAGENT_OPENAICOMPATIBLEMODEL_H
 
 #include <qtagent/completionreply.h>
+#include <qtagent/modellist.h>
 #include <qtagent/requestoptions.h>
 
 #include <memory>
@@ -84,6 +85,12 @@ public:
     /// without a signal.
     void setNetworkAccessManager(QNetworkAccessManager *manager);
 
+    /// Asks the service for its models: a GET of the profile's address and "/models", with the headers, the
+    /// query and the time limit of chat(). Nothing else ever sends it. The reply is owned by @p parent, or by
+    /// the model where that is null. It fails with the reports of chat(); with "Missing baseUrl." where the
+    /// profile has no address, for which a DeepSeekModel uses its default.
+    ModelListReply *listModels(QObject *parent = nullptr);
+
 private:
     friend class DeepSeekModel;
 
@@ -96,8 +103,9 @@ private:
     QNetworkAccessManager *m_network;
     QPointer<QNetworkAccessManager> m_foreignNetwork;
     RequestOptions m_options;
-    // What a service wants whatever is set.
+    // What holds for one service whatever is set.
     bool m_alwaysKeepsReasoning = false;
+    QString m_defaultBaseUrl;
     std::shared_ptr<ReasoningMemory> m_memory;
 };
 

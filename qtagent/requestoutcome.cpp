@@ -90,6 +90,14 @@ RequestOutcome outcomeOf(const QNetworkReply &networkReply, qint64 bytesReceived
     return outcome;
 }
 
+RequestOutcome outcomeOfSilence(const QNetworkReply &networkReply, int milliseconds)
+{
+    RequestOutcome outcome = outcomeOf(networkReply, 0);
+    outcome.error = QNetworkReply::TimeoutError;
+    outcome.errorText = QStringLiteral("No data for %1 ms").arg(milliseconds);
+    return outcome;
+}
+
 RequestOutcome outcomeOfUnknownProtocol(const QUrl &url)
 {
     RequestOutcome outcome;

@@ -32,6 +32,9 @@ struct RequestOutcome
 /// for and nobody decodes.
 RequestOutcome outcomeOf(const QNetworkReply &networkReply, qint64 bytesReceived);
 
+/// Returns how @p networkReply ends where nothing was heard for @p milliseconds.
+RequestOutcome outcomeOfSilence(const QNetworkReply &networkReply, int milliseconds);
+
 /// Returns the outcome of a request that is not sent, because its address is none of HTTP.
 RequestOutcome outcomeOfUnknownProtocol(const QUrl &url);
 
