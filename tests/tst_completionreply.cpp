@@ -7,6 +7,8 @@
 
 #include <QtTest>
 
+Q_DECLARE_METATYPE(std::function<void(MireloQtLib::QtAgent::CompletionReply &)>)
+
 using namespace MireloQtLib::QtAgent;
 
 // What a reply tells besides its text.
@@ -337,8 +339,6 @@ void TestCompletionReply::sessionKeepsTheReasoningUnderItsKey()
     QVERIFY(ended.wait());
     QCOMPARE(session.conversation().last().metadata, QJsonObject());
 }
-
-Q_DECLARE_METATYPE(std::function<void(MireloQtLib::QtAgent::CompletionReply &)>)
 
 QTEST_GUILESS_MAIN(TestCompletionReply)
 #include "tst_completionreply.moc"

@@ -97,6 +97,10 @@ struct Attempts
 
 } // namespace
 
+Q_DECLARE_METATYPE(std::function<void(MireloQtLib::QtAgent::CompletionReply *)>)
+using AttemptsEnd = std::function<void(Attempts &, MireloQtLib::QtAgent::CompletionReply *)>;
+Q_DECLARE_METATYPE(AttemptsEnd)
+
 class TestRetryingModel : public QObject
 {
     Q_OBJECT
@@ -479,10 +483,6 @@ void TestRetryingModel::serviceThatIsBusyIsAskedAgain()
     QCOMPARE(refused.reply->failure().httpStatus, 401);
     QCOMPARE(endpoint.server.requests().size(), 3);
 }
-
-Q_DECLARE_METATYPE(std::function<void(MireloQtLib::QtAgent::CompletionReply *)>)
-using AttemptsEnd = std::function<void(Attempts &, MireloQtLib::QtAgent::CompletionReply *)>;
-Q_DECLARE_METATYPE(AttemptsEnd)
 
 QTEST_GUILESS_MAIN(TestRetryingModel)
 #include "tst_retryingmodel.moc"
