@@ -37,7 +37,7 @@ FunctionTool::FunctionTool(const QString &name, const QString &description, cons
     , m_description(description)
     , m_parameters(parameters)
     , m_permission(permission)
-    , m_handler(std::move(handler))
+    , m_handler(std::make_shared<ToolHandler>(std::move(handler)))
 {}
 
 FunctionTool::~FunctionTool() = default;
@@ -64,14 +64,14 @@ ToolPermission FunctionTool::permission() const
 
 ToolResult FunctionTool::invoke(const QJsonObject &arguments)
 {
-    if (!m_handler) {
+    if (!*m_handler) {
         ToolResult result;
         result.error = QStringLiteral("Tool handler is empty.");
         return result;
     }
-    // A handler may delete its own tool; the copy outlives the call.
-    const ToolHandler handler = m_handler;
-    return handler(arguments);
+    // A handler may delete its own tool; this keeps it alive during the call.
+    const std::shared_ptr<ToolHandler> handler = m_handler;
+    return (*handler)(arguments);
 }
 
 } // namespace QtAgent

@@ -10,6 +10,7 @@
 #include <QString>
 
 #include <functional>
+#include <memory>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -91,7 +92,8 @@ class QTAGENT_EXPORT FunctionTool : public AgentTool
 
 public:
     /// Creates a tool that returns @p name, @p description, @p parameters and @p permission as they are, and
-    /// calls @p handler for each call. The handler is kept for as long as the tool lives.
+    /// calls @p handler for each call. The handler is kept for as long as the tool lives, with its state: a
+    /// mutable lambda that counts its calls counts on.
     FunctionTool(const QString &name, const QString &description, const QJsonObject &parameters,
                  ToolPermission permission, ToolHandler handler, QObject *parent = nullptr);
     ~FunctionTool() override;
@@ -111,7 +113,7 @@ private:
     const QString m_description;
     const QJsonObject m_parameters;
     const ToolPermission m_permission;
-    const ToolHandler m_handler;
+    const std::shared_ptr<ToolHandler> m_handler;
 };
 
 } // namespace QtAgent

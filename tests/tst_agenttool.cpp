@@ -15,6 +15,7 @@ private Q_SLOTS:
     void functionToolReturnsWhatItWasMadeOf();
     void functionToolPassesArgumentsAndResultUnchanged();
     void emptyHandlerFails();
+    void handlerKeepsItsState();
     void handlerMayDeleteItsTool();
 };
 
@@ -83,6 +84,19 @@ void TestAgentTool::emptyHandlerFails()
     QVERIFY(result.data.isEmpty() && result.content.isEmpty() && result.metadata.isEmpty());
     QCOMPARE(result.error, "Tool handler is empty.");
     QCOMPARE(toolResultText(result), "Tool handler is empty.");
+}
+
+void TestAgentTool::handlerKeepsItsState()
+{
+    const auto count = [calls = 0](const QJsonObject &) mutable {
+        return ToolResult{true, {}, QString::number(++calls), {}, {}};
+    };
+    FunctionTool tool("t", "d", {}, ToolPermission::ReadOnly, count);
+    FunctionTool other("o", "d", {}, ToolPermission::ReadOnly, count);
+    QCOMPARE(tool.invoke({}).content, "1");
+    QCOMPARE(tool.invoke({}).content, "2");
+    QCOMPARE(tool.invoke({}).content, "3");
+    QCOMPARE(other.invoke({}).content, "1");
 }
 
 void TestAgentTool::handlerMayDeleteItsTool()
