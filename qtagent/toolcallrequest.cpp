@@ -6,13 +6,37 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+namespace {
+
+// Services send the arguments as a text that holds an object; some send the object itself. Sets @p problem
+// to the parser's text where there is no object, which is its no-error text for other kinds of JSON.
+QJsonObject readArguments(const QJsonValue &arguments, QString *problem)
+{
+    if (arguments.isObject() || arguments.isNull() || arguments.isUndefined())
+        return arguments.toObject();
+    const QString text = arguments.toString();
+    if (arguments.isString() && text.trimmed().isEmpty())
+        return {};
+
+    QJsonParseError parseError{};
+    QJsonDocument document;
+    if (arguments.isString())
+        document = QJsonDocument::fromJson(text.toUtf8(), &parseError);
+    if (!document.isObject())
+        *problem = parseError.errorString();
+    return document.object();
+}
+
+} // namespace
+
 PendingCall parseToolCall(const QJsonObject &toolCall)
 {
     const QJsonObject function = toolCall.value(QLatin1String("function")).toObject();
+    const QJsonValue arguments = function.value(QLatin1String("arguments"));
     PendingCall call;
     call.id = toolCall.value(QLatin1String("id")).toString();
     call.name = function.value(QLatin1String("name")).toString();
-    call.rawArguments = function.value(QLatin1String("arguments")).toString();
+    call.rawArguments = arguments.toString();
 
     if (call.id.isEmpty())
         call.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
@@ -20,16 +44,11 @@ PendingCall parseToolCall(const QJsonObject &toolCall)
         call.error = QStringLiteral("Tool call is missing function name.");
         return call;
     }
-    if (call.rawArguments.trimmed().isEmpty())
-        return call;
 
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(call.rawArguments.toUtf8(), &parseError);
-    if (document.isObject())
-        call.arguments = document.object();
-    else
-        call.error =
-            QStringLiteral("Invalid tool arguments for %1: %2").arg(call.name, parseError.errorString());
+    QString problem;
+    call.arguments = readArguments(arguments, &problem);
+    if (!problem.isEmpty())
+        call.error = QStringLiteral("Invalid tool arguments for %1: %2").arg(call.name, problem);
     return call;
 }
 

@@ -13,7 +13,7 @@ struct ToolCallRequest
     QString id;
     QString name;
     QJsonObject arguments;
-    // The text of the arguments as the model sent it.
+    // The text of the arguments as the model sent it, empty where it sent none.
     QString rawArguments;
 };
 
@@ -26,9 +26,10 @@ struct PendingCall : ToolCallRequest
     int index = 0;
 };
 
-// Reads @p toolCall, an element of a response's "tool_calls". A call without an id gets a new one. Where the
-// call has no function name, or arguments that are not a JSON object, the error says why, and the arguments
-// are empty.
+// Reads @p toolCall, an element of a response's "tool_calls". A call without an id gets a new one. Its
+// arguments may be a text that holds a JSON object, such an object itself, or null, a blank text or nothing,
+// which are no arguments. Where it has no function name, or other arguments, the error says why, and the
+// arguments are empty.
 PendingCall parseToolCall(const QJsonObject &toolCall);
 
 } // namespace QtAgent

@@ -37,6 +37,7 @@ private Q_SLOTS:
     void brokenToolCallsFailTheRun();
     void blankArgumentsAreAnEmptyObject_data();
     void blankArgumentsAreAnEmptyObject();
+    void argumentsReachTheTool_data();
     void argumentsReachTheTool();
     void callWithoutAnIdGetsOneForEverything();
     void callWithoutARegistryFailsTheRun();
@@ -348,6 +349,12 @@ void TestAgentExecutor::brokenToolCallsFailTheRun_data()
                              << invalid("unterminated object");
     QTest::newRow("an array parses without an error")
         << QJsonValue(AgentFixture::callWithText("read", "[1]")) << invalid("no error occurred");
+    QTest::newRow("an array") << QJsonValue(AgentFixture::callWith("read", QJsonArray{1}))
+                              << invalid("no error occurred");
+    QTest::newRow("a number") << QJsonValue(AgentFixture::callWith("read", 7))
+                              << invalid("no error occurred");
+    QTest::newRow("a truth value") << QJsonValue(AgentFixture::callWith("read", false))
+                                   << invalid("no error occurred");
     QTest::newRow("place markers in a name are plain text")
         << QJsonValue(AgentFixture::callWithText("%2", "[1]"))
         << "Invalid tool arguments for %2: no error occurred";
@@ -374,6 +381,8 @@ void TestAgentExecutor::blankArgumentsAreAnEmptyObject_data()
     QTest::newRow("empty text") << AgentFixture::callWithText("read", "");
     QTest::newRow("blanks") << AgentFixture::callWithText("read", " \n\t");
     QTest::newRow("empty object") << AgentFixture::callWithText("read", " {} ");
+    QTest::newRow("null") << AgentFixture::callWith("read", QJsonValue::Null);
+    QTest::newRow("an empty object itself") << AgentFixture::callWith("read", QJsonObject());
     QTest::newRow("absent") << QJsonObject{{"function", QJsonObject{{"name", "read"}}}};
 }
 
@@ -387,8 +396,18 @@ void TestAgentExecutor::blankArgumentsAreAnEmptyObject()
     QCOMPARE(agent.traces.first().arguments, QJsonObject());
 }
 
+void TestAgentExecutor::argumentsReachTheTool_data()
+{
+    QTest::addColumn<QJsonValue>("sent");
+    const QJsonObject arguments{{"deviceId", "Pump-001"}, {"名", QJsonArray{1, "二"}}};
+    const QByteArray text = QJsonDocument(arguments).toJson();
+    QTest::newRow("as a text") << QJsonValue(QString::fromUtf8(text));
+    QTest::newRow("as an object") << QJsonValue(arguments);
+}
+
 void TestAgentExecutor::argumentsReachTheTool()
 {
+    QFETCH(QJsonValue, sent);
     const QJsonObject arguments{{"deviceId", "Pump-001"}, {"名", QJsonArray{1, "二"}}};
     AgentFixture agent;
     QJsonObject received;
@@ -397,7 +416,7 @@ void TestAgentExecutor::argumentsReachTheTool()
         return AgentFixture::success("ok");
     };
     agent.registry->registerTool(new FunctionTool("query", "", {}, ToolPermission::ReadOnly, handler));
-    agent.model->addToolCalls({makeToolCall("c1", "query", arguments)});
+    agent.model->addToolCalls({AgentFixture::callWith("query", sent)});
     agent.run();
     QCOMPARE(received, arguments);
     QCOMPARE(agent.traces.first().arguments, arguments);

@@ -72,6 +72,12 @@ public:
     /// A call whose arguments are the text @p arguments.
     static QJsonObject callWithText(const QString &name, const QString &arguments)
     {
+        return callWith(name, arguments);
+    }
+
+    /// A call whose arguments are @p arguments, of whatever kind.
+    static QJsonObject callWith(const QString &name, const QJsonValue &arguments)
+    {
         const QJsonObject function{{"name", name}, {"arguments", arguments}};
         return {{"id", "c1"}, {"type", "function"}, {"function", function}};
     }
