@@ -3,6 +3,13 @@
 
 #include <qtagent/agenttool.h>
 
+#include <QFuture>
+#include <QProcessEnvironment>
+#include <QStringList>
+
+#include <functional>
+#include <memory>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
@@ -114,6 +121,128 @@ public:
 
     /// Returns a failure with the error "Tool is asynchronous.": a tool of this kind is started.
     ToolResult invoke(const QJsonObject &arguments) override;
+};
+
+/// What a FutureTool does with the arguments of a call.
+using FutureHandler = std::function<QFuture<ToolResult>(const QJsonObject &)>;
+
+/// A tool made of values and a function that returns a future: work on another thread.
+///
+/// @code
+/// const auto query = [path](const QJsonObject &arguments) {
+///     return QtConcurrent::run([=] { return readTable(path, arguments); }); // returns a ToolResult
+/// };
+/// registry->registerTool(new FutureTool("read_table", "Reads a table.", schema, ToolPermission::ReadOnly,
+///                                       query));
+/// @endcode
+class QTAGENT_EXPORT FutureTool : public AsyncTool
+{
+    Q_OBJECT
+
+public:
+    /// Creates a tool that returns @p name, @p description, @p parameters and @p permission as they are, and
+    /// calls @p handler for each call, with its state as FunctionTool does.
+    FutureTool(const QString &name, const QString &description, const QJsonObject &parameters,
+               ToolPermission permission, FutureHandler handler, QObject *parent = nullptr);
+    ~FutureTool() override;
+
+    QString name() const override;
+    QString description() const override;
+    QJsonObject parameters() const override;
+    ToolPermission permission() const override;
+
+    /// Calls the handler in the caller's thread and returns a reply that finishes with the future's first
+    /// result and passes its progress texts on. Canceling or deleting the reply cancels the future and does
+    /// not wait for it. The handler may delete the tool.
+    ///
+    /// The reply finishes with a failure where there is no result:
+    /// - "Tool handler is empty.";
+    /// - "Tool call was canceled.", where the future was canceled or ended without a result;
+    /// - "Tool threw an exception.", where the future holds one.
+    ToolReply *start(const QJsonObject &arguments, QObject *parent) override;
+
+private:
+    const ToolDefinition m_definition;
+    const std::shared_ptr<FutureHandler> m_handler;
+};
+
+/// A tool that runs a program and returns what it prints.
+///
+/// @code
+/// auto *search = new ProcessTool("search_log", "Searches the log.", schema, "/usr/bin/grep",
+///                                {"-n", "--max-count={limit}", "--", "{text}", "/var/log/plant.log"});
+/// search->setTimeLimit(5000);
+/// registry->registerTool(search);
+/// @endcode
+///
+/// The host names the program and a list of arguments; no shell is involved. In each element "{key}", where
+/// the key stands in the schema's "properties", is replaced by that value of the call: texts as they are,
+/// whole numbers in decimal, everything else as compact JSON. An element with a key that the call lacks, or
+/// gives as null, is left out. Each element remains one argument whatever it contains. Other braces stay as
+/// they are, also those in a value.
+///
+/// A value may begin with "-" and be read as an option: put "--" before it where the program understands
+/// that, or write "--file={key}".
+///
+/// Of this program's environment HOME, LOGNAME, PATH, SHELL, TERM and USER are passed on, and nothing else.
+/// The standard input is empty. What the program prints is read as UTF-8.
+///
+/// The program runs in a process group of its own, which is killed when the program has ended, when a limit
+/// is exceeded and when the reply is canceled or deleted: what the program has started ends with it. On
+/// Windows only the program itself is killed.
+class QTAGENT_EXPORT ProcessTool : public AsyncTool
+{
+    Q_OBJECT
+
+public:
+    /// Creates a tool that runs @p program with @p arguments, which are filled in as described above.
+    ProcessTool(const QString &name, const QString &description, const QJsonObject &parameters,
+                const QString &program, const QStringList &arguments, QObject *parent = nullptr);
+    ~ProcessTool() override;
+
+    /// Sets the folder in which the program runs. By default it is that of this program.
+    void setWorkingDirectory(const QString &path);
+
+    /// Sets variables that are added to the environment described above, or replace those in it.
+    void setEnvironment(const QProcessEnvironment &environment);
+
+    /// Sets how long a call may take, in ms: by default 60,000; 0 or less means no limit.
+    void setTimeLimit(qint64 ms);
+
+    /// Sets how much a call may print, in bytes of the standard output and the error output together: by
+    /// default 1,048,576. 1 GiB is the most, and what 0 or less means.
+    void setOutputLimit(qint64 bytes);
+
+    QString name() const override;
+    QString description() const override;
+    QJsonObject parameters() const override;
+
+    /// Returns ToolPermission::SystemCommand.
+    ToolPermission permission() const override;
+
+    /// Starts the program, with the folder, environment and limits of this moment. Nothing blocks.
+    ///
+    /// Where the program ends with code 0 the reply finishes with a success: the content is what the
+    /// program printed. Otherwise the content is empty and the error is one of
+    /// - "Program ended with code 2." with its code,
+    /// - "Program crashed.", which includes that a signal ended it,
+    /// - "Program exceeded its time limit of 60000 ms." with the limit,
+    /// - "Program wrote more than 1048576 bytes." with the limit,
+    /// - "Program could not be started: " and the system's text,
+    ///
+    /// followed, if it printed anything, by a line break and the first 2,000 characters of its error output,
+    /// or of its standard output where that is empty. The metadata holds "exitCode" where there is a code.
+    /// A value with a null character fails with "Argument contains a null character: " and its key.
+    ToolReply *start(const QJsonObject &arguments, QObject *parent) override;
+
+private:
+    const ToolDefinition m_definition;
+    const QString m_program;
+    const QStringList m_arguments;
+    QString m_workingDirectory;
+    QProcessEnvironment m_environment;
+    qint64 m_timeLimit = 60000;
+    qint64 m_outputLimit = 1048576;
 };
 
 } // namespace QtAgent
