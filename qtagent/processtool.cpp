@@ -3,8 +3,6 @@
 #include "childprocess_p.h"
 #include "toolresults_p.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
 #include <QTimer>
 
 #include <cmath>
@@ -19,12 +17,6 @@ constexpr int maximumReportLength = 2000;
 constexpr qint64 maximumOutput = 1024 * 1024 * 1024;
 
 // The template
-
-QString compactJson(const QJsonValue &value)
-{
-    const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
-    return QString::fromUtf8(array.mid(1, array.size() - 2));
-}
 
 QString argumentText(const QJsonValue &value)
 {

@@ -3,6 +3,8 @@
 
 #include <qtagent/asynctool.h>
 
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QTimer>
 
 namespace MireloQtLib {
@@ -15,6 +17,12 @@ inline ToolResult failedResult(const QString &error)
     ToolResult result;
     result.error = error;
     return result;
+}
+
+inline QString compactJson(const QJsonValue &value)
+{
+    const QByteArray array = QJsonDocument(QJsonArray{value}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(array.mid(1, array.size() - 2));
 }
 
 // Whoever starts a tool connects to the reply after it was returned.
