@@ -1,0 +1,103 @@
+#include "jsonrpc_p.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+namespace {
+
+constexpr QLatin1String idKey("id");
+constexpr QLatin1String methodKey("method");
+constexpr QLatin1String paramsKey("params");
+constexpr QLatin1String resultKey("result");
+constexpr QLatin1String errorKey("error");
+constexpr QLatin1String versionKey("jsonrpc");
+constexpr QLatin1String version("2.0");
+
+RpcError readError(const QJsonObject &object)
+{
+    RpcError error;
+    error.code = object.value(QLatin1String("code")).toInt();
+    error.message = object.value(QLatin1String("message")).toString();
+    error.data = object.value(QLatin1String("data"));
+    if (error.message.isEmpty())
+        error.message = QStringLiteral("Error %1").arg(error.code);
+    return error;
+}
+
+bool readMessage(const QJsonObject &object, RpcMessage *message)
+{
+    if (object.value(versionKey) != version)
+        return false;
+    message->id = object.value(idKey);
+    message->method = object.value(methodKey).toString();
+    message->params = object.value(paramsKey).toObject();
+    message->result = object.value(resultKey);
+    if (object.contains(methodKey)) {
+        const bool hasId = message->id.isString() || message->id.isDouble();
+        message->kind = hasId ? RpcMessage::Kind::Request : RpcMessage::Kind::Notification;
+        return !message->method.isEmpty() && (hasId || !object.contains(idKey));
+    }
+    if (object.value(errorKey).isObject()) {
+        message->kind = RpcMessage::Kind::Error;
+        message->error = readError(object.value(errorKey).toObject());
+        return true;
+    }
+    message->kind = RpcMessage::Kind::Result;
+    return object.contains(idKey);
+}
+
+QByteArray written(QJsonObject object)
+{
+    object.insert(versionKey, version);
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+QByteArray writtenCall(QJsonObject object, const QString &method, const QJsonObject &params)
+{
+    object.insert(methodKey, method);
+    if (!params.isEmpty())
+        object.insert(paramsKey, params);
+    return written(object);
+}
+
+} // namespace
+
+QVector<RpcMessage> readRpcMessages(const QByteArray &json)
+{
+    const QJsonDocument document = QJsonDocument::fromJson(json);
+    const QJsonArray batch = document.isObject() ? QJsonArray{document.object()} : document.array();
+    QVector<RpcMessage> messages;
+    for (const QJsonValue &element : batch) {
+        RpcMessage message;
+        if (readMessage(element.toObject(), &message))
+            messages.append(message);
+    }
+    return messages;
+}
+
+QByteArray rpcRequest(qint64 id, const QString &method, const QJsonObject &params)
+{
+    return writtenCall({{idKey, id}}, method, params);
+}
+
+QByteArray rpcNotification(const QString &method, const QJsonObject &params)
+{
+    return writtenCall({}, method, params);
+}
+
+QByteArray rpcResult(const QJsonValue &id, const QJsonObject &result)
+{
+    return written({{idKey, id}, {resultKey, result}});
+}
+
+QByteArray rpcError(const QJsonValue &id, int code, const QString &message)
+{
+    const QJsonObject error{{QStringLiteral("code"), code}, {QStringLiteral("message"), message}};
+    return written({{idKey, id}, {errorKey, error}});
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib

@@ -1,0 +1,80 @@
+#include "mcpcall_p.h"
+
+#include "../toolresults_p.h"
+#include "mcpresult_p.h"
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+namespace {
+
+HeaderValues callHeaders(const CatalogEntry &tool, const QJsonObject &arguments)
+{
+    return HeaderValues{{"Mcp-Name", headerValue(tool.definition.name)}} + headersOf(tool.headers, arguments);
+}
+
+} // namespace
+
+McpCall::McpCall(McpServerPrivate *server, ToolReply *reply, const CatalogEntry &tool,
+                 const QJsonObject &arguments)
+    : QObject(server)
+    , m_server(server)
+    , m_reply(reply)
+    , m_toolName(tool.definition.name)
+    , m_params{{QStringLiteral("name"), m_toolName}, {QStringLiteral("arguments"), arguments}}
+    , m_headers(callHeaders(tool, arguments))
+{
+    connect(reply, &ToolReply::canceled, this, &McpCall::abandon);
+    connect(reply, &QObject::destroyed, this, &McpCall::abandon);
+}
+
+void McpCall::send(McpPeer *peer, qint64 timeLimitMs)
+{
+    McpPeer::Expectation expectation;
+    expectation.context = this;
+    expectation.timeLimitMs = timeLimitMs;
+    expectation.headers = m_headers;
+    expectation.onAnswer = [this](const McpAnswer &answer) { takeAnswer(answer); };
+    expectation.onProgress = [reply = m_reply](const QString &text) {
+        if (reply)
+            reply->progress(text);
+    };
+    m_peer = peer;
+    m_requestId = peer->request(QStringLiteral("tools/call"), m_params, expectation);
+}
+
+void McpCall::takeAnswer(const McpAnswer &answer)
+{
+    m_requestId = 0;
+    if (answer.isSessionLost && !m_isRepeated) {
+        m_isRepeated = true;
+        m_server->reopenFor(this);
+        return;
+    }
+    finish(toolResultFrom(checkedAnswer(answer, m_peer->agreement().isModern)));
+}
+
+void McpCall::finish(const ToolResult &result)
+{
+    const QPointer<ToolReply> reply = m_reply;
+    m_server->forget(this);
+    if (reply)
+        reply->finish(result);
+}
+
+void McpCall::failLater(const QString &error)
+{
+    if (m_reply)
+        QtAgent::failLater(m_reply, error);
+    m_server->forget(this);
+}
+
+void McpCall::abandon()
+{
+    if (m_peer)
+        m_peer->drop(m_requestId, QStringLiteral("Canceled"));
+    m_server->forget(this);
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib

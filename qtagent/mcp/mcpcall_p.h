@@ -1,0 +1,43 @@
+#ifndef MIRELOQTLIB_QTAGENT_MCPCALL_P_H
+#define MIRELOQTLIB_QTAGENT_MCPCALL_P_H
+
+#include "mcpserverprivate_p.h"
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+// One call of a tool, until its reply has ended, or nobody waits for it any more.
+class McpCall : public QObject
+{
+    Q_OBJECT
+
+public:
+    McpCall(McpServerPrivate *server, ToolReply *reply, const CatalogEntry &tool,
+            const QJsonObject &arguments);
+
+    QString toolName() const { return m_toolName; }
+
+    void send(McpPeer *peer, qint64 timeLimitMs);
+
+    // Ends the reply, from the event loop.
+    void failLater(const QString &error);
+    void finish(const ToolResult &result);
+
+private:
+    void takeAnswer(const McpAnswer &answer);
+    void abandon();
+
+    McpServerPrivate *const m_server;
+    const QPointer<ToolReply> m_reply;
+    const QString m_toolName;
+    const QJsonObject m_params;
+    const HeaderValues m_headers;
+    QPointer<McpPeer> m_peer;
+    qint64 m_requestId = 0;
+    bool m_isRepeated = false;
+};
+
+} // namespace QtAgent
+} // namespace MireloQtLib
+
+#endif
