@@ -95,7 +95,9 @@ QByteArray rpcResult(const QJsonValue &id, const QJsonObject &result)
 
 QByteArray rpcError(const QJsonValue &id, int code, const QString &message)
 {
-    const QJsonObject error{{QStringLiteral("code"), code}, {QStringLiteral("message"), message}};
+    QJsonObject error;
+    error.insert(QLatin1String("code"), code);
+    error.insert(QLatin1String("message"), message);
     return written({{idKey, id}, {errorKey, error}});
 }
 

@@ -43,9 +43,10 @@ QStringList supportedVersions(const McpAnswer &answer)
 // One that refuses to tell them may have tools.
 QJsonObject capabilitiesIn(const McpAnswer &answer)
 {
+    QJsonObject capabilities = answer.result.value(QLatin1String("capabilities")).toObject();
     if (answer.isError)
-        return {{QStringLiteral("tools"), QJsonObject()}};
-    return answer.result.value(QLatin1String("capabilities")).toObject();
+        capabilities.insert(QLatin1String("tools"), QJsonObject());
+    return capabilities;
 }
 
 // Only modern servers refuse with these.

@@ -1,5 +1,6 @@
 #include "mcpserver.h"
 
+#include "httptransport_p.h"
 #include "mcpserverprivate_p.h"
 #include "mcptool_p.h"
 #include "stdiotransport_p.h"
@@ -35,6 +36,14 @@ void McpServer::startProcess(const QString &program, const QStringList &argument
 {
     if (d->isIdle())
         d->start(new StdioTransport(program, arguments, environment));
+    else
+        qWarning("McpServer: the server is running already.");
+}
+
+void McpServer::connectTo(const QUrl &url, const QMap<QByteArray, QByteArray> &headers)
+{
+    if (d->isIdle())
+        d->start(new HttpTransport(url, headers));
     else
         qWarning("McpServer: the server is running already.");
 }

@@ -5,10 +5,13 @@
 #include <qtagent/mcp/qtagent_mcp_export.h>
 #include <qtagent/toolregistry.h>
 
+#include <QByteArray>
+#include <QMap>
 #include <QObject>
 #include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
+#include <QUrl>
 #include <QVector>
 
 #include <memory>
@@ -37,7 +40,8 @@ class McpServerPrivate;
 /// it is deleted, its permission is forgotten, and toolsChanged() asks the host to look again.
 ///
 /// Servers of the revisions 2024-11-05 to 2025-11-25, which open with a handshake, and of 2026-07-28 are
-/// understood, over pipes. Only tools are used. What a server asks of its host is refused, apart from a ping.
+/// understood, over pipes and over streamable HTTP; the older HTTP+SSE transport is not. Only tools are
+/// used. What a server asks of its host is refused, apart from a ping.
 ///
 /// The results of its tools:
 /// - what the server sends as text is the content; an image or a sound becomes "[image: image/png, 1234
@@ -55,7 +59,13 @@ class McpServerPrivate;
 /// - "MCP server asked for input.", which is not given;
 /// - "MCP server sent an invalid answer.";
 /// - "MCP tool has changed.", where the server lost the session and its new list has another tool of this
-/// name.
+///   name;
+///
+/// and over HTTP
+/// - "Connection to the MCP server failed: " and the reason;
+/// - "MCP server closed the connection before it answered. The call may have run.";
+/// - "MCP server answered with HTTP status 503.", with its status, and on a further line what the server
+///   says about authorization.
 ///
 /// A call that may have run is never repeated, but for one whose session the server had lost: it is opened
 /// anew and the call sent once more.
@@ -80,6 +90,14 @@ public:
     /// Where a server runs already, this does nothing but warn.
     void startProcess(const QString &program, const QStringList &arguments = {},
                       const QProcessEnvironment &environment = {});
+
+    /// Speaks with the server at @p url, which begins with https:// or http://. @p headers go to it with
+    /// each request, for example {"Authorization", "Bearer ..."}: with headers, plain http is refused but to
+    /// this computer. They and the session's id appear in no text, and redirects are not followed. ready() or
+    /// ended() follows from the event loop.
+    ///
+    /// Where a server runs already, this does nothing but warn.
+    void connectTo(const QUrl &url, const QMap<QByteArray, QByteArray> &headers = {});
 
     /// Returns whether calls are possible: from ready() until stop() or ended().
     bool isReady() const;
@@ -131,6 +149,8 @@ Q_SIGNALS:
     /// - "Program could not be started: " and the system's text, "Program ended with code 1.", also for code
     ///   0, or "Program crashed.";
     /// - "Line is too long." where a line of its standard output has more than 16 MiB;
+    /// - "Address of the MCP server is neither https nor http.", "Headers go to an https address or to this
+    ///   computer only." or "Header name is not valid.";
     /// - "MCP server refused initialize: " or "MCP server refused tools/list: " and its words;
     /// - "MCP server speaks another version of the protocol: " and those that it named;
     /// - "MCP server has more than 64 pages of tools.";

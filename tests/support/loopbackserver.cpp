@@ -89,6 +89,7 @@ LoopbackServer::Private::Private()
     };
     server.Get(".*", handle);
     server.Post(".*", handle);
+    server.Delete(".*", handle);
     server.new_task_queue = [] { return new httplib::ThreadPool(threadCount); };
     // A kept connection would occupy a thread, and hold up the end of a test.
     server.set_keep_alive_max_count(1);
