@@ -20,7 +20,10 @@ AgentExecutor::AgentExecutor(std::unique_ptr<AgentLoop> loop, QObject *parent)
     qRegisterMetaType<ApprovalRequest>();
 }
 
-AgentExecutor::~AgentExecutor() = default;
+AgentExecutor::~AgentExecutor()
+{
+    m_loop->die();
+}
 
 void AgentExecutor::setModel(ChatModel *model)
 {

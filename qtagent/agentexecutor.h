@@ -45,6 +45,15 @@ class AgentLoop;
 /// run() starts the next one, and where the model ends a request without a signal (its reply is deleted,
 /// or the model while it waits for a network).
 ///
+/// An AsyncTool is started where another tool is invoked, and the run goes on once its reply has ended:
+/// traceAdded() comes inside ToolReply::finish(), and its duration counts from the start to there. Replies
+/// are children of the executor, which deletes them later. cancel(), the next run() and the death of the
+/// executor cancel the reply of a tool that is at work, and no trace of that call follows. Otherwise a call
+/// without a result fails in words, and the run goes on:
+/// - "Tool returned no reply.", where AsyncTool::start() returns null,
+/// - "Tool reply was deleted.", from the event loop,
+/// - "Tool call was canceled.", by somebody else.
+///
 /// The executor owns neither the model nor the registry, and does not mind when they are deleted. It may
 /// itself be deleted, canceled or started again from a slot connected to any of its signals and from
 /// inside a tool. The replies of its requests are its children and live as long as it does. All of these
@@ -75,12 +84,12 @@ public:
     void setMaxIterations(int maxIterations);
 
     /// Starts a new conversation with the question @p input. Returns once the first request is sent; what
-    /// the model answers arrives through the signals. Only a missing model, and one that returns no reply, are
-    /// reported by failed() before the call returns.
+    /// the model answers arrives through the signals. Only a missing model, and one that returns no reply,
+    /// are reported by failed() before the call returns.
     ///
     /// A run that is in flight is dropped without a signal, with its open approval and its remaining tool
-    /// calls. Its request is not canceled, but nothing of it arrives any more: call cancel() first to stop
-    /// that, too.
+    /// calls; a tool that is at work is canceled before the request is sent. Its request is not canceled, but
+    /// nothing of it arrives any more: call cancel() first to stop that, too.
     void run(const QString &input);
 
     /// Returns whether a run is in flight: one that waits for the model or the user, or executes a tool.
@@ -92,9 +101,9 @@ public:
     /// counts: only while a call with this id, tool and arguments is waiting. So the answer of a dialog that
     /// was left open can never allow another call, although ids come from the model and may repeat.
     ///
-    /// If @p allowed, the tool runs and traceAdded() is emitted before this returns; the run goes on from the
-    /// event loop. Otherwise traceAdded() is emitted with the status "denied" and the run ends there: no
-    /// further tool, request or signal.
+    /// If @p allowed, the tool runs and traceAdded() is emitted before this returns, or an AsyncTool is
+    /// started; the run goes on from the event loop. Otherwise traceAdded() is emitted with the status
+    /// "denied" and the run ends there: no further tool, request or signal.
     ///
     /// Where the registry meanwhile holds another tool of that name, or the tool has got another permission,
     /// an answer that allows does not count: the user was asked about something else. The call is then taken
@@ -119,9 +128,9 @@ public:
     void whenApprovalOver(QObject *context, const std::function<void()> &callback);
 
 public Q_SLOTS:
-    /// Ends the run and cancels its request. Nothing is emitted, except for the trace of a tool that is
-    /// running at this moment. Where the run has ended already, its last reply is marked as canceled and
-    /// nothing else happens.
+    /// Ends the run and cancels its request, and the tool that is at work. Nothing is emitted, except for the
+    /// trace of a tool that is being invoked at this moment. Where the run has ended already, its last reply
+    /// is marked as canceled and nothing else happens.
     void cancel();
 
     /// Answers approvalRequired() by the id alone. Does nothing unless @p approvalId is the id of the call

@@ -1,6 +1,7 @@
 #include "agentloop_p.h"
 
-#include <QElapsedTimer>
+#include "toolresults_p.h"
+
 #include <QTimer>
 
 #include <utility>
@@ -64,13 +65,29 @@ bool AgentLoop::isRunning() const
     return m_run->state != AgentRun::State::Awaiting || canBeAnswered;
 }
 
+void AgentLoop::die()
+{
+    m_isDead = true;
+    if (m_run)
+        releaseTools();
+    m_run.reset();
+    cancelTools();
+}
+
 void AgentLoop::run(const QString &input)
 {
+    if (m_isDead)
+        return;
     const ChatMessage question = ChatMessage::user(input);
+    if (m_run)
+        releaseTools();
     m_run = std::make_unique<AgentRun>();
     m_conversation.setMessages({});
     m_conversation.addQuestion(m_systemPrompt, question);
-    requestAnswer();
+    const QPointer<AgentRun> run(m_run.get());
+    cancelTools();
+    if (run)
+        requestAnswer();
 }
 
 void AgentLoop::requestAnswer()
@@ -141,8 +158,8 @@ void AgentLoop::handleAnswer(ChatReply *reply, const QString &text)
 void AgentLoop::takeCalls(ChatReply *reply, const QVector<PendingCall> &calls)
 {
     m_conversation.addCalls(messageOf(*reply, calls), calls);
-    m_run->calls = calls;
-    m_run->nextCall = 0;
+    for (const PendingCall &call : calls)
+        m_run->pendingCalls.enqueue(call);
     const QPointer<AgentRun> run(m_run.get());
     releaseReply(reply);
     if (run)
@@ -179,15 +196,31 @@ void AgentLoop::processNextCall()
 {
     if (m_run->state == AgentRun::State::Over)
         return;
-    if (m_run->nextCall == m_run->calls.size()) {
+    if (mustWait())
+        return;
+    if (m_run->pendingCalls.isEmpty()) {
         post(&AgentLoop::requestAnswer);
         return;
     }
-    const PendingCall call = m_run->calls.at(m_run->nextCall++);
+    const PendingCall call = m_run->pendingCalls.dequeue();
     if (call.error.isEmpty())
         takeUp(call);
     else
         reject(call, call.error);
+}
+
+// Calls are executed one after another, but neighbours that take their time and only read may overlap.
+bool AgentLoop::mustWait() const
+{
+    const QVector<ToolExecution *> &executions = m_run->executions;
+    if (executions.isEmpty())
+        return false;
+    const bool isReading = executions.first()->permission() == ToolPermission::ReadOnly;
+    if (!m_parallelToolCalls || !isReading || m_run->pendingCalls.isEmpty() || !m_registry)
+        return true;
+    const PendingCall &call = m_run->pendingCalls.head();
+    const auto *tool = qobject_cast<AsyncTool *>(m_registry->tool(call.name));
+    return !call.error.isEmpty() || !tool || tool->permission() != ToolPermission::ReadOnly;
 }
 
 void AgentLoop::takeUp(const PendingCall &call)
@@ -204,7 +237,7 @@ void AgentLoop::takeUp(const PendingCall &call)
 
 void AgentLoop::takeUpAnew(const PendingCall &call)
 {
-    m_run->nextCall = call.index;
+    m_run->pendingCalls.prepend(call);
     post(&AgentLoop::processNextCall);
 }
 
@@ -228,25 +261,129 @@ void AgentLoop::askForApproval(const PendingCall &call, AgentTool *tool, ToolPer
     Q_EMIT m_executor->approvalRequired(m_run->question->request());
 }
 
-// A tool that has run is always recorded in its run, even where it canceled the run itself.
 void AgentLoop::execute(const PendingCall &call, AgentTool *tool, ToolPermission permission)
 {
-    if (!announce(call, tool, permission))
-        return;
     const QPointer<AgentRun> run(m_run.get());
-    ToolCallTrace trace = traceOf(call, QString(), permission);
-    m_run->isInsideTool = true;
-    QElapsedTimer timer;
-    timer.start();
-    const ToolResult result = tool->invoke(call.arguments);
-    trace.durationMs = timer.elapsed();
-    trace.timestamp = QDateTime::currentDateTime();
-    trace.status = result.success ? QStringLiteral("success") : QStringLiteral("failed");
-    trace.output = toolResultText(result);
-    trace.error = result.error;
+    auto *execution = new ToolExecution(call, traceOf(call, QString(), permission), run);
+    run->executions.append(execution);
+    const bool isAllowed = announce(call, tool, permission);
     if (!run)
         return;
-    run->isInsideTool = false;
+    if (!isAllowed) {
+        run->executions.removeOne(execution);
+        delete execution;
+        return;
+    }
+    ++run->toolDepth;
+    execution->beginTime();
+    if (auto *asyncTool = qobject_cast<AsyncTool *>(tool))
+        start(execution, asyncTool);
+    else
+        invoke(execution, tool);
+}
+
+// A tool that has run is always recorded in its run, even where it canceled the run itself.
+void AgentLoop::invoke(ToolExecution *execution, AgentTool *tool)
+{
+    const QPointer<AgentRun> run(m_run.get());
+    const QJsonObject arguments = execution->call().arguments;
+    const ToolResult result = tool->invoke(arguments);
+    if (!run)
+        return;
+    --run->toolDepth;
+    settle(execution, result);
+}
+
+void AgentLoop::start(ToolExecution *execution, AsyncTool *tool)
+{
+    const QPointer<AgentExecutor> executor(m_executor);
+    const QPointer<AgentRun> run(m_run.get());
+    const QJsonObject arguments = execution->call().arguments;
+    ToolReply *reply = tool->start(arguments, m_executor);
+    if (run) {
+        --run->toolDepth;
+        takeReply(execution, reply);
+    } else if (executor && reply) {
+        m_canceledTools.enqueue(reply);
+        cancelTools();
+    }
+}
+
+void AgentLoop::takeReply(ToolExecution *execution, ToolReply *reply)
+{
+    if (!reply) {
+        settle(execution, failedResult(QStringLiteral("Tool returned no reply.")));
+        return;
+    }
+    if (!reply->isRunning())
+        reply->deleteLater();
+    if (reply->isCanceled())
+        settle(execution, failedResult(QStringLiteral("Tool call was canceled.")));
+    else if (!reply->isRunning())
+        settle(execution, reply->result());
+    else
+        waitFor(execution, reply);
+}
+
+void AgentLoop::waitFor(ToolExecution *execution, ToolReply *reply)
+{
+    execution->waitFor(reply);
+    if (m_run->state == AgentRun::State::Over) {
+        cutShort();
+        return;
+    }
+    QObject::connect(execution, &ToolExecution::progressed, m_run.get(),
+                     [this, id = execution->call().id](const QString &text) { tellProgress(id, text); });
+    QObject::connect(execution, &ToolExecution::ended, m_run.get(),
+                     [this, execution](const ToolResult &result) { settle(execution, result); });
+    post(&AgentLoop::processNextCall);
+}
+
+// The tool canceled the run before it returned.
+void AgentLoop::cutShort()
+{
+    const QPointer<AgentRun> run(m_run.get());
+    releaseTools();
+    cancelTools();
+    if (run && run->toolDepth == 0)
+        tellEnd();
+}
+
+// Gives up the tools that are at work.
+void AgentLoop::releaseTools()
+{
+    const QVector<ToolExecution *> executions = m_run->executions;
+    for (ToolExecution *execution : executions) {
+        if (!execution->isWaiting())
+            continue;
+        m_conversation.setResult(execution->call().index, QStringLiteral("已取消。"));
+        m_canceledTools.enqueue(execution->release());
+        m_run->executions.removeOne(execution);
+        // At once: the end of a deleted reply may be on its way.
+        delete execution;
+    }
+}
+
+void AgentLoop::cancelTools()
+{
+    const QPointer<AgentExecutor> executor(m_executor);
+    while (executor && !m_canceledTools.isEmpty()) {
+        const QPointer<ToolReply> reply = m_canceledTools.dequeue();
+        if (reply)
+            reply->cancel();
+        if (reply)
+            reply->deleteLater();
+    }
+}
+
+void AgentLoop::settle(ToolExecution *execution, const ToolResult &result)
+{
+    const PendingCall call = execution->call();
+    const ToolCallTrace trace = execution->trace(result);
+    m_run->executions.removeOne(execution);
+    if (ToolReply *reply = execution->release())
+        reply->deleteLater();
+    execution->deleteLater();
     record(call, trace, trace.output);
 }
 
@@ -279,16 +416,18 @@ void AgentLoop::reject(const PendingCall &call, const QString &error)
 void AgentLoop::record(const PendingCall &call, const ToolCallTrace &trace, const QString &result)
 {
     const QPointer<AgentRun> run(m_run.get());
+    // A slot that turns the event loop is not to be overtaken by a step from before.
+    ++run->step;
     m_conversation.setResult(call.index, result);
     Q_EMIT m_executor->traceAdded(trace);
     if (run)
         tellConversation();
     if (!run)
         return;
-    if (run->state == AgentRun::State::Over)
-        tellEnd();
-    else
+    if (run->state != AgentRun::State::Over)
         post(&AgentLoop::processNextCall);
+    else if (run->toolDepth == 0)
+        tellEnd();
 }
 
 void AgentLoop::finish(const QString &text)
@@ -311,7 +450,11 @@ void AgentLoop::fail(const QString &error, const QString &text)
 
 void AgentLoop::post(void (AgentLoop::*step)())
 {
-    QTimer::singleShot(0, m_run.get(), [this, step] { (this->*step)(); });
+    const int number = ++m_run->step;
+    QTimer::singleShot(0, m_run.get(), [this, step, number] {
+        if (number == m_run->step)
+            (this->*step)();
+    });
 }
 
 void AgentLoop::cancel()
@@ -319,10 +462,13 @@ void AgentLoop::cancel()
     if (!m_run)
         return;
     end(RunEnd::Canceled, {}, {});
-    if (!m_reply)
-        return;
-    m_reply->disconnect(m_run.get());
-    m_reply->cancel();
+    const QPointer<AgentExecutor> executor(m_executor);
+    if (m_reply) {
+        m_reply->disconnect(m_run.get());
+        m_reply->cancel();
+    }
+    if (executor)
+        cancelTools();
 }
 
 void AgentLoop::resolveApproval(const QString &approvalId, bool allowed)
@@ -394,6 +540,8 @@ ChatMessage AgentLoop::messageOf(const ChatReply &reply, const QVector<PendingCa
 
 void AgentLoop::tellConversation() {}
 
+void AgentLoop::tellProgress(const QString & /*callId*/, const QString & /*text*/) {}
+
 bool AgentLoop::announce(const PendingCall & /*call*/, AgentTool * /*tool*/, ToolPermission /*permission*/)
 {
     return true;
@@ -403,6 +551,7 @@ void AgentLoop::end(RunEnd /*end*/, const QString & /*text*/, const QString & /*
 {
     m_run->state = AgentRun::State::Over;
     m_run->question.reset();
+    releaseTools();
 }
 
 void AgentLoop::tellEnd() {}

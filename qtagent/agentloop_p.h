@@ -3,12 +3,14 @@
 
 #include "agentconversation_p.h"
 #include "toolcallrequest_p.h"
+#include "toolexecution_p.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/agentsession.h>
 
 #include <QObject>
 #include <QPointer>
+#include <QQueue>
 
 #include <functional>
 #include <memory>
@@ -63,13 +65,16 @@ public:
     int requests = 0;
     // The model that was asked last.
     QPointer<ChatModel> model;
-    // Those of the last answer, and the number of the one that is next.
-    QVector<PendingCall> calls;
-    int nextCall = 0;
+    // Those of the last answer that no tool has been called for.
+    QQueue<PendingCall> pendingCalls;
+    // Those whose tools are at work, or about to be.
+    QVector<ToolExecution *> executions;
     // Null while no approval is pending.
     std::unique_ptr<ApprovalQuestion> question;
-    // Whether a tool is executed at this moment.
-    bool isInsideTool = false;
+    // How many tools are on the stack at this moment.
+    int toolDepth = 0;
+    // The number of the step that is posted. Those posted earlier are dropped.
+    int step = 0;
 };
 
 // The loop of an AgentExecutor: asks the model, executes the calls of its answer and asks again. An
@@ -89,6 +94,9 @@ public:
     void setAfterDenial(AgentSession::AfterDenial policy) { m_afterDenial = policy; }
     void setTellsModelOfBadCalls(bool tells) { m_tellsModelOfBadCalls = tells; }
     void setParallelToolCalls(bool parallel) { m_parallelToolCalls = parallel; }
+
+    // The executor dies: what runs is canceled while all is whole, and nothing can be begun any more.
+    void die();
 
     virtual void run(const QString &input);
     virtual void cancel();
@@ -110,6 +118,8 @@ protected:
     virtual ChatMessage messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const;
     // The conversation has changed, and the signal that tells why was emitted.
     virtual void tellConversation();
+    // The tool that executes @p callId told how far it is.
+    virtual void tellProgress(const QString &callId, const QString &text);
     // The tool of @p call is about to run. Returns whether it may.
     virtual bool announce(const PendingCall &call, AgentTool *tool, ToolPermission permission);
     // The run is over from now on.
@@ -118,6 +128,9 @@ protected:
     virtual void tellEnd();
 
     void requestAnswer();
+    // Cancels the tools of runs that are over. Slots may do anything meanwhile.
+    void cancelTools();
+    bool isDead() const { return m_isDead; }
     // Looks for the tool of @p call once more, in the next turn.
     void takeUpAnew(const PendingCall &call);
     static ToolCallTrace traceOf(const PendingCall &call, const QString &status, ToolPermission permission);
@@ -137,9 +150,17 @@ private:
     void takeCalls(ChatReply *reply, const QVector<PendingCall> &calls);
     void processNextCall();
     AgentTool *findTool(const PendingCall &call);
+    bool mustWait() const;
     void takeUp(const PendingCall &call);
     void askForApproval(const PendingCall &call, AgentTool *tool, ToolPermission permission);
     void execute(const PendingCall &call, AgentTool *tool, ToolPermission permission);
+    void invoke(ToolExecution *execution, AgentTool *tool);
+    void start(ToolExecution *execution, AsyncTool *tool);
+    void takeReply(ToolExecution *execution, ToolReply *reply);
+    void waitFor(ToolExecution *execution, ToolReply *reply);
+    void cutShort();
+    void releaseTools();
+    void settle(ToolExecution *execution, const ToolResult &result);
     void resolve(const PendingCall &call, bool allowed);
     void deny(const PendingCall &call);
     void reject(const PendingCall &call, const QString &error);
@@ -154,6 +175,9 @@ private:
     AgentSession::AfterDenial m_afterDenial = AgentSession::AfterDenial::EndRun;
     bool m_tellsModelOfBadCalls = false;
     bool m_parallelToolCalls = false;
+    bool m_isDead = false;
+    // Nobody waits for these any more.
+    QQueue<QPointer<ToolReply>> m_canceledTools;
 };
 
 } // namespace QtAgent

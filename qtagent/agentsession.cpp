@@ -18,7 +18,10 @@ AgentSession::AgentSession(QObject *parent)
     qRegisterMetaType<RunOutcome>();
 }
 
-AgentSession::~AgentSession() = default;
+AgentSession::~AgentSession()
+{
+    m_sessionLoop->die();
+}
 
 void AgentSession::send(const QString &input)
 {

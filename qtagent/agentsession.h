@@ -83,9 +83,9 @@ using RunEnd = RunOutcome::End;
 ///
 /// The conversation is one that a strict server accepts, at any moment: the system prompt comes first, the
 /// calls of an answer have ids, and behind it stands a tool message for each of them, in their order. It says
-/// "未执行。" until its call was executed or where it never is, "已取消。" where a call was cut short, and
-/// the error of the trace where it was denied. A question that was not answered stays, and so does what had
-/// arrived of an answer; one with tool calls that cannot be read is left out.
+/// "未执行。" until its call was executed or where it never is, "已取消。" where a tool at work was canceled,
+/// and the error of the trace where it was denied. A question that was not answered stays, and so does what
+/// had arrived of an answer; one with tool calls that cannot be read is left out.
 ///
 /// Used through a pointer to AgentExecutor a session behaves the same. Its requests' replies are deleted when
 /// they are over. It belongs to the thread of its model and tools, may be deleted in a slot of any of its
@@ -139,7 +139,9 @@ public:
     void setTellsModelOfBadCalls(bool tells);
 
     /// Sets whether neighbouring calls of one answer overlap where their tools are asynchronous and read
-    /// only. By default, and for all other tools, calls are executed one after another.
+    /// only: their traces come as they end, their results stand in the conversation in the order of the
+    /// calls, and every other call waits for them. By default, and for all other tools, calls are executed
+    /// one after another.
     void setParallelToolCalls(bool parallel);
 
 Q_SIGNALS:

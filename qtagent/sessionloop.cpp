@@ -76,7 +76,7 @@ void SessionLoop::cancel()
         return;
     end(RunEnd::Canceled, {}, {});
     // The trace of a tool that has canceled its run comes first.
-    if (!m_run->isInsideTool)
+    if (m_run->toolDepth == 0)
         tellEnd();
 }
 
@@ -86,7 +86,7 @@ bool SessionLoop::tellEarlierEnds()
     const QPointer<AgentSession> session(m_session);
     while (session && m_run && m_run->state == AgentRun::State::Over)
         tellEnd();
-    return session;
+    return session && !isDead();
 }
 
 // Ends also what slots begin while they are told. Returns whether the session still exists.
@@ -98,7 +98,7 @@ bool SessionLoop::endEarlierRuns()
             end(RunEnd::Replaced, {}, {});
         tellEnd();
     }
-    return session;
+    return session && !isDead();
 }
 
 void SessionLoop::start()
@@ -173,6 +173,11 @@ void SessionLoop::tellConversation()
         Q_EMIT m_session->conversationChanged();
 }
 
+void SessionLoop::tellProgress(const QString &callId, const QString &text)
+{
+    Q_EMIT m_session->toolProgressed(callId, text);
+}
+
 bool SessionLoop::announce(const PendingCall &call, AgentTool *tool, ToolPermission permission)
 {
     const QPointer<AgentRun> run(m_run.get());
@@ -180,7 +185,7 @@ bool SessionLoop::announce(const PendingCall &call, AgentTool *tool, ToolPermiss
     ToolCallTrace trace = traceOf(call, QStringLiteral("running"), permission);
     trace.timestamp = QDateTime::currentDateTime();
     Q_EMIT m_session->toolStarted(trace);
-    if (!run)
+    if (!run || run->state == AgentRun::State::Over)
         return false;
     if (!guard)
         takeUpAnew(call);
@@ -196,8 +201,8 @@ void SessionLoop::end(RunEnd end, const QString &text, const QString &error)
     if (m_reply)
         m_reply->disconnect(m_run.get());
     AgentLoop::end(end, text, error);
-    m_untold = {&SessionLoop::abortRequest, &SessionLoop::tellConversation, &SessionLoop::tellWithdrawal,
-                &SessionLoop::tellRunning, &SessionLoop::tellOutcome};
+    m_untold = {&SessionLoop::cancelTools,    &SessionLoop::abortRequest, &SessionLoop::tellConversation,
+                &SessionLoop::tellWithdrawal, &SessionLoop::tellRunning,  &SessionLoop::tellOutcome};
 }
 
 // The final answer, or what had arrived of one that was cut short.

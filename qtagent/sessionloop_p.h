@@ -29,6 +29,7 @@ protected:
     void releaseReply(ChatReply *reply) override;
     ChatMessage messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const override;
     void tellConversation() override;
+    void tellProgress(const QString &callId, const QString &text) override;
     bool announce(const PendingCall &call, AgentTool *tool, ToolPermission permission) override;
     void end(RunEnd end, const QString &text, const QString &error) override;
     void tellEnd() override;
