@@ -1,4 +1,5 @@
 #include "support/completions.h"
+#include "support/heldtool.h"
 #include "support/loopbackserver.h"
 #include "support/torture.h"
 #include "support/watchedmodel.h"
@@ -27,6 +28,7 @@ struct AgentPlot
     bool isAnsweredLater = false;
     bool fails = false;
     bool actsFirst = true; // the slots that act are connected before those of the executor and the host
+    bool isAsynchronous = false;
 };
 
 // An agent with two calls that only read and one that needs an approval, then a text in two pieces.
@@ -73,6 +75,7 @@ protected:
             countAfterAction("AgentExecutor::assistantFinished") + countAfterAction("AgentExecutor::failed");
         QStringList late = signalsAfterAction();
         late.removeAll("ChatReply::canceled");
+        late.removeAll("ToolReply::canceled");
         late.removeAll("ChatReply::responseReceived"); // is reported of canceled requests, too
 
         if (outcomes - lateOutcomes > 1 || lateOutcomes > 1 || outcomes > m_run)
@@ -87,7 +90,14 @@ protected:
     }
 
 private:
-    FunctionTool *addTool(const QString &name, ToolPermission permission)
+    AgentTool *addTool(const QString &name, ToolPermission permission)
+    {
+        AgentTool *tool = m_plot.isAsynchronous ? makeSlowTool(name, permission) : makeTool(name, permission);
+        m_registry->registerTool(tool);
+        return tool;
+    }
+
+    AgentTool *makeTool(const QString &name, ToolPermission permission)
     {
         const auto handler = [name](const QJsonObject &) {
             ToolResult result;
@@ -95,9 +105,18 @@ private:
             result.content = name;
             return result;
         };
-        auto *tool =
-            new FunctionTool(name, "Does things.", {{"type", "object"}}, permission, handler, m_registry);
-        m_registry->registerTool(tool);
+        return new FunctionTool(name, "Does things.", {{"type", "object"}}, permission, handler, m_registry);
+    }
+
+    AgentTool *makeSlowTool(const QString &name, ToolPermission permission)
+    {
+        auto *tool = new HeldTool(name, permission, m_registry);
+        tool->onStart = [this, name](ToolReply *reply) {
+            m_toolReply = reply;
+            watch(reply);
+            QTimer::singleShot(0, reply, [this, reply] { actAfterwards(reply); });
+            HeldTool::finishLater(reply, name);
+        };
         return tool;
     }
 
@@ -108,6 +127,7 @@ private:
         addVictim("registry", [this] { return m_registry.data(); });
         addVictim("tool read", [this] { return m_read.data(); });
         addVictim("tool write", [this] { return m_write.data(); });
+        addVictim("tool reply", [this] { return m_toolReply.data(); });
         addVictim("reply", [this]() -> QObject * {
             return m_model && !m_model->calls().isEmpty() ? m_model->lastCall().reply.data() : nullptr;
         });
@@ -144,6 +164,7 @@ private:
     const QPointer<AgentExecutor> m_executor{new AgentExecutor};
     QPointer<AgentTool> m_read;
     QPointer<AgentTool> m_write;
+    QPointer<ToolReply> m_toolReply;
 };
 
 // A request and its answer, asked for by a model or through a chain.
@@ -270,7 +291,10 @@ QMap<QString, StageFactory> agentScenarios()
     for (const bool actsFirst : {true, false}) {
         const auto add = [&scenarios, actsFirst](const QString &name, AgentPlot plot) {
             plot.actsFirst = actsFirst;
-            scenarios.insert(name + (actsFirst ? ", first slot" : ", last slot"),
+            const QString place = actsFirst ? ", first slot" : ", last slot";
+            scenarios.insert(name + place, [plot] { return std::make_unique<AgentStage>(plot); });
+            plot.isAsynchronous = true;
+            scenarios.insert(name + ", slow tools" + place,
                              [plot] { return std::make_unique<AgentStage>(plot); });
         };
         add("agent, allowed in the signal", {});

@@ -1,3 +1,4 @@
+#include "support/heldtool.h"
 #include "support/runledger.h"
 #include "support/strictconversation.h"
 #include "support/torture.h"
@@ -29,6 +30,8 @@ struct SessionPlot
     bool goesOnAfterDenial = false;
     bool actsFirst = true; // the slots that act are connected before those of the session and the host
     bool isUsedAsExecutor = false; // what both classes have is called through a pointer to the executor
+    bool isAsynchronous = false;   // the tools are
+    bool overlaps = false;         // those that only read
 };
 
 // A session with a call that only reads and one that needs an approval, then a text in two pieces.
@@ -44,6 +47,7 @@ public:
         m_session->setToolRegistry(m_registry);
         if (plot.goesOnAfterDenial)
             m_session->setAfterDenial(AgentSession::AfterDenial::TellModel);
+        m_session->setParallelToolCalls(plot.overlaps);
         addVictims();
         addActions();
         connectHost();
@@ -92,15 +96,24 @@ private:
     {
         const QJsonObject arguments{{"run", ++m_run}};
         m_model->clearAnswers();
-        m_model->addToolCalls({makeToolCall("c1", "read", {}), makeToolCall("c2", "write", arguments)},
-                              "Let me see.");
+        QJsonArray calls{makeToolCall("c1", "read", {}), makeToolCall("c2", "write", arguments)};
+        if (m_plot.isAsynchronous)
+            calls.prepend(makeToolCall("c3", "read", {}));
+        m_model->addToolCalls(calls, "Let me see.");
         if (m_plot.fails)
             m_model->addFailure("no network");
         else
             m_model->addText({"one ", "two"});
     }
 
-    FunctionTool *addTool(const QString &name, ToolPermission permission)
+    AgentTool *addTool(const QString &name, ToolPermission permission)
+    {
+        AgentTool *tool = m_plot.isAsynchronous ? makeSlowTool(name, permission) : makeTool(name, permission);
+        m_registry->registerTool(tool);
+        return tool;
+    }
+
+    AgentTool *makeTool(const QString &name, ToolPermission permission)
     {
         const auto handler = [this, name](const QJsonObject &arguments) {
             if (name == "write")
@@ -110,9 +123,24 @@ private:
             result.content = name;
             return result;
         };
-        auto *tool =
-            new FunctionTool(name, "Does things.", {{"type", "object"}}, permission, handler, m_registry);
-        m_registry->registerTool(tool);
+        return new FunctionTool(name, "Does things.", {{"type", "object"}}, permission, handler, m_registry);
+    }
+
+    AgentTool *makeSlowTool(const QString &name, ToolPermission permission)
+    {
+        auto *tool = new HeldTool(name, permission, m_registry);
+        tool->onStart = [this, tool](ToolReply *reply) {
+            const QString name = tool->name();
+            m_toolReply = reply;
+            if (name == "write")
+                m_ledger.execute(name, tool->lastArguments);
+            watch(reply);
+            QTimer::singleShot(0, reply, [this, reply] { actAfterwards(reply); });
+            const QPointer<ToolReply> guard(reply);
+            Q_EMIT m_tool.called();
+            if (guard)
+                HeldTool::finishLater(reply, name);
+        };
         return tool;
     }
 
@@ -123,6 +151,7 @@ private:
         addVictim("registry", [this] { return m_registry.data(); });
         addVictim("tool read", [this] { return m_read.data(); });
         addVictim("tool write", [this] { return m_write.data(); });
+        addVictim("tool reply", [this] { return m_toolReply.data(); });
         addVictim("reply", [this] { return lastReply(); });
     }
 
@@ -167,11 +196,20 @@ private:
         setActsLast(!m_plot.actsFirst);
         m_model->onReply = [this](ChatReply *reply) { watch(reply); };
         m_model->onAnswer = [this](ChatReply *reply) { actAfterwards(reply); };
-        watch(m_session);
+        watch(m_session, watchedSignals());
         watch(&m_tool);
         connect(m_session, &AgentSession::approvalRequired, this, &SessionStage::answer);
         actAfterwards(m_session);
         actAfterwards(&m_tool);
+    }
+
+    // One change of the conversation may be told for two calls that end inside each other: it is not counted.
+    QStringList watchedSignals() const
+    {
+        if (!m_plot.overlaps)
+            return {};
+        return {"assistantDelta", "assistantFinished", "failed",      "traceAdded",     "approvalRequired",
+                "runningChanged", "runEnded",          "toolStarted", "toolProgressed", "approvalWithdrawn"};
     }
 
     void answer(const ApprovalRequest &request)
@@ -193,6 +231,7 @@ private:
     RunLedger m_ledger{m_session};
     QPointer<AgentTool> m_read;
     QPointer<AgentTool> m_write;
+    QPointer<ToolReply> m_toolReply;
 };
 
 } // namespace
@@ -217,20 +256,32 @@ void TestTortureSession::addScenarios(const QString &name, SessionPlot plot)
             plot.actsFirst = actsFirst;
             plot.isUsedAsExecutor = isUsedAsExecutor;
             const QString place = actsFirst ? ", first slot" : ", last slot";
-            addScenario(name + place + (isUsedAsExecutor ? ", as executor" : ""),
-                        [plot] { return std::make_unique<SessionStage>(plot); });
+            const QString user = isUsedAsExecutor ? ", as executor" : "";
+            addScenario(name + place + user, [plot] { return std::make_unique<SessionStage>(plot); });
         }
     }
 }
 
 void TestTortureSession::initTestCase()
 {
-    addScenarios("allowed in the signal", {});
-    addScenarios("allowed later", {true, true});
-    addScenarios("denied in the signal", {false});
-    addScenarios("denied later", {false, true});
-    addScenarios("denied and told", {false, true, false, true});
-    addScenarios("failing request", {true, false, true});
+    const QMap<QString, SessionPlot> plots{
+        {"allowed in the signal", {}},
+        {"allowed later", {true, true}},
+        {"denied in the signal", {false}},
+        {"denied later", {false, true}},
+        {"denied and told", {false, true, false, true}},
+        {"failing request", {true, false, true}},
+    };
+    for (auto plot = plots.cbegin(); plot != plots.cend(); ++plot) {
+        addScenarios(plot.key(), plot.value());
+        SessionPlot slowPlot = plot.value();
+        slowPlot.isAsynchronous = true;
+        addScenarios(plot.key() + ", slow tools", slowPlot);
+    }
+    SessionPlot overlapping;
+    overlapping.isAsynchronous = true;
+    overlapping.overlaps = true;
+    addScenarios("overlapping tools", overlapping);
 }
 
 QTEST_GUILESS_MAIN(TestTortureSession)
