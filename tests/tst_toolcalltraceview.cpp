@@ -69,6 +69,10 @@ private Q_SLOTS:
     void durationOfZeroIsShown();
     void rowsKeepTheOrderOfTheTracesAndTheLastIsVisible();
     void clearTracesLeavesAnEmptyTable();
+    void runningCallBecomesItsTrace();
+    void newestRunningCallOfAnIdIsMeant();
+    void rowsThatStillRunAreMarkedAsCanceled();
+    void runningRowsMayBeRemoved();
     void itemsKeepTheWholeTextWhileCellsShowItsBeginning();
     void cellsShowOneLine_data();
     void cellsShowOneLine();
@@ -188,6 +192,66 @@ void TestToolCallTraceView::clearTracesLeavesAnEmptyTable()
     view.clearTraces();
     QCOMPARE(view.rowCount(), 0);
     QCOMPARE(view.columnCount(), 7);
+}
+
+void TestToolCallTraceView::runningCallBecomesItsTrace()
+{
+    ToolCallTraceView view;
+    ToolCallTrace other = exportTrace();
+    other.callId = "c2";
+    ToolCallTrace started = exportTrace();
+    started.status = "running";
+    started.output.clear();
+    started.durationMs = 0;
+    view.showRunning(started);
+    QCOMPARE(rowTexts(view, 0), (QStringList{"export_report", "running", "FileSystem", "",
+                                             R"({"copies":2,"fileName":"r.txt"})", "", "14:05:09"}));
+    view.addTrace(other);
+    view.addTrace(exportTrace());
+    QCOMPARE(view.rowCount(), 2);
+    QCOMPARE(rowTexts(view, 0), rowTexts(view, 1));
+    view.addTrace(exportTrace());
+    QCOMPARE(view.rowCount(), 3);
+}
+
+void TestToolCallTraceView::newestRunningCallOfAnIdIsMeant()
+{
+    ToolCallTraceView view;
+    view.showRunning(exportTrace());
+    view.showRunning(exportTrace());
+    view.addTrace(exportTrace());
+    QCOMPARE(view.item(0, Status)->text(), "running");
+    QCOMPARE(view.item(1, Status)->text(), "success");
+}
+
+void TestToolCallTraceView::rowsThatStillRunAreMarkedAsCanceled()
+{
+    ToolCallTraceView view;
+    view.showRunning(exportTrace());
+    view.addTrace(exportTrace());
+    view.showRunning(exportTrace());
+    view.clearRunning();
+    QCOMPARE(view.item(0, Status)->text(), "success");
+    QCOMPARE(view.item(1, Status)->text(), "canceled");
+    view.addTrace(exportTrace());
+    QCOMPARE(view.rowCount(), 3);
+    QCOMPARE(view.item(1, Status)->text(), "canceled");
+}
+
+void TestToolCallTraceView::runningRowsMayBeRemoved()
+{
+    ToolCallTraceView view;
+    view.showRunning(exportTrace());
+    view.showRunning(exportTrace());
+    view.removeRow(1);
+    view.addTrace(exportTrace());
+    QCOMPARE(view.rowCount(), 1);
+    QCOMPARE(view.item(0, Status)->text(), "success");
+    view.showRunning(exportTrace());
+    view.clearTraces();
+    view.clearRunning();
+    view.addTrace(exportTrace());
+    QCOMPARE(view.rowCount(), 1);
 }
 
 void TestToolCallTraceView::itemsKeepTheWholeTextWhileCellsShowItsBeginning()

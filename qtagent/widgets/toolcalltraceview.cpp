@@ -7,11 +7,14 @@
 #include <QJsonDocument>
 #include <QStyledItemDelegate>
 
+#include <utility>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
 
+constexpr int statusColumn = 1;
 constexpr int inputColumn = 4;
 constexpr int outputColumn = 5;
 constexpr int cellLength = 200;
@@ -73,27 +76,73 @@ ToolCallTraceView::~ToolCallTraceView() = default;
 
 void ToolCallTraceView::addTrace(const ToolCallTrace &trace)
 {
+    const int runningRow = takeRunningRow(trace.callId);
+    const int row = runningRow < 0 ? appendRow() : runningRow;
+    fillRow(row, trace, trace.status, QStringLiteral("%1 ms").arg(trace.durationMs));
+    if (runningRow < 0)
+        scrollToBottom();
+}
+
+void ToolCallTraceView::showRunning(const ToolCallTrace &call)
+{
+    const int row = appendRow();
+    fillRow(row, call, QStringLiteral("running"), QString());
+    item(row, 0)->setData(Qt::UserRole, call.callId);
+    m_running.append(model()->index(row, 0));
+    scrollToBottom();
+}
+
+// Rows may have been removed, or moved, by the host.
+int ToolCallTraceView::takeRunningRow(const QString &callId)
+{
+    for (int i = int(m_running.size()) - 1; i >= 0; --i) {
+        const QPersistentModelIndex index = m_running.at(i);
+        if (!index.isValid() || index.data(Qt::UserRole).toString() != callId)
+            continue;
+        m_running.removeAt(i);
+        return index.row();
+    }
+    return -1;
+}
+
+int ToolCallTraceView::appendRow()
+{
+    const int row = rowCount();
+    insertRow(row);
+    return row;
+}
+
+void ToolCallTraceView::fillRow(int row, const ToolCallTrace &trace, const QString &status,
+                                const QString &duration)
+{
     const QVector<QTableWidgetItem *> items{
         new ToolTipItem(trace.toolName),
-        new QTableWidgetItem(trace.status),
+        new QTableWidgetItem(status),
         new QTableWidgetItem(permissionToString(trace.permission)),
-        new QTableWidgetItem(QStringLiteral("%1 ms").arg(trace.durationMs)),
+        new QTableWidgetItem(duration),
         new ToolTipItem(compactJson(trace.arguments)),
         new ToolTipItem(trace.error.isEmpty() ? trace.output : trace.error),
         new QTableWidgetItem(trace.timestamp.toString(QStringLiteral("HH:mm:ss"))),
     };
     for (const int column : {inputColumn, outputColumn})
         items.at(column)->setFont(fixedWidthFont());
-    const int row = rowCount();
-    insertRow(row);
     for (int column = 0; column < items.size(); ++column)
         setItem(row, column, items.at(column));
-    scrollToBottom();
+}
+
+void ToolCallTraceView::clearRunning()
+{
+    const QVector<QPersistentModelIndex> running = std::exchange(m_running, {});
+    for (const QPersistentModelIndex &index : running) {
+        if (index.isValid())
+            item(index.row(), statusColumn)->setText(QStringLiteral("canceled"));
+    }
 }
 
 void ToolCallTraceView::clearTraces()
 {
     setRowCount(0);
+    m_running.clear();
 }
 
 } // namespace QtAgent
