@@ -37,14 +37,21 @@ template<typename Test>
 class ExampleRun
 {
 public:
-    static int execute(int argc, char *argv[])
+    /// @p exampleArguments are those of the example.
+    static int execute(int argc, char *argv[], const QStringList &exampleArguments = {})
     {
         arguments = QStringList();
         for (int i = 0; i < argc; ++i)
             arguments.append(QString::fromLocal8Bit(argv[i]));
         qAddPreRoutine([] { QTimer::singleShot(0, qApp, &ExampleRun::runTest); });
-        int exampleArgumentCount = 1;
-        const int status = exampleMain(exampleArgumentCount, argv);
+        QVector<QByteArray> words{argv[0]};
+        for (const QString &argument : exampleArguments)
+            words.append(argument.toLocal8Bit());
+        QVector<char *> pointers;
+        for (QByteArray &word : words)
+            pointers.append(word.data());
+        pointers.append(nullptr);
+        const int status = exampleMain(int(words.size()), pointers.data());
         return failures == 0 ? status : EXIT_FAILURE;
     }
 

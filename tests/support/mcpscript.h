@@ -135,13 +135,19 @@ public:
 
     void start(MireloQtLib::QtAgent::McpServer *server, const QProcessEnvironment &environment = {})
     {
+        const QStringList words = command();
+        server->startProcess(words.first(), words.mid(1), environment);
+    }
+
+    /// The program that plays the script, and its arguments.
+    QStringList command()
+    {
         QFile file(m_folder->filePath("script"));
         if (!file.open(QIODevice::WriteOnly))
             qFatal("The script cannot be written.");
         m_script.insert("on", m_rules);
         file.write(QJsonDocument(m_script).toJson());
-        file.close();
-        server->startProcess(MCP_SCRIPT_SERVER, {file.fileName(), logPath()}, environment);
+        return {MCP_SCRIPT_SERVER, file.fileName(), logPath()};
     }
 
     /// The lines that came in, those of earlier starts too.
