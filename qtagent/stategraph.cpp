@@ -1,6 +1,6 @@
 #include "stategraph.h"
 
-#include "graphstate_p.h"
+#include "graphwalk_p.h"
 
 #include <utility>
 
@@ -20,80 +20,6 @@ bool operator==(const GraphRunResult &left, const GraphRunResult &right)
 }
 
 static const QLatin1String EndNode("__end__");
-
-/// One run. It has a graph of its own, since node functions may change or destroy the one it was started on.
-class GraphRun
-{
-public:
-    GraphRun(StateGraph graph, GraphState state)
-        : m_graph(std::move(graph))
-        , m_state(std::move(state))
-    {}
-
-    /// Runs node after node. Returns whether the state reached is one to save.
-    bool execute();
-
-    GraphRunResult result() const;
-
-private:
-    bool executeNode(const QString &node);
-    bool goOnFrom(const QString &from, QString *route);
-
-    const StateGraph m_graph;
-    GraphState m_state;
-    GraphRunResult m_result;
-    QString m_next;
-};
-
-bool GraphRun::execute()
-{
-    QString route;
-    if (!goOnFrom(QStringLiteral("__start__"), &route))
-        return false;
-    for (qint32 count = 0; count < m_graph.maxSteps && m_next != EndNode; ++count) {
-        if (m_graph.m_interruptBefore.contains(m_next)) {
-            m_result.interrupted = true;
-            m_result.interruptedNode = m_next;
-            return true;
-        }
-        if (!executeNode(QString(m_next)))
-            return false;
-    }
-    if (m_next != EndNode)
-        m_result.error = QStringLiteral("Graph exceeded max steps: %1").arg(m_graph.maxSteps);
-    return true;
-}
-
-bool GraphRun::executeNode(const QString &node)
-{
-    const auto function = m_graph.m_nodes.constFind(node);
-    if (function == m_graph.m_nodes.constEnd()) {
-        m_result.error = QStringLiteral("Missing graph node: %1").arg(node);
-        return false;
-    }
-    GraphStep step;
-    step.node = node;
-    step.before = m_state.values();
-    step.update = (*function)(step.before);
-    m_state.merge(step.update);
-    step.after = m_state.values();
-    const bool goesOn = goOnFrom(node, &step.route);
-    m_result.steps.append(std::move(step));
-    return goesOn;
-}
-
-bool GraphRun::goOnFrom(const QString &from, QString *route)
-{
-    m_next = m_graph.nextNode(from, m_state.values(), route, &m_result.error);
-    return m_result.error.isEmpty();
-}
-
-GraphRunResult GraphRun::result() const
-{
-    GraphRunResult result = m_result;
-    result.state = m_state.values();
-    return result;
-}
 
 static GraphState startState(const QJsonObject &input, const QString &threadId,
                              const CheckpointStore *checkpoints)
@@ -133,10 +59,12 @@ GraphRunResult StateGraph::run(const QJsonObject &initialState, const QString &t
     // A node may destroy what the id was taken from, the store's own key for one.
     const QString thread = threadId; // NOLINT(performance-unnecessary-copy-initialization)
     CheckpointStore *store = thread.isEmpty() ? nullptr : checkpoints;
-    GraphRun run(*this, startState(initialState, thread, store));
-    const bool saves = run.execute();
-    GraphRunResult result = run.result();
-    if (saves && store)
+    GraphWalk walk(*this, startState(initialState, thread, store));
+    walk.start();
+    while (walk.goesOn() && walk.findNode())
+        walk.advance(walk.callFunction());
+    GraphRunResult result = walk.result();
+    if (store && !walk.hasFailed())
         store->insert(thread, result.state);
     return result;
 }

@@ -170,7 +170,7 @@ private:
 
     QString nextNode(const QString &from, const QJsonObject &state, QString *routeKey, QString *error) const;
 
-    friend class GraphRun;
+    friend class GraphWalk;
 
     QMap<QString, NodeFunction> m_nodes;
     QMap<QString, QString> m_edges;

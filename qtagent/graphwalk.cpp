@@ -1,0 +1,86 @@
+#include "graphwalk_p.h"
+
+#include <utility>
+
+namespace MireloQtLib {
+namespace QtAgent {
+
+GraphWalk::GraphWalk(StateGraph graph, GraphState state)
+    : m_graph(std::move(graph))
+    , m_state(std::move(state))
+{}
+
+void GraphWalk::start()
+{
+    goOnFrom(QStringLiteral("__start__"));
+}
+
+bool GraphWalk::findNode()
+{
+    if (m_graph.m_nodes.contains(m_next))
+        return true;
+    fail(QStringLiteral("Missing graph node: %1").arg(m_next));
+    return false;
+}
+
+QJsonObject GraphWalk::callFunction() const
+{
+    return (*m_graph.m_nodes.constFind(m_next))(m_state.values());
+}
+
+void GraphWalk::advance(const QJsonObject &update)
+{
+    GraphStep step;
+    step.node = m_next;
+    step.before = m_state.values();
+    step.update = update;
+    m_state.merge(update);
+    step.after = m_state.values();
+    m_result.steps.append(std::move(step));
+    const QString route = goOnFrom(QString(m_next));
+    m_result.steps.last().route = route;
+}
+
+// Returns the key of the route taken.
+QString GraphWalk::goOnFrom(const QString &from)
+{
+    QString route;
+    QString error;
+    m_next = m_graph.nextNode(from, m_state.values(), &route, &error);
+    if (error.isEmpty())
+        stopWhereDue();
+    else
+        fail(error);
+    return route;
+}
+
+void GraphWalk::stopWhereDue()
+{
+    m_goesOn = false;
+    if (m_next == QLatin1String("__end__"))
+        return;
+    if (m_result.steps.size() >= m_graph.maxSteps) {
+        m_result.error = QStringLiteral("Graph exceeded max steps: %1").arg(m_graph.maxSteps);
+        return;
+    }
+    m_result.interrupted = m_graph.m_interruptBefore.contains(m_next);
+    m_result.interruptedNode = m_result.interrupted ? m_next : QString();
+    m_goesOn = !m_result.interrupted;
+}
+
+void GraphWalk::fail(const QString &error)
+{
+    m_result.error = error;
+    m_goesOn = false;
+    m_hasFailed = true;
+}
+
+GraphRunResult GraphWalk::result() const
+{
+    GraphRunResult result = m_result;
+    result.state = m_state.values();
+    return result;
+}
+
+} // namespace QtAgent
+} // namespace MireloQtLib
