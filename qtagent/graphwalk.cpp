@@ -12,7 +12,7 @@ GraphWalk::GraphWalk(StateGraph graph, GraphState state)
 
 void GraphWalk::start()
 {
-    goOnFrom(QStringLiteral("__start__"));
+    goOnFrom(StartNode);
 }
 
 bool GraphWalk::findNode()
@@ -57,7 +57,7 @@ QString GraphWalk::goOnFrom(const QString &from)
 void GraphWalk::stopWhereDue()
 {
     m_goesOn = false;
-    if (m_next == QLatin1String("__end__"))
+    if (m_next == EndNode)
         return;
     if (m_result.steps.size() >= m_graph.maxSteps) {
         m_result.error = QStringLiteral("Graph exceeded max steps: %1").arg(m_graph.maxSteps);

@@ -15,6 +15,14 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+// With Qt 5 not every compiler counts the characters of a constant.
+
+/// The virtual node that every run begins at, "__start__".
+inline constexpr QLatin1String StartNode("__start__", 9);
+
+/// The virtual node that a run ends at, "__end__".
+inline constexpr QLatin1String EndNode("__end__", 7);
+
 /// What a node does: reads the state and returns an update, the keys of the state to set.
 using NodeFunction = std::function<QJsonObject(const QJsonObject &state)>;
 
@@ -76,8 +84,9 @@ public:
 
 /// A workflow of named nodes that work on one JSON state.
 ///
-/// A run begins at the virtual node "__start__" and follows the edges until they lead to "__end__". Each
-/// node reads the state and returns an update, which is merged into it:
+/// A run begins at the virtual node "__start__" and follows the edges until they lead to "__end__"; StartNode
+/// and EndNode are constants for the two. Each node reads the state and returns an update, which is merged
+/// into it:
 /// @code
 /// const auto draft = [](const QJsonObject &state) {
 ///     return QJsonObject{{"tries", state["tries"].toInt() + 1}};
@@ -116,7 +125,8 @@ class QTAGENT_EXPORT StateGraph
 {
 public:
     /// @name Building
-    /// Each call replaces what was there for the same key. Nothing is checked before run().
+    /// Each call replaces what was there for the same key. Nothing is checked before run(), unless you ask
+    /// problems().
     /// @{
 
     /// Sets what the node @p name does. "__start__" and "__end__" are not for nodes.
@@ -161,6 +171,46 @@ public:
     GraphRunResult run(const QJsonObject &initialState, const QString &threadId = {},
                        CheckpointStore *checkpoints = nullptr) const;
 
+    /// @name Looking at a graph
+    /// @{
+
+    /// Returns what addNode() was called for, in alphabetic order.
+    QStringList nodeNames() const;
+
+    /// Returns the plain edges, source to target, those that a conditional edge overrides included.
+    QMap<QString, QString> edges() const;
+
+    /// Returns where conditional edges begin, in alphabetic order.
+    QStringList routeSources() const;
+
+    /// Returns the routes of the conditional edge from @p from, key to target; none where there is no such
+    /// edge.
+    QMap<QString, QString> routes(const QString &from) const;
+
+    /// Returns the nodes that runs stop before, in the order in which they were added.
+    QStringList interrupts() const;
+
+    /// Returns what is wrong with the graph, in words to show to its author; nothing for a sound graph. Every
+    /// route counts as possible, and a plain edge that a conditional one overrides does not count. The texts
+    /// come in this order, those of one kind by name:
+    /// - "'%1' is no name for a node." for a node called "__start__" or "__end__",
+    /// - "Missing graph node: %1" where an edge or a route leads to a name that no node has,
+    /// - "No edge from node '%1'." where nothing leads on from a node, or from "__start__",
+    /// - "No route from node '%1'." for a conditional edge without routes,
+    /// - "Edge from unknown node '%1'.",
+    /// - "Interrupt before unknown node '%1'.",
+    /// - "Node '%1' is never reached." where no way leads there from "__start__".
+    ///
+    /// One misspelt name may show twice: as a node that is missing and as one that is never reached.
+    QStringList problems() const;
+
+    /// Returns 64 hexadecimal digits that tell this graph from others: the SHA-256 of the names of its nodes,
+    /// its edges and its routes. Interrupts, maxSteps and the functions make no difference, nor does the
+    /// order of building. The same graph has the same fingerprint on every machine and with every version of
+    /// Qt.
+    QString fingerprint() const;
+    /// @}
+
 private:
     struct ConditionalEdge
     {
@@ -178,9 +228,21 @@ private:
     QStringList m_interruptBefore;
 };
 
+/// Returns @p graph as a picture in the language of Graphviz, for example for `dot -Tsvg`. Every edge and
+/// every route is an arrow, routes with their keys; plain edges that a conditional one overrides are left
+/// out. A node that runs stop before has a double outline, a name that no node has a dashed one. The same
+/// graph gives the same text.
+QTAGENT_EXPORT QString toDot(const StateGraph &graph);
+
+/// Returns @p graph as a flowchart in the language of Mermaid, which many viewers of Markdown show. It holds
+/// what toDot() does; a node that runs stop before has bars at its sides.
+QTAGENT_EXPORT QString toMermaid(const StateGraph &graph);
+
 } // namespace QtAgent
 } // namespace MireloQtLib
 
 Q_DECLARE_TYPEINFO(MireloQtLib::QtAgent::GraphStep, Q_MOVABLE_TYPE);
+Q_DECLARE_METATYPE(MireloQtLib::QtAgent::GraphStep)
+Q_DECLARE_METATYPE(MireloQtLib::QtAgent::GraphRunResult)
 
 #endif
