@@ -4,7 +4,7 @@
 #include <qtagent/qtagent_export.h>
 
 #include <QJsonObject>
-#include <QMetaType>
+#include <QObject>
 #include <QString>
 #include <QVector>
 
@@ -12,8 +12,11 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 /// Where a thread stands, as GraphRun writes it between two nodes.
-struct Checkpoint
+struct QTAGENT_EXPORT Checkpoint
 {
+    Q_GADGET
+
+public:
     /// The thread; empty in a checkpoint that stands for none.
     QString threadId;
     /// The state that was reached.
@@ -28,15 +31,12 @@ struct Checkpoint
     QString fingerprint;
     /// When it was saved, in milliseconds since 1970 in UTC. The storage sets it.
     qint64 savedAtMs = 0;
-};
 
-/// Returns whether all fields are equal.
-QTAGENT_EXPORT bool operator==(const Checkpoint &left, const Checkpoint &right);
-/// Returns whether a field differs.
-inline bool operator!=(const Checkpoint &left, const Checkpoint &right)
-{
-    return !(left == right);
-}
+    /// Returns whether all fields are equal.
+    friend QTAGENT_EXPORT bool operator==(const Checkpoint &left, const Checkpoint &right);
+    /// Returns whether a field differs.
+    friend bool operator!=(const Checkpoint &left, const Checkpoint &right) { return !(left == right); }
+};
 
 /// A place where GraphRun keeps its checkpoints: one for each thread, the latest. Derive from it to keep them
 /// in a place of your own.

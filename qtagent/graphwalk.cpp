@@ -5,10 +5,16 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-GraphWalk::GraphWalk(StateGraph graph, GraphState state)
+GraphWalk::GraphWalk(StateGraph graph, const QJsonObject &state)
     : m_graph(std::move(graph))
-    , m_state(std::move(state))
+    , m_state(state)
 {}
+
+void GraphWalk::restore(const QJsonObject &saved, const QJsonObject &input)
+{
+    m_state = GraphState(saved);
+    m_state.merge(input);
+}
 
 void GraphWalk::start()
 {
@@ -46,31 +52,35 @@ QString GraphWalk::goOnFrom(const QString &from)
 {
     QString route;
     QString error;
-    m_next = m_graph.nextNode(from, m_state.values(), &route, &error);
-    if (error.isEmpty())
-        stopWhereDue();
-    else
+    const QString next = m_graph.nextNode(from, m_state.values(), &route, &error);
+    standBefore(next);
+    if (!error.isEmpty())
         fail(error);
+    else if (m_goesOn && m_graph.m_interruptBefore.contains(next))
+        stopForInterrupt();
     return route;
 }
 
-void GraphWalk::stopWhereDue()
+void GraphWalk::standBefore(const QString &node)
+{
+    m_next = node;
+    m_goesOn = m_next != EndNode && m_result.steps.size() < m_graph.maxSteps;
+    if (m_next != EndNode && !m_goesOn)
+        m_result.error = QStringLiteral("Graph exceeded max steps: %1").arg(m_graph.maxSteps);
+}
+
+void GraphWalk::stopForInterrupt()
 {
     m_goesOn = false;
-    if (m_next == EndNode)
-        return;
-    if (m_result.steps.size() >= m_graph.maxSteps) {
-        m_result.error = QStringLiteral("Graph exceeded max steps: %1").arg(m_graph.maxSteps);
-        return;
-    }
-    m_result.interrupted = m_graph.m_interruptBefore.contains(m_next);
-    m_result.interruptedNode = m_result.interrupted ? m_next : QString();
-    m_goesOn = !m_result.interrupted;
+    m_result.interrupted = true;
+    m_result.interruptedNode = m_next;
 }
 
 void GraphWalk::fail(const QString &error)
 {
     m_result.error = error;
+    m_result.interrupted = false;
+    m_result.interruptedNode.clear();
     m_goesOn = false;
     m_hasFailed = true;
 }

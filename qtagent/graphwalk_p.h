@@ -10,7 +10,7 @@ namespace QtAgent {
 /// The way of one run through a graph: the state, the records and the node that stands next.
 ///
 /// @code
-/// GraphWalk walk(graph, GraphState(input));
+/// GraphWalk walk(graph, input);
 /// walk.start();
 /// while (walk.goesOn() && walk.findNode())
 ///     walk.advance(walk.callFunction());
@@ -22,10 +22,16 @@ namespace QtAgent {
 class GraphWalk
 {
 public:
-    GraphWalk(StateGraph graph, GraphState state);
+    GraphWalk(StateGraph graph, const QJsonObject &state);
+
+    /// Puts @p saved in the place of the state and merges @p input into it.
+    void restore(const QJsonObject &saved, const QJsonObject &input);
 
     /// Routes from "__start__".
     void start();
+
+    /// Stands before @p node, where it stops for the end and for the limit only.
+    void standBefore(const QString &node);
 
     /// Whether the node next() is to be executed. False at the end, at the limit, before an interrupt and
     /// after an error.
@@ -49,15 +55,21 @@ public:
     /// Whether the walk ended with an error other than the limit, after which no state is saved.
     bool hasFailed() const { return m_hasFailed; }
 
+    /// Whether the walk stopped before next() on purpose.
+    bool isInterrupted() const { return m_result.interrupted; }
+
     /// The state that was reached.
     const QJsonObject &state() const { return m_state.values(); }
+
+    /// The latest step. There must have been one.
+    const GraphStep &lastStep() const { return m_result.steps.last(); }
 
     /// The outcome so far.
     GraphRunResult result() const;
 
 private:
     QString goOnFrom(const QString &from);
-    void stopWhereDue();
+    void stopForInterrupt();
 
     const StateGraph m_graph;
     GraphState m_state;

@@ -22,16 +22,6 @@ bool operator==(const GraphRunResult &left, const GraphRunResult &right)
         && left.interruptedNode == right.interruptedNode && left.error == right.error;
 }
 
-static GraphState startState(const QJsonObject &input, const QString &threadId,
-                             const CheckpointStore *checkpoints)
-{
-    if (!checkpoints || !checkpoints->contains(threadId))
-        return GraphState(input);
-    GraphState state(checkpoints->value(threadId));
-    state.merge(input);
-    return state;
-}
-
 void StateGraph::addNode(const QString &name, const NodeFunction &function)
 {
     m_nodes.insert(name, function);
@@ -60,7 +50,9 @@ GraphRunResult StateGraph::run(const QJsonObject &initialState, const QString &t
     // A node may destroy what the id was taken from, the store's own key for one.
     const QString thread = threadId; // NOLINT(performance-unnecessary-copy-initialization)
     CheckpointStore *store = thread.isEmpty() ? nullptr : checkpoints;
-    GraphWalk walk(*this, startState(initialState, thread, store));
+    GraphWalk walk(*this, initialState);
+    if (store && store->contains(thread))
+        walk.restore(store->value(thread), initialState);
     walk.start();
     while (walk.goesOn() && walk.findNode())
         walk.advance(walk.callFunction());

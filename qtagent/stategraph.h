@@ -56,7 +56,7 @@ public:
     friend bool operator!=(const GraphStep &left, const GraphStep &right) { return !(left == right); }
 };
 
-/// The outcome of StateGraph::run().
+/// The outcome of StateGraph::run() and of GraphRun.
 struct QTAGENT_EXPORT GraphRunResult
 {
     Q_GADGET
@@ -116,7 +116,8 @@ public:
 /// graph.run({{"question", second}}, "thread-1", &checkpoints);
 /// @endcode
 /// It continues with the state, not at a node: every run begins at "__start__". To resume a run that was
-/// interrupted for a review, run the graph built without that interrupt on the same thread id.
+/// interrupted for a review, run the graph built without that interrupt on the same thread id. GraphRun runs
+/// a graph with the event loop, for nodes that wait, and resumes at the node where a run stopped.
 ///
 /// A graph is a plain value: cheap to copy, and what is added to a copy is not added to the original. What the
 /// functions themselves hold, behind a captured pointer for example, all copies share. Names and keys are
