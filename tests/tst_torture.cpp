@@ -1,4 +1,5 @@
 #include "support/completions.h"
+#include "support/graphstage.h"
 #include "support/heldtool.h"
 #include "support/loopbackserver.h"
 #include "support/torture.h"
@@ -306,6 +307,22 @@ QMap<QString, StageFactory> agentScenarios()
     return scenarios;
 }
 
+QMap<QString, StageFactory> graphScenarios()
+{
+    QMap<QString, StageFactory> scenarios;
+    for (const bool actsFirst : {true, false}) {
+        const auto add = [&scenarios, actsFirst](const QString &name, GraphPlot plot) {
+            plot.actsFirst = actsFirst;
+            scenarios.insert(name + (actsFirst ? ", first slot" : ", last slot"),
+                             [plot] { return std::make_unique<GraphStage>(plot); });
+        };
+        add("graph", {true, false, true});
+        add("graph without a storage", {false, false, true});
+        add("graph, failing branch", {true, true, true});
+    }
+    return scenarios;
+}
+
 QVector<ToolDefinition> exportTool()
 {
     ToolDefinition tool;
@@ -379,9 +396,10 @@ void TestTorture::initTestCase()
 {
     m_server.setHandler(answerTo);
     QMap<QString, StageFactory> scenarios = requestScenarios(m_server.baseUrl());
-    const QMap<QString, StageFactory> agents = agentScenarios();
-    for (auto agent = agents.cbegin(); agent != agents.cend(); ++agent)
-        scenarios.insert(agent.key(), agent.value());
+    for (const QMap<QString, StageFactory> &more : {agentScenarios(), graphScenarios()}) {
+        for (auto scenario = more.cbegin(); scenario != more.cend(); ++scenario)
+            scenarios.insert(scenario.key(), scenario.value());
+    }
     for (auto scenario = scenarios.cbegin(); scenario != scenarios.cend(); ++scenario)
         addScenario(scenario.key(), scenario.value());
 }
