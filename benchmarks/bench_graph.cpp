@@ -3,14 +3,22 @@
 //
 // Both run in turn within one benchmark. The counter "ratio" is the median of graph time / bare time over
 // its iterations; "bytes_per_step" is what a result holds on the heap.
+//
+// besideARunAtOnce: what a step costs in a GraphRun, beside StateGraph::run(). The turns of the event loop,
+// one for each node and one to begin with, are measured by a timer that does nothing else and taken off.
 
-#include <qtagent/stategraph.h>
+#include <qtagent/graphrun.h>
 #include <tests/support/heapusage.h>
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <chrono>
+#include <memory>
 #include <vector>
 
 using namespace MireloQtLib::QtAgent;
@@ -103,6 +111,33 @@ StateGraph loopGraph(const Workload &workload, int steps)
     return graph;
 }
 
+std::unique_ptr<GraphRun> runWithTheEventLoop(const StateGraph &graph, const QJsonObject &initialState)
+{
+    auto run = std::make_unique<GraphRun>(graph);
+    QEventLoop loop;
+    QObject::connect(run.get(), &GraphRun::finished, &loop, &QEventLoop::quit);
+    run->start(initialState);
+    loop.exec();
+    return run;
+}
+
+int turnTheEventLoop(int turns)
+{
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    int count = 0;
+    QObject::connect(&timer, &QTimer::timeout, &loop, [&] {
+        if (++count == turns)
+            loop.quit();
+        else
+            timer.start();
+    });
+    timer.start();
+    loop.exec();
+    return count;
+}
+
 /// Seconds that @p work takes. Freeing what it returns is not part of it.
 template<typename Work>
 double secondsOf(const Work &work)
@@ -187,6 +222,26 @@ void besideAShortLoop(benchmark::State &state, const Workload &workload)
     state.counters["bytes_per_step"] = longBytes;
 }
 
+void besideARunAtOnce(benchmark::State &state, const Workload &workload)
+{
+    const int steps = static_cast<int>(state.range(0));
+    const StateGraph graph = loopGraph(workload, steps);
+    Pairs pairs;
+    std::vector<double> turnTimes;
+    for ([[maybe_unused]] auto iteration : state) {
+        const double atOnce = secondsOf([&] { return graph.run(workload.initialState); });
+        const double turns = secondsOf([&] { return turnTheEventLoop(steps + 1); });
+        const double withLoop = secondsOf([&] { return runWithTheEventLoop(graph, workload.initialState); });
+        pairs.add(withLoop - turns, atOnce);
+        turnTimes.push_back(turns);
+        state.SetIterationTime(withLoop);
+    }
+    state.counters["ratio"] = pairs.ratio();
+    state.counters["ns_per_step"] = pairs.first() / steps * 1e9;
+    state.counters["at_once_ns_per_step"] = pairs.second() / steps * 1e9;
+    state.counters["ns_per_turn"] = median(turnTimes) / (steps + 1) * 1e9;
+}
+
 } // namespace
 
 BENCHMARK_CAPTURE(besideABareLoop, fiveKeys, fiveKeys())->Arg(10000)->Iterations(41)->UseManualTime();
@@ -197,5 +252,19 @@ BENCHMARK_CAPTURE(besideAShortLoop, replacedText, replacedText())
     ->Args({2000, 20000})
     ->Iterations(41)
     ->UseManualTime();
+BENCHMARK_CAPTURE(besideARunAtOnce, fiveKeys, fiveKeys())->Arg(10000)->Iterations(41)->UseManualTime();
+BENCHMARK_CAPTURE(besideARunAtOnce, thousandKeys, thousandKeys())->Arg(1000)->Iterations(21)->UseManualTime();
+BENCHMARK_CAPTURE(besideARunAtOnce, replacedText, replacedText())
+    ->Arg(10000)
+    ->Iterations(41)
+    ->UseManualTime();
 
-BENCHMARK_MAIN();
+int main(int argc, char **argv)
+{
+    const QCoreApplication application(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
