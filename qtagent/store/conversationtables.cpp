@@ -211,7 +211,7 @@ bool ConversationTables::insert(Conversation *conversation)
     inserted.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
     inserted.revision = 1;
     QVector<Row> messages;
-    SqliteTransaction transaction(&m_connection);
+    SqlTransaction transaction(&m_connection);
     StoredConversation stored;
     if (!makeRows(inserted, &messages) || !transaction.begin()
         || !m_connection.run(QStringLiteral("INSERT INTO conversations (id) VALUES (?)"), {inserted.id})
@@ -227,7 +227,7 @@ bool ConversationTables::save(Conversation *conversation)
     if (!conversation)
         return refuse(noSuchConversation());
     QVector<Row> messages;
-    SqliteTransaction transaction(&m_connection);
+    SqlTransaction transaction(&m_connection);
     StoredConversation stored;
     if (!makeRows(*conversation, &messages) || !transaction.begin() || !read(conversation->id, &stored))
         return false;
@@ -276,7 +276,7 @@ bool ConversationTables::list(QVector<ConversationEntry> *entries)
 bool ConversationTables::remove(const QString &id)
 {
     m_refusal.clear();
-    SqliteTransaction transaction(&m_connection);
+    SqlTransaction transaction(&m_connection);
     StoredConversation stored;
     return transaction.begin() && read(id, &stored) && writeMessages(stored.number, stored.messages, {})
         && index(titleKey(stored.number), textOf(stored.row.at(0)), {})

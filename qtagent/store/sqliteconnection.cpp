@@ -1,10 +1,8 @@
 #include "sqliteconnection_p.h"
 
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QThread>
 #include <QUrl>
 #include <QUuid>
 
@@ -14,14 +12,6 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
-
-constexpr int busyTimeoutMs = 1000;
-constexpr int pollIntervalMs = 2;
-
-// The result codes of SQLite that are told apart here.
-constexpr int busyCode = 5;
-constexpr int corruptCode = 11;
-constexpr int noDatabaseCode = 26;
 
 QString driverName()
 {
@@ -46,18 +36,6 @@ bool makePrivateFile(const QString &path)
     if (isThere)
         QFile::setPermissions(path, QFile::ReadOwner | QFile::WriteOwner);
     return isThere;
-}
-
-// Extended codes have more in their upper bytes.
-int errorCode(const QSqlError &error)
-{
-    return error.nativeErrorCode().toInt() & 0xff;
-}
-
-bool isDamage(const QSqlError &error)
-{
-    const int code = errorCode(error);
-    return code == corruptCode || code == noDatabaseCode;
 }
 
 } // namespace
@@ -121,7 +99,7 @@ SqliteConnection::Opening SqliteConnection::openFile(const QString &path, const 
     *error = found.objectionTo(format, path);
     if (!error->isEmpty())
         return Opening::Refused;
-    return switchToWriteAheadLog() ? Opening::Opened : failure(error);
+    return switchToWriteAheadLog(this) ? Opening::Opened : failure(error);
 }
 
 // Looks at the file without a write to it. A look at its log makes a file beside it, so the file alone comes
@@ -135,14 +113,14 @@ SqliteConnection::Opening SqliteConnection::judge(const QString &path, const Sql
         QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded) + QLatin1String("?immutable=1");
     if (connectTo(fileAlone, QLatin1String("QSQLITE_OPEN_URI;QSQLITE_OPEN_READONLY;")) && readFormat(&found))
         *error = found.objectionTo(format, path);
-    else if (isDamage(m_error) && look == Look::Quick)
+    else if (foundDamage() && look == Look::Quick)
         return failure(error);
     const bool hasLog = QFileInfo(QFileInfo(path).canonicalFilePath() + QLatin1String("-wal")).size() > 0;
     if (!error->isEmpty() || !hasLog)
         return error->isEmpty() ? Opening::Opened : Opening::Refused;
     if (connectTo(path, QLatin1String("QSQLITE_OPEN_READONLY;")) && readFormat(&found))
         *error = found.objectionTo(format, path);
-    else if (isDamage(m_error))
+    else if (foundDamage())
         return failure(error);
     return error->isEmpty() ? Opening::Opened : Opening::Refused;
 }
@@ -150,32 +128,27 @@ SqliteConnection::Opening SqliteConnection::judge(const QString &path, const Sql
 SqliteConnection::Opening SqliteConnection::failure(QString *error) const
 {
     *error = errorText();
-    return isDamage(m_error) ? Opening::Damaged : Opening::Refused;
+    return foundDamage() ? Opening::Damaged : Opening::Refused;
 }
 
 bool SqliteConnection::connectTo(const QString &databaseName, const QString &options)
 {
     close();
-    m_name = QStringLiteral("qtagent-") + QUuid::createUuid().toString(QUuid::WithoutBraces);
-    QSqlDatabase database = QSqlDatabase::addDatabase(driverName(), m_name);
+    setName(QStringLiteral("qtagent-") + QUuid::createUuid().toString(QUuid::WithoutBraces));
+    QSqlDatabase database = QSqlDatabase::addDatabase(driverName(), name());
     database.setDatabaseName(databaseName);
     database.setConnectOptions(options + QStringLiteral("QSQLITE_BUSY_TIMEOUT=0"));
     const bool isOpen = database.open();
-    m_error = database.lastError();
+    setError(database.lastError());
     return isOpen;
 }
 
 void SqliteConnection::close()
 {
-    m_queries.clear();
-    if (!m_name.isEmpty())
-        QSqlDatabase::removeDatabase(m_name);
-    m_name.clear();
-}
-
-QSqlDatabase SqliteConnection::database() const
-{
-    return QSqlDatabase::database(m_name, false);
+    const QString closed = name();
+    setName({});
+    if (!closed.isEmpty())
+        QSqlDatabase::removeDatabase(closed);
 }
 
 bool SqliteConnection::readFormat(FoundFormat *found)
@@ -195,7 +168,7 @@ bool SqliteConnection::makeTables(const SqliteFormat &format)
 {
     constexpr int pagesOfAnEmptyFile = 1; // in a transaction
     const QString setVersion = QStringLiteral("PRAGMA user_version = %1").arg(format.version);
-    SqliteTransaction transaction(this);
+    SqlTransaction transaction(this);
     FoundFormat found;
     if (!transaction.begin() || !readFormat(&found) || !run(setVersion))
         return false;
@@ -208,87 +181,10 @@ bool SqliteConnection::makeTables(const SqliteFormat &format)
         && transaction.commit();
 }
 
-bool SqliteConnection::switchToWriteAheadLog()
+bool SqliteConnection::switchToWriteAheadLog(SqlConnection *connection)
 {
-    return run(QStringLiteral("PRAGMA journal_mode = WAL"))
-        && run(QStringLiteral("PRAGMA synchronous = NORMAL"));
-}
-
-// SQLite looks rarely whether a lock is free, in the end every 100 ms, which may fail for long beside
-// programs that write without a pause; and for the switch to its log it does not wait at all.
-bool SqliteConnection::run(const QString &sql, const QVariantList &values, const RowFunction &row)
-{
-    const QDeadlineTimer deadline(busyTimeoutMs);
-    bool isDone = runOnce(sql, values, row);
-    while (!isDone && errorCode(m_error) == busyCode && !deadline.hasExpired()) {
-        QThread::msleep(pollIntervalMs);
-        isDone = runOnce(sql, values, row);
-    }
-    return isDone;
-}
-
-bool SqliteConnection::runOnce(const QString &sql, const QVariantList &values, const RowFunction &row)
-{
-    QSqlQuery *query = prepared(sql);
-    if (!query)
-        return false;
-    for (int i = 0; i < values.size(); ++i)
-        query->bindValue(i, values.at(i));
-    query->exec();
-    while (query->next()) {
-        if (row)
-            row(*query);
-    }
-    m_error = query->lastError();
-    query->finish();
-    return !m_error.isValid();
-}
-
-QSqlQuery *SqliteConnection::prepared(const QString &sql)
-{
-    const auto [position, isNew] = m_queries.try_emplace(sql, database());
-    QSqlQuery *query = &position->second;
-    if (!isNew)
-        return query;
-    query->setForwardOnly(true);
-    if (query->prepare(sql))
-        return query;
-    m_error = query->lastError();
-    m_queries.erase(position);
-    return nullptr;
-}
-
-QString SqliteConnection::errorText() const
-{
-    if (errorCode(m_error) == busyCode)
-        return QStringLiteral("The database is locked by another program.");
-    if (isDamage(m_error))
-        return QStringLiteral("The database is damaged: %1").arg(m_error.databaseText());
-    return QStringLiteral("The database cannot be used: %1").arg(m_error.databaseText());
-}
-
-SqliteTransaction::SqliteTransaction(SqliteConnection *connection)
-    : m_connection(connection)
-{}
-
-// The error of what went wrong before stays that of the connection.
-SqliteTransaction::~SqliteTransaction()
-{
-    if (m_isOpen)
-        QSqlQuery(m_connection->database()).exec(QStringLiteral("ROLLBACK"));
-}
-
-bool SqliteTransaction::begin()
-{
-    m_isOpen = m_connection->run(QStringLiteral("BEGIN IMMEDIATE"));
-    return m_isOpen;
-}
-
-bool SqliteTransaction::commit()
-{
-    const bool isCommitted = m_connection->run(QStringLiteral("COMMIT"));
-    m_isOpen = !isCommitted;
-    return isCommitted;
+    return connection->run(QStringLiteral("PRAGMA journal_mode = WAL"))
+        && connection->run(QStringLiteral("PRAGMA synchronous = NORMAL"));
 }
 
 } // namespace QtAgent

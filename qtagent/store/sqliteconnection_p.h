@@ -1,15 +1,9 @@
 #ifndef MIRELOQTLIB_QTAGENT_SQLITECONNECTION_P_H
 #define MIRELOQTLIB_QTAGENT_SQLITECONNECTION_P_H
 
-#include <QSqlDatabase>
-#include <QSqlError>
-#include <QSqlQuery>
-#include <QString>
-#include <QStringList>
-#include <QVariant>
+#include "sqlconnection_p.h"
 
-#include <functional>
-#include <map>
+#include <QStringList>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -30,14 +24,14 @@ struct SqliteFormat
 /// @code
 /// SqliteConnection connection;
 /// const auto opening = connection.open(path, format, SqliteConnection::Look::Thorough, &error);
-/// SqliteTransaction transaction(&connection);
+/// SqlTransaction transaction(&connection);
 /// return opening == SqliteConnection::Opening::Opened && transaction.begin()
 ///     && connection.run(sql, values) && transaction.commit();
 /// @endcode
 ///
 /// What was written when a call returns survives the death of the program; a power cut may take the last
 /// writes (WAL, synchronous NORMAL).
-class SqliteConnection
+class SqliteConnection : public SqlConnection
 {
 public:
     enum class Opening {
@@ -58,12 +52,11 @@ public:
         Thorough,
     };
 
-    /// Is handed the rows of a result, one after another.
-    using RowFunction = std::function<void(const QSqlQuery &)>;
-
     SqliteConnection() = default;
-    ~SqliteConnection();
-    Q_DISABLE_COPY(SqliteConnection)
+    ~SqliteConnection() override;
+
+    /// Lets a connection to SQLite write to a log first, so that readers do not wait for writers.
+    static bool switchToWriteAheadLog(SqlConnection *connection);
 
     /// Closes, then opens the file at @p path. Where there is none, or an empty one, a file is begun that its
     /// owner alone can read, and a missing folder likewise. @p error is set unless the result is Opened.
@@ -71,17 +64,6 @@ public:
 
     /// Ends the connection. The last one of a file takes its log along.
     void close();
-
-    /// The connection, for queries that are gone before it is.
-    QSqlDatabase database() const;
-
-    /// Runs @p sql, which is prepared once and kept, and hands each row of its result to @p row, which must
-    /// not run the same statement. What another connection holds is waited for, at most about a second.
-    /// Returns false on failure, also after some of the rows.
-    bool run(const QString &sql, const QVariantList &values = {}, const RowFunction &row = {});
-
-    /// Returns why the last run() failed, in words.
-    QString errorText() const;
 
 private:
     struct FoundFormat;
@@ -92,32 +74,6 @@ private:
     bool connectTo(const QString &databaseName, const QString &options = {});
     bool readFormat(FoundFormat *found);
     bool makeTables(const SqliteFormat &format);
-    bool switchToWriteAheadLog();
-    bool runOnce(const QString &sql, const QVariantList &values, const RowFunction &row);
-    QSqlQuery *prepared(const QString &sql);
-
-    QString m_name;
-    std::map<QString, QSqlQuery> m_queries;
-    QSqlError m_error;
-};
-
-/// Writes everything or nothing: what is not committed is rolled back at the end of the object's life.
-class SqliteTransaction
-{
-public:
-    explicit SqliteTransaction(SqliteConnection *connection);
-    ~SqliteTransaction();
-    Q_DISABLE_COPY(SqliteTransaction)
-
-    /// Returns whether nobody else writes until the end of the transaction. The connection has the error.
-    bool begin();
-
-    /// Returns whether everything since begin() is in the file. The connection has the error.
-    bool commit();
-
-private:
-    SqliteConnection *const m_connection;
-    bool m_isOpen = false;
 };
 
 } // namespace QtAgent
