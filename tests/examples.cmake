@@ -29,6 +29,9 @@ set(three_drafts "draft {\"drafts\":1}\ndraft {\"drafts\":2}\ndraft {\"drafts\":
 
 qtagent_test_example(stream_reply_prints_the_answer stream_reply OUTPUT "${mock_answer}")
 
+qtagent_test_example(parallel_branches_prints_the_opinions_and_the_summary parallel_branches
+    OUTPUT "opinions/cost: ${mock_answer}opinions/safety: ${mock_answer}opinions/time: ${mock_answer}summary/summary: ${mock_answer}")
+
 qtagent_test_example(json_chain_prints_fields json_chain
     ARGUMENTS valves question answer
     OUTPUT "question: Explain valves as a JSON object with the fields question, answer.
