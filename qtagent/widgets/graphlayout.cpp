@@ -66,7 +66,7 @@ private:
     void findColumns();
     void alignLayer(int layer, QVector<int> Cell::*side);
     void findRows();
-    void draw(int arrow);
+    void draw(int index);
     void drawLoop(GraphArrow *arrow);
     qreal portOf(int box, int neighbour, QVector<int> Cell::*side) const;
 
