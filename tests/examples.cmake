@@ -124,7 +124,14 @@ endif()
 # These end when the example does, which is when its window is closed.
 foreach(example IN ITEMS agent_approval chat_window thinking_window)
 foreach(example IN ITEMS agent_approval chat_window slow_tool)
+if(TARGET review_workflow)
+    set(examples_with_a_store review_workflow)
+endif()
+foreach(example IN ITEMS agent_approval chat_window LISTS examples_with_a_store)
     qtagent_add_test(tst_example_${example} QtAgentWidgets)
+    if(example IN_LIST examples_with_a_store)
+        target_link_libraries(tst_example_${example} PRIVATE QtAgentStore)
+    endif()
     target_sources(tst_example_${example} PRIVATE "${PROJECT_SOURCE_DIR}/examples/${example}.cpp")
     set_source_files_properties("${PROJECT_SOURCE_DIR}/examples/${example}.cpp" PROPERTIES
         COMPILE_DEFINITIONS main=exampleMain

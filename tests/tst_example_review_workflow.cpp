@@ -1,0 +1,89 @@
+#include "support/exampletest.h"
+
+#include <qtagent/widgets/graphview.h>
+
+#include <QLabel>
+#include <QSplitter>
+#include <QStandardPaths>
+
+using namespace MireloQtLib::QtAgent;
+
+class TestReviewWorkflow : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void draftStreamsInAndWaitsForTheReview();
+    void draftIsWrittenAgain();
+    void agreedDraftIsSent();
+    void nextReportBegins();
+    void cleanupTestCase();
+
+private:
+    // Whether the window has come to the status @p text.
+    static bool shows(const QString &text)
+    {
+        for (const QLabel *label : shownWidget<QSplitter>()->findChildren<QLabel *>()) {
+            if (label->text() == text)
+                return true;
+        }
+        return false;
+    }
+
+    static void click(const QString &text)
+    {
+        for (QPushButton *button : shownWidget<QSplitter>()->findChildren<QPushButton *>()) {
+            if (button->text() == text)
+                QTest::mouseClick(button, Qt::LeftButton);
+        }
+    }
+
+    static QString told(const QString &node)
+    {
+        shownWidget<GraphView>()->selectNode(node);
+        return shownWidget<GraphView>()->accessibleDescription();
+    }
+};
+
+void TestReviewWorkflow::draftStreamsInAndWaitsForTheReview()
+{
+    if (shows("Sent.")) // since an earlier run
+        click("&New report");
+    QTRY_VERIFY(shows("Do you agree?"));
+    QVERIFY(shownWidget<QPlainTextEdit>()->toPlainText().startsWith("Orvane"));
+    QVERIFY(told("review").startsWith("review：等待继续"));
+}
+
+void TestReviewWorkflow::draftIsWrittenAgain()
+{
+    click("&Write it again");
+    QTRY_VERIFY(shows("Running: draft"));
+    QTRY_VERIFY(shows("Do you agree?"));
+    QVERIFY(told("draft").startsWith("draft：已运行 1 次"));
+}
+
+void TestReviewWorkflow::agreedDraftIsSent()
+{
+    click("&Agree and send");
+    QTRY_VERIFY(shows("Sent."));
+    QVERIFY(told("send").startsWith("send：已运行 1 次"));
+}
+
+void TestReviewWorkflow::nextReportBegins()
+{
+    click("&New report");
+    QTRY_VERIFY(shows("Do you agree?"));
+}
+
+void TestReviewWorkflow::cleanupTestCase()
+{
+    shownWidget<QSplitter>()->close();
+}
+
+int main(int argc, char *argv[])
+{
+    QStandardPaths::setTestModeEnabled(true);
+    return ExampleRun<TestReviewWorkflow>::execute(argc, argv);
+}
+
+#include "tst_example_review_workflow.moc"
