@@ -2,6 +2,7 @@
 
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/approvaldialog.h>
+#include <qtagent/widgets/graphview.h>
 #include <qtagent/widgets/markdowntranscript.h>
 #include <qtagent/widgets/modelconfigwidget.h>
 #include <qtagent/widgets/toolcalltraceview.h>
@@ -156,6 +157,35 @@ std::unique_ptr<QWidget> createDarkTranscript()
     return createTranscript(darkPalette(), QColor(0x93c5fd), QColor(0x6ee7b7));
 }
 
+// A report that was written twice and waits for its second review.
+std::unique_ptr<QWidget> createGraphView()
+{
+    const QString draft = QStringLiteral("draft");
+    const QString review = QStringLiteral("review");
+    const QString send = QStringLiteral("send");
+    const auto nothing = [](const QJsonObject &) { return QJsonObject(); };
+    StateGraph graph;
+    for (const QString &node : {draft, review, send})
+        graph.addNode(node, nothing);
+    graph.addEdge(StartNode, draft);
+    graph.addEdge(draft, review);
+    graph.addConditionalEdges(review, [](const QJsonObject &) { return QStringLiteral("again"); },
+                              {{QStringLiteral("again"), draft}, {QStringLiteral("agreed"), send}});
+    graph.addEdge(send, EndNode);
+    graph.addInterruptBefore(review);
+
+    GraphRunResult result;
+    result.steps = {
+        {draft, {}, {}, {}, {}}, {review, QStringLiteral("again"), {}, {}, {}}, {draft, {}, {}, {}, {}}};
+    result.interrupted = true;
+    result.interruptedNode = review;
+    auto view = std::make_unique<GraphView>();
+    view->resize(360, 460);
+    view->setGraph(graph);
+    view->showResult(result);
+    return view;
+}
+
 struct WidgetPicture
 {
     QString name;
@@ -171,6 +201,7 @@ QVector<WidgetPicture> widgetPictures()
         {QStringLiteral("modelconfigwidget.png"), createModelConfigWidget},
         {QStringLiteral("markdowntranscript.png"), createLightTranscript},
         {QStringLiteral("markdowntranscript-dark.png"), createDarkTranscript},
+        {QStringLiteral("graphview.png"), createGraphView},
     };
 }
 
