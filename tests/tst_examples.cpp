@@ -2,6 +2,7 @@
 #include "support/offlineconfiguration.h"
 
 #include <QProcess>
+#include <QTemporaryFile>
 #include <QtTest>
 
 namespace {
@@ -55,6 +56,8 @@ private Q_SLOTS:
     void failsWithoutAnAnswer_data();
     void failsWithoutAnAnswer();
     void streamReplyTellsWhatTheServiceRefused();
+    void processToolSearchesAFile_data();
+    void processToolSearchesAFile();
 
 private:
     const OfflineConfiguration m_configuration;
@@ -82,6 +85,9 @@ void TestExamples::printsItsAnswer_data()
         drafts(3) + question + "send {\"approved\":true,\"drafts\":3,\"sent\":true}\n");
     add("graph ends where denied", {"review_graph", "3"}, "n\n", drafts(3) + question);
     add("no answer is a denial", {"review_graph", "1"}, "", drafts(1) + question);
+    add("opinions and their summary", {"parallel_branches"}, "",
+        "opinions/cost: " + mockAnswer + "opinions/safety: " + mockAnswer + "opinions/time: " + mockAnswer
+            + "summary/summary: " + mockAnswer);
 }
 
 void TestExamples::printsItsAnswer()
@@ -103,6 +109,12 @@ void TestExamples::failsWithoutAnAnswer_data()
                                    << "Missing required field: price\n";
     QTest::addRow("too many steps") << QStringList{"review_graph", "33"} << drafts(32)
                                     << "Graph exceeded max steps: 32\n";
+    QTest::addRow("no service") << QStringList{"structured_answer"} << ""
+                                << "No service is configured.\n";
+#ifdef HAS_MCP_WINDOW
+    QTest::addRow("no MCP server") << QStringList{"mcp_window"} << ""
+                                   << "Usage: mcp_window ADDRESS, or mcp_window PROGRAM ARGUMENTS\n";
+#endif
 }
 
 void TestExamples::failsWithoutAnAnswer()
@@ -125,6 +137,35 @@ void TestExamples::streamReplyTellsWhatTheServiceRefused()
     QVERIFY(outcome.error.startsWith("OpenAI-compatible request failed."));
     QVERIFY(outcome.error.contains("bad key"));
     QCOMPARE(outcome.status, 1);
+}
+
+void TestExamples::processToolSearchesAFile_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("output");
+    QTest::addColumn<QString>("error");
+    QTest::addRow("lines with the text") << "valve"
+                                         << "2:A valve -e sticks.\n3:The valve opens.\n"
+                                         << "";
+    QTest::addRow("a text that looks like an option") << "-e"
+                                                      << "2:A valve -e sticks.\n"
+                                                      << "";
+    QTest::addRow("no such text") << "tank"
+                                  << ""
+                                  << "Program ended with code 1.";
+}
+
+void TestExamples::processToolSearchesAFile()
+{
+    QFETCH(QString, text);
+    QTemporaryFile log;
+    QVERIFY(log.open());
+    log.write("The pump runs.\nA valve -e sticks.\nThe valve opens.\n");
+    log.close();
+    const Outcome outcome = run("process_tool", {log.fileName(), text}, QByteArray());
+    QTEST(outcome.output, "output");
+    QTEST(outcome.error, "error");
+    QCOMPARE(outcome.status == 0, outcome.error.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestExamples)
