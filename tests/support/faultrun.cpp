@@ -48,10 +48,25 @@ ModelConfig faultConfig(const QString &baseUrl, AnswerMode mode)
     return config;
 }
 
-QStringList signalsOf(const QString &baseUrl, AnswerMode mode)
+RequestOptions allOptions()
+{
+    RequestOptions options;
+    options.extra = {{"seed", 7}};
+    options.without = QStringList{"temperature"};
+    options.headers = {{"X-Title", "Faults"}};
+    options.useMaxCompletionTokens = true;
+    options.keepReasoning = true;
+    options.askForUsage = true;
+    options.strictStreams = true;
+    options.applyTimeLimit = true;
+    return options;
+}
+
+QStringList signalsOf(const QString &baseUrl, AnswerMode mode, const RequestOptions &options)
 {
     OpenAICompatibleModel model;
     model.setConfig(faultConfig(baseUrl, mode));
+    model.setRequestOptions(options);
     ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
     QStringList log;
     QObject::connect(reply, &ChatReply::deltaReceived, reply,

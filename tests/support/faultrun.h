@@ -2,6 +2,7 @@
 #define MIRELOQTLIB_QTAGENT_TESTS_FAULTRUN_H
 
 #include <qtagent/modelconfig.h>
+#include <qtagent/requestoptions.h>
 
 #include <QStringList>
 
@@ -18,7 +19,11 @@ MireloQtLib::QtAgent::ModelConfig faultConfig(const QString &baseUrl, AnswerMode
 /// Sends one question, waits until the request is over and nothing of it is left, and returns every signal
 /// in the order of emission: "delta ...", "response", "finished ..." or "failed ...". In the texts "{url}"
 /// stands for the request's whole address and "{key}" for the key.
-QStringList signalsOf(const QString &baseUrl, AnswerMode mode);
+QStringList signalsOf(const QString &baseUrl, AnswerMode mode,
+                      const MireloQtLib::QtAgent::RequestOptions &options = {});
+
+/// Returns every option set that leaves an answer's text as it is.
+MireloQtLib::QtAgent::RequestOptions allOptions();
 
 /// Returns the report of a failed request. @p status and @p networkError are left out where empty.
 QString failure(const QString &status, const QString &networkError, const QString &response);
