@@ -27,6 +27,17 @@ private Q_SLOTS:
     void replyBelongsToItsParentOrTheModel();
 };
 
+namespace {
+
+void askFrom(const RawHttpServer &server, OpenAICompatibleModel *model)
+{
+    ModelConfig config;
+    config.baseUrl = server.baseUrl();
+    model->setConfig(config);
+}
+
+} // namespace
+
 void TestModelList::namesAreRead_data()
 {
     QTest::addColumn<QByteArray>("body");
@@ -159,11 +170,9 @@ void TestModelList::silenceIsLimited()
 
 void TestModelList::cancelEndsTheRequest()
 {
-    RawHttpServer server({RawStep::wait()});
+    const RawHttpServer server({RawStep::wait()});
     OpenAICompatibleModel model;
-    ModelConfig config;
-    config.baseUrl = server.baseUrl();
-    model.setConfig(config);
+    askFrom(server, &model);
     ModelListReply *reply = model.listModels();
     QSignalSpy failed(reply, &ModelListReply::failed);
     QSignalSpy canceled(reply, &ModelListReply::canceled);
@@ -178,11 +187,9 @@ void TestModelList::cancelEndsTheRequest()
 
 void TestModelList::deletionEndsTheRequest()
 {
-    RawHttpServer server({RawStep::wait()});
+    const RawHttpServer server({RawStep::wait()});
     OpenAICompatibleModel model;
-    ModelConfig config;
-    config.baseUrl = server.baseUrl();
-    model.setConfig(config);
+    askFrom(server, &model);
     ModelListReply *reply = model.listModels();
     QTRY_COMPARE(server.requests().size(), 1);
     delete reply;

@@ -18,6 +18,7 @@ private Q_SLOTS:
     void everyShapeIsRead_data();
     void everyShapeIsRead();
     void signalsComeInOrder();
+    void textArrivesBeforeTheRoundIsThere();
     void progressIsToldPieceByPiece();
     void slotOfTheProgressMayEndTheReply_data();
     void slotOfTheProgressMayEndTheReply();
@@ -64,17 +65,6 @@ QVector<RawStep> script(const QByteArray &stream, int pieceSize)
         steps.append(RawStep::send(stream.mid(i, pieceSize)));
     steps.append(RawStep::close());
     return steps;
-}
-
-QByteArray summaryOf(const QJsonArray &calls)
-{
-    QJsonArray summary;
-    for (const QJsonValue &value : calls) {
-        const QJsonObject call = value.toObject();
-        const QJsonObject function = call["function"].toObject();
-        summary.append(QJsonArray{call["id"], function["name"], function["arguments"]});
-    }
-    return QJsonDocument(summary).toJson(QJsonDocument::Compact);
 }
 
 QByteArray piece(const QByteArray &calls, const QByteArray &finishReason = "null")
@@ -150,6 +140,18 @@ void TestStreamedToolCalls::signalsComeInOrder()
     const QJsonObject request = endpoint.server.requests().value(0).json;
     QCOMPARE(request.value("stream"), QJsonValue(true));
     QCOMPARE(request.value("tools").toArray().size(), 3);
+}
+
+void TestStreamedToolCalls::textArrivesBeforeTheRoundIsThere()
+{
+    HttpEndpoint endpoint;
+    endpoint.server.enqueue(stream({deltaEvent("Let me look."), piece(callBegin), piece(callEnd)}).held(2));
+    StreamingModel model(endpoint.server.baseUrl());
+    CompletionRecorder recorder(model.ask());
+    QTRY_COMPARE(recorder.entries(), (QStringList{"delta: Let me look.", "call 0: add {\"x\":"}));
+    endpoint.server.release();
+    QVERIFY(recorder.waitForEnd());
+    QCOMPARE(recorder.entries().last(), "finished: Let me look.");
 }
 
 void TestStreamedToolCalls::progressIsToldPieceByPiece()

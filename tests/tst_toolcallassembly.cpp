@@ -38,17 +38,6 @@ AnswerRules rules()
     return result;
 }
 
-QByteArray summaryOf(const QJsonArray &calls)
-{
-    QJsonArray summary;
-    for (const QJsonValue &value : calls) {
-        const QJsonObject call = value.toObject();
-        const QJsonObject function = call["function"].toObject();
-        summary.append(QJsonArray{call["id"], function["name"], function["arguments"]});
-    }
-    return QJsonDocument(summary).toJson(QJsonDocument::Compact);
-}
-
 // Returns what a stream that arrives in @p portions comes to.
 std::unique_ptr<CompletionReply> replyTo(const QVector<QByteArray> &portions, int *progress = nullptr)
 {

@@ -1,5 +1,8 @@
 #include "streamfixtures.h"
 
+#include <QJsonDocument>
+#include <QJsonObject>
+
 QVector<StreamFixture> streamFixtures()
 {
     return {
@@ -245,4 +248,15 @@ QByteArray StreamFixture::bytes(const QByteArray &lineEnd) const
     for (const QByteArray &line : lines)
         bytes += line + lineEnd + (line.startsWith("event:") ? QByteArray() : lineEnd);
     return hasEndMark ? bytes + "data: [DONE]" + lineEnd + lineEnd : bytes;
+}
+
+QByteArray summaryOf(const QJsonArray &calls)
+{
+    QJsonArray summary;
+    for (const QJsonValue &value : calls) {
+        const QJsonObject call = value.toObject();
+        const QJsonObject function = call["function"].toObject();
+        summary.append(QJsonArray{call["id"], function["name"], function["arguments"]});
+    }
+    return QJsonDocument(summary).toJson(QJsonDocument::Compact);
 }

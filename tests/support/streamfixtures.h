@@ -2,6 +2,7 @@
 #define MIRELOQTLIB_QTAGENT_TESTS_STREAMFIXTURES_H
 
 #include <QByteArray>
+#include <QJsonArray>
 #include <QString>
 #include <QVector>
 
@@ -23,6 +24,9 @@ struct StreamFixture
     /// Returns the stream, with an empty line after each event.
     QByteArray bytes(const QByteArray &lineEnd = "\n") const;
 };
+
+/// Returns what StreamFixture::calls says about @p calls.
+QByteArray summaryOf(const QJsonArray &calls);
 
 /// Returns one stream of every shape.
 QVector<StreamFixture> streamFixtures();
