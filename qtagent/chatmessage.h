@@ -34,7 +34,8 @@ public:
     QString content;
     /// The name of the tool whose result a "tool" message carries, else empty.
     QString name;
-    /// Data that travels with the message inside the program. It is never sent.
+    /// Data that travels with the message inside the program. It is never sent, except for the reasoning of
+    /// an answer with tool calls where RequestOptions::keepReasoning asks for it.
     QJsonObject metadata;
     /// The tool calls of an "assistant" message, as the model returned them (see makeToolCall()).
     QJsonArray toolCalls;

@@ -33,9 +33,9 @@ class ReasoningMemory;
 ///
 /// A request is one POST to the profile's address and "/chat/completions", over HTTP/1.1 and with a new
 /// connection each time where the address is not encrypted. The answer is streamed where the profile asks
-/// for it and no tools are offered; with tools it always arrives whole. The API key goes into the
-/// Authorization header, without line breaks, and nowhere else; redirects are not followed. No time limit
-/// is set: a request runs until the network ends it or ChatReply::cancel() is called.
+/// for it and no tools are offered; with tools it arrives whole. The API key goes into the Authorization
+/// header, without line breaks, and nowhere else; redirects are not followed. No time limit is set: a request
+/// runs until the network ends it or ChatReply::cancel() is called. RequestOptions change each of these.
 ///
 /// Each reply is a CompletionReply, which also tells reasoning, tokens and why a request failed.
 ///
@@ -48,7 +48,11 @@ class ReasoningMemory;
 ///   are an answer that ends before the length it announced, whether or not Qt noticed, and one that is
 ///   compressed, which was not asked for.
 ///
-/// What is wrong inside a stream is passed over: an event that is not JSON, a last line without a line
+/// Where RequestOptions::streamToolCalls or strictStreams is set it also reports, each before such a report:
+/// "Incomplete tool call from the model.", "Error event in the stream.", "The model stopped: ...", "No answer
+/// in the stream." and "The stream ended early.".
+///
+/// Else what is wrong inside a stream is passed over: an event that is not JSON, a last line without a line
 /// feed, an error object in an answer of status 200. Such an answer ends with finished() and the text that
 /// was understood, which may be empty. So does a redirect. So may a stream that announces no length and is
 /// cut off: over unencrypted connections Qt does not always notice.
