@@ -21,7 +21,7 @@ namespace QtAgent {
 /// options.useMaxCompletionTokens = true;
 /// options.without = QStringList{QStringLiteral("temperature")};
 /// options.extra = {{QStringLiteral("reasoning_effort"), QStringLiteral("low")}};
-/// model.setRequestOptions(options);
+/// model->setRequestOptions(options);
 /// @endcode
 ///
 /// The body is changed in the order of the members below: `useMaxCompletionTokens`, `askForUsage`, `without`,
@@ -49,8 +49,8 @@ struct RequestOptions
     bool streamToolCalls = false;
     /// Whether a streamed request asks for the tokens it takes (see CompletionReply::usage()).
     bool askForUsage = false;
-    /// Whether text in <think>, <thinking>, [THINK] or <mm:think> at the beginning of an answer is reasoning,
-    /// and a content that is a list of parts is read.
+    /// Whether text in `<think>`, `<thinking>`, `[THINK]` or `<mm:think>` at the beginning of an answer is
+    /// reasoning, and a content that is a list of parts is read.
     bool readThinkTags = false;
     /// Whether a stream has to be complete: with an error event, a finish reason that tells of a failure, no
     /// answer, or no end it fails.
