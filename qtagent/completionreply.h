@@ -67,8 +67,11 @@ struct QTAGENT_EXPORT ChatFailure
 /// @code
 /// auto *reply = qobject_cast<CompletionReply *>(model->chat(conversation, {}, this));
 /// connect(reply, &CompletionReply::reasoningReceived, this, [this](const QString &piece) { think(piece); });
-/// connect(reply, &ChatReply::finished, this, [this, reply] { showTokens(reply->usage()); });
-/// connect(reply, &ChatReply::failed, this, [this, reply] { offerAgain(reply->failure().isTemporary()); });
+/// reply->whenEnded(this, [this, reply = QPointer<CompletionReply>(reply)](const ChatResult &result) {
+///     showEnd(result);
+///     if (reply) // not deleted meanwhile
+///         showDetails(reply->usage(), reply->failure().isTemporary());
+/// });
 /// @endcode
 ///
 /// What a service does not tell stays empty. What it tells is set before the signal of ChatReply that

@@ -12,9 +12,10 @@ namespace QtAgent {
 /// The answer to the question which models a service has, as OpenAICompatibleModel::listModels() asks it.
 ///
 /// @code
-/// ModelListReply *reply = model.listModels(this);
-/// connect(reply, &ModelListReply::finished, this, [this](const QStringList &models) { offer(models); });
+/// ModelListReply *reply = model->listModels(this);
+/// connect(reply, &ModelListReply::finished, this, &Window::offer);
 /// connect(reply, &ModelListReply::failed, this, &Window::showError);
+/// connect(reply, &ModelListReply::canceled, this, &Window::showStopped);
 /// @endcode
 ///
 /// A reply ends with exactly one of finished(), failed() and canceled(), the first two from the event loop,

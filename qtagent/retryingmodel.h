@@ -11,11 +11,11 @@ namespace QtAgent {
 /// A model that asks another one, and asks again where that may help.
 ///
 /// @code
-/// RetryingModel retrying(&model);
-/// connect(&retrying, &RetryingModel::retrying, this, [this](qint32 attempt, qint64 delayMs) {
+/// auto *retrying = new RetryingModel(model, this);
+/// connect(retrying, &RetryingModel::retrying, this, [this](qint32 attempt, qint64 delayMs) {
 ///     showStatus(tr("Attempt %1 in %2 ms").arg(attempt).arg(delayMs));
 /// });
-/// executor.setModel(&retrying);
+/// executor->setModel(retrying);
 /// @endcode
 ///
 /// A reply looks to its host like any other: it is a CompletionReply, and fails only where the last attempt

@@ -1,7 +1,10 @@
 #include "support/samplewindow.h"
 
+#include <qtagent/agentexecutor.h>
 #include <qtagent/messagehistory.h>
 #include <qtagent/mockchatmodel.h>
+#include <qtagent/modellist.h>
+#include <qtagent/retryingmodel.h>
 #include <qtagent/runnablechain.h>
 #include <qtagent/simpleragchain.h>
 
@@ -27,6 +30,83 @@ class ModelWindow : public SampleWindow
     void paste() override
     {
 #include "chatmodel_2.inc"
+    }
+};
+
+// A window that tells more of an answer than its text.
+class DetailsWindow : public SampleWindow
+{
+public:
+    void paste() override
+    {
+        const QVector<ChatMessage> conversation{ChatMessage::user(question)};
+#include "completionreply_1.inc"
+    }
+
+    void think(const QString &piece)
+    {
+        shown += piece;
+    }
+    void showDetails(const TokenUsage &usage, bool mayAskAgain)
+    {
+        tokens = usage.completion;
+        offersAgain = mayAskAgain;
+    }
+
+    qint64 tokens = 0;
+    bool offersAgain = false;
+};
+
+class OptionsWindow : public SampleWindow
+{
+    void paste() override
+    {
+#include "requestoptions_1.inc"
+        ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, this);
+        reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
+    }
+};
+
+class RetryingWindow : public SampleWindow
+{
+public:
+    void paste() override
+    {
+        auto *executor = new AgentExecutor(this);
+#include "retryingmodel_1.inc"
+        connect(executor, &AgentExecutor::assistantFinished, this, &RetryingWindow::showAnswer);
+        connect(executor, &AgentExecutor::failed, this, &RetryingWindow::showError);
+        executor->run(question);
+    }
+
+    void showStatus(const QString &status)
+    {
+        shown += status;
+    }
+};
+
+class OfferWindow : public SampleWindow
+{
+public:
+    using Window = OfferWindow;
+
+    void paste() override
+    {
+#include "modellist_1.inc"
+    }
+
+    void offer(const QStringList &models)
+    {
+        ends.append("Offered: " + models.join(", "));
+    }
+    void showStopped()
+    {
+        ends.append("Stopped");
+    }
+
+    ModelListReply *reply() const
+    {
+        return findChild<ModelListReply *>();
     }
 };
 
@@ -117,6 +197,14 @@ private Q_SLOTS:
     void windowMayBeDeletedWhileItWaits_data() { addSamples(); }
     void windowMayBeDeletedWhileItWaits();
     void canceledReplyIsTold();
+    void detailsOfAnAnswerAreTold();
+    void detailsOfAFailureAreTold();
+    void optionsReachTheService();
+    void repeatedRequestIsTold();
+    void modelsAreOffered();
+    void failedListIsTold();
+    void canceledListIsTold();
+    void windowMayBeDeletedDuringAList();
     void profileReachesTheService();
     void mockModelAnswersWithoutAService();
     void mockModelsWindowMayBeDeletedWhileItWaits();
@@ -131,7 +219,10 @@ void TestSamplesModels::addSamples()
     QTest::addColumn<CreateWindow>("create");
     QTest::addRow("ChatReply") << &create<ReplyWindow>;
     QTest::addRow("ChatModel") << &create<ModelWindow>;
+    QTest::addRow("CompletionReply") << &create<DetailsWindow>;
     QTest::addRow("OpenAICompatibleModel") << &create<LocalModelWindow>;
+    QTest::addRow("RequestOptions") << &create<OptionsWindow>;
+    QTest::addRow("RetryingModel") << &create<RetryingWindow>;
     QTest::addRow("DeepSeekModel") << &create<DeepSeekWindow>;
     QTest::addRow("MessageHistory") << &create<HistoryWindow>;
     QTest::addRow("RunnableChain") << &create<ChainWindow>;
@@ -185,6 +276,99 @@ void TestSamplesModels::canceledReplyIsTold()
     reply->cancel();
     QCOMPARE(window.ends, QStringList("Canceled: "));
     QTRY_VERIFY(!reply);
+}
+
+void TestSamplesModels::detailsOfAnAnswerAreTold()
+{
+    SampleService service;
+    service.server.enqueue(
+        LoopbackAnswer::stream({R"(data: {"choices":[{"delta":{"reasoning_content":"A valve..."}}]})"
+                                "\n\n",
+                                deltaEvent("Hello"),
+                                R"(data: {"choices":[],"usage":{"completion_tokens":7}})"
+                                "\n\n",
+                                doneEvent()}));
+    DetailsWindow window;
+    window.paste();
+    QTRY_COMPARE(window.ends, QStringList("Finished: Hello"));
+    QCOMPARE(window.shown, "A valve...");
+    QCOMPARE(window.tokens, 7);
+    QVERIFY(!window.offersAgain);
+}
+
+void TestSamplesModels::detailsOfAFailureAreTold()
+{
+    SampleService service;
+    service.server.enqueue(LoopbackAnswer::withStatus(503, "{}"));
+    DetailsWindow window;
+    window.paste();
+    QTRY_COMPARE(window.ends.size(), 1);
+    QVERIFY(window.offersAgain);
+}
+
+void TestSamplesModels::optionsReachTheService()
+{
+    SampleService service;
+    const std::unique_ptr<SampleWindow> window(create<OptionsWindow>());
+    window->paste();
+    QTRY_COMPARE(window->ends.size(), 1);
+    const QJsonObject body = service.server.requests().first().json;
+    QVERIFY(body.contains("max_completion_tokens"));
+    QVERIFY(!body.contains("temperature"));
+    QCOMPARE(body["reasoning_effort"], "low");
+}
+
+void TestSamplesModels::repeatedRequestIsTold()
+{
+    SampleService service;
+    LoopbackAnswer overloaded = LoopbackAnswer::withStatus(503, "{}");
+    overloaded.headers = {{"retry-after-ms", "20"}};
+    service.server.enqueue(overloaded);
+    RetryingWindow window;
+    window.paste();
+    QTRY_COMPARE(window.ends, QStringList("Finished: Hello world"));
+    QCOMPARE(window.shown, "Attempt 2 in 20 ms");
+}
+
+void TestSamplesModels::modelsAreOffered()
+{
+    SampleService service;
+    service.server.enqueue(LoopbackAnswer::withStatus(200, R"({"data":[{"id":"b"},{"id":"a"}]})"));
+    OfferWindow window;
+    window.paste();
+    QTRY_COMPARE(window.ends, QStringList("Offered: a, b"));
+}
+
+void TestSamplesModels::failedListIsTold()
+{
+    SampleService service;
+    service.fail();
+    OfferWindow window;
+    window.paste();
+    QTRY_COMPARE(window.ends.size(), 1);
+    QVERIFY(window.ends.first().startsWith("Failed: OpenAI-compatible request failed."));
+}
+
+void TestSamplesModels::canceledListIsTold()
+{
+    SampleService service;
+    service.wait();
+    OfferWindow window;
+    window.paste();
+    window.reply()->cancel();
+    QCOMPARE(window.ends, QStringList("Stopped"));
+}
+
+void TestSamplesModels::windowMayBeDeletedDuringAList()
+{
+    SampleService service;
+    service.wait();
+    auto window = std::make_unique<OfferWindow>();
+    window->paste();
+    QTRY_COMPARE(service.server.requests().size(), 1);
+    window.reset();
+    service.server.release();
+    runUntilQuiet();
 }
 
 void TestSamplesModels::profileReachesTheService()
