@@ -18,12 +18,16 @@ namespace QtAgent {
 /// A tool reports what happens; whoever started it listens:
 /// @code
 /// ToolReply *reply = tool->start(arguments, this);
-/// connect(reply, &ToolReply::progressed, label, &QLabel::setText);
-/// connect(reply, &ToolReply::finished, this, [reply](const ToolResult &result) {
-///     show(toolResultText(result));
+/// const auto showEnd = [=] {
+///     label->setText(reply->isCanceled() ? tr("Stopped.") : toolResultText(reply->result()));
 ///     reply->deleteLater();
-/// });
+/// };
+/// connect(reply, &ToolReply::progressed, label, &QLabel::setText);
+/// connect(reply, &ToolReply::finished, label, showEnd);
+/// connect(reply, &ToolReply::canceled, label, showEnd);
 /// connect(stopButton, &QPushButton::clicked, reply, &ToolReply::cancel);
+/// if (!reply->isRunning()) // a tool may end at once
+///     showEnd();
 /// @endcode
 ///
 /// A reply ends with exactly one of finished() and canceled(), unless it is deleted first, which emits
@@ -82,23 +86,20 @@ private:
 /// A tool that takes time: it starts its work, returns, and reports the result later.
 ///
 /// @code
-/// class Thermometer : public AsyncTool
+/// ToolReply *Thermometer::start(const QJsonObject &, QObject *parent)
 /// {
-///     ...
-///     ToolReply *start(const QJsonObject &, QObject *parent) override
-///     {
-///         auto *reply = new ToolReply(parent);
-///         connect(m_device, &Device::measured, reply, [reply](double celsius) {
-///             ToolResult result;
-///             result.success = true;
-///             result.content = QString::number(celsius);
-///             reply->finish(result);
-///         });
-///         connect(reply, &ToolReply::canceled, m_device, &Device::stop);
-///         m_device->measure();
-///         return reply;
-///     }
-/// };
+///     auto *reply = new ToolReply(parent);
+///     auto *measurement = new Measurement(m_device, reply); // which stops when it is deleted
+///     connect(measurement, &Measurement::finished, reply, [reply](double celsius) {
+///         ToolResult result;
+///         result.success = true;
+///         result.content = QString::number(celsius);
+///         reply->finish(result);
+///     });
+///     connect(reply, &ToolReply::canceled, measurement, &QObject::deleteLater);
+///     measurement->begin();
+///     return reply;
+/// }
 /// @endcode
 ///
 /// An AgentExecutor waits for the result without blocking the event loop.
