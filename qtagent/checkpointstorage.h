@@ -47,11 +47,15 @@ public:
 /// @code
 /// QString error;
 /// if (storage->claim(threadId, owner, 30000, &error) != CheckpointStorage::Claim::Granted)
-///     return;
-/// const Checkpoint checkpoint = storage->load(threadId, &error);
-/// ...
-/// storage->save(next, owner, &error);
+///     return false;
+/// Checkpoint checkpoint = storage->load(threadId, &error);
+/// if (error.isEmpty()) {
+///     checkpoint.threadId = threadId; // empty where nothing is saved yet
+///     work(&checkpoint);
+///     storage->save(checkpoint, owner, &error);
+/// }
 /// storage->release(threadId, owner);
+/// return error.isEmpty();
 /// @endcode
 ///
 /// All operations block, and are called on the thread of the run. They throw nothing; GraphRun takes an

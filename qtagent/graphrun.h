@@ -121,16 +121,19 @@ using AsyncNodeFunction = std::function<void(GraphTask *task)>;
 /// graph.addEdge("review", EndNode);
 /// graph.addInterruptBefore("review");
 ///
-/// auto *run = new GraphRun(graph, this);
-/// run->setAsyncNode("answer", [model = QPointer<ChatModel>(m_model)](GraphTask *task) {
+/// m_run = std::make_unique<GraphRun>(graph); // a member behind m_storage, which has to outlive it
+/// m_run->setAsyncNode("answer", [model = QPointer<ChatModel>(m_model)](GraphTask *task) {
 ///     task->ask(model, {ChatMessage::user(task->state()["question"].toString())}, "answer");
 /// });
-/// run->setCheckpoints(storage);
-/// connect(run, &GraphRun::deltaReceived, this, &Window::showDelta);
-/// connect(run, &GraphRun::finished, this, &Window::showResult);
-/// run->start({{"question", question}}, "job-1");
-/// // later, and after a restart of the program as well, once somebody has looked at the answer:
-/// run->resume("job-1", {{"approved", true}});
+/// m_run->setCheckpoints(m_storage.get());
+/// connect(m_run.get(), &GraphRun::deltaReceived, this, &Window::showDelta);
+/// connect(m_run.get(), &GraphRun::finished, this, &Window::showResult);
+/// connect(m_run.get(), &GraphRun::canceled, this, &Window::showStopped);
+/// m_run->start({{"question", question}}, "job-1");
+/// @endcode
+/// Later, and after a restart of the program as well, once somebody has looked at the answer:
+/// @code
+/// m_run->resume("job-1", {{"approved", true}});
 /// @endcode
 ///
 /// Plain nodes, routers, limits and interrupts are those of StateGraph::run(), with the same results. Each

@@ -17,11 +17,16 @@ class GraphRun;
 ///
 /// @code
 /// auto *view = new GraphView(this);
-/// view->follow(run);               // live, or afterwards:
+/// view->follow(run);
+/// @endcode
+/// shows a run live, and
+/// @code
+/// auto *view = new GraphView(this);
 /// view->setGraph(graph);
 /// view->showResult(graph.run({}));
 /// connect(slider, &QSlider::valueChanged, view, &GraphView::setStep);
 /// @endcode
+/// one that is over.
 ///
 /// The start is at the top, and each node below those that lead to it; arrows that lead up close a circle.
 /// Routes show their keys, nodes that runs stop before have a double outline. What StateGraph::problems()
