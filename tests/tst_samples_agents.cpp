@@ -5,6 +5,7 @@
 #include <qtagent/agentsession.h>
 #include <qtagent/widgets/agentchatpanel.h>
 #include <qtagent/widgets/approvaldialog.h>
+#include <qtagent/widgets/approvalprompt.h>
 #include <qtagent/widgets/modelconfigwidget.h>
 #include <qtagent/widgets/toolcalltraceview.h>
 
@@ -87,6 +88,26 @@ class AskingWindow : public ToolWindow
     {
         AgentTool *tool = ToolWindow::registry->tool("stop_pump");
 #include "toolregistry_1.inc"
+    }
+};
+
+class PromptWindow : public ToolWindow
+{
+    void paste() override
+    {
+#include "approvalprompt_1.inc"
+        auto *traces = new ToolCallTraceView(this);
+#include "toolcalltraceview_2.inc"
+        session->setModel(model);
+        session->setToolRegistry(registry);
+        connect(session, &AgentSession::runEnded, this, &PromptWindow::showOutcome);
+        session->send(question);
+    }
+
+    void showOutcome(const RunOutcome &outcome)
+    {
+        if (outcome.end == RunEnd::Finished)
+            showAnswer(outcome.text);
     }
 };
 
@@ -204,6 +225,7 @@ void TestSamplesAgents::addAgents()
     QTest::addColumn<CreateWindow>("create");
     QTest::addRow("AgentExecutor") << &create<ExecutorWindow>;
     QTest::addRow("ApprovalDialog") << &create<AskingWindow>;
+    QTest::addRow("ApprovalPrompt") << &create<PromptWindow>;
 }
 
 void TestSamplesAgents::allowedToolRuns()

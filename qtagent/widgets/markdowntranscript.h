@@ -29,10 +29,12 @@ class TranscriptDocument;
 /// transcript->beginMessage(tr("You"), QColor("#1d4ed8"), MarkdownTranscript::Format::PlainText);
 /// transcript->appendDelta(question);
 /// transcript->beginMessage(tr("Assistant"), QColor("#059669"));
+/// ChatReply *reply = model->chat({ChatMessage::user(question)}, {}, this);
 /// connect(reply, &ChatReply::deltaReceived, transcript, &MarkdownTranscript::appendDelta);
-/// connect(reply, &ChatReply::finished, transcript, &MarkdownTranscript::finishMessage);
-/// connect(reply, &ChatReply::failed, transcript, &MarkdownTranscript::finishMessage);
-/// connect(reply, &ChatReply::canceled, transcript, &MarkdownTranscript::finishMessage);
+/// reply->whenEnded(this, [=](const ChatResult &result) {
+///     transcript->finishMessage();
+///     showEnd(result);
+/// });
 /// @endcode
 ///
 /// It is the transcript alone: AgentChatPanel has one of its own, which shows plain text, and brings an input
