@@ -28,9 +28,12 @@ class McpServerPrivate;
 /// connect(files, &McpServer::ready, this, [=] {
 ///     QString error;
 ///     if (!files->registerTools(registry, &error))
-///         qWarning() << error;
+///         showError(error);
 /// });
-/// connect(files, &McpServer::ended, this, &Window::showError);
+/// connect(files, &McpServer::ended, this, [this](const QString &error) {
+///     if (!error.isEmpty()) // after stop() it is
+///         showError(error);
+/// });
 /// files->startProcess("mcp-server-filesystem", {folder});
 /// @endcode
 ///
