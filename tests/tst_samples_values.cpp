@@ -28,7 +28,8 @@ QStringList sourcesIn(const QString &folder)
     QStringList sources;
     for (const QString &name : directory.entryList({"*.cpp"}, QDir::Files)) {
         QString source = contentOf(directory.filePath(name));
-        sources.append(source.replace(QRegularExpression("\\s*\\n\\s*"), "\n"));
+        source.replace(QRegularExpression("\\s*\\n\\s*"), "\n");
+        sources.append(source.replace(QRegularExpression("\n# +"), "\n#"));
     }
     return sources;
 }

@@ -18,19 +18,27 @@ class SqlConnection;
 ///
 /// @code
 /// QString error;
-/// const auto checkpoints = SqlCheckpoints::openSqlite(folder + "/checkpoints.sqlite", &error);
-/// if (!checkpoints)
-///     qFatal("%s", qPrintable(error));
-/// run->setCheckpoints(checkpoints.get());
-/// run->resume("job-1");
+/// m_checkpoints = SqlCheckpoints::openSqlite(folder + "/checkpoints.sqlite", &error);
+/// if (!m_checkpoints)
+///     return showError(error);
+/// m_run.setCheckpoints(m_checkpoints.get());
+/// m_run.resume("job-1");
 /// @endcode
 /// or, with a connection of the program's own:
 /// @code
 /// QSqlDatabase database = QSqlDatabase::addDatabase("QPSQL", "checkpoints");
+/// database.setHostName(host);
+/// database.setDatabaseName(name);
+/// database.setUserName(user);
+/// database.setPassword(password);
 /// database.setConnectOptions("connect_timeout=5");
-/// ...
-/// SqlCheckpoints checkpoints(database);
+/// if (!database.open())
+///     return showError(database.lastError().text());
+/// m_checkpoints = std::make_unique<SqlCheckpoints>(database);
+/// m_run.setCheckpoints(m_checkpoints.get());
+/// m_run.resume("job-1");
 /// @endcode
+/// The run is a member behind the checkpoints: they have to outlive it.
 ///
 /// The tables are "qtagent_checkpoints" and "qtagent_schema". They are made at first use, where they are
 /// missing. Thread ids, names of nodes and states are never part of a statement. All of them may be any
