@@ -1,8 +1,9 @@
-// Works on jobs that several programs share on a server of PostgreSQL:
+// Works on jobs that several programs share on a server of PostgreSQL, or in a file of SQLite:
 //   checkpoint_worker add pump-1 pump-2   adds two jobs
 //   checkpoint_worker                     works on all jobs that nobody else works on, until all are done
 // Start two workers and kill one of them: after five seconds the other one goes on with its job, at the step
-// that was running. Where the server is, say the variables PGHOST, PGDATABASE, PGUSER and PGPASSWORD.
+// that was running. Where the server is, say the variables PGHOST, PGDATABASE, PGUSER and PGPASSWORD. Without
+// PGHOST the jobs are in checkpoints.sqlite in the current folder.
 
 #include <qtagent/graphrun.h>
 #include <qtagent/store/sqlcheckpoints.h>
@@ -13,6 +14,7 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <memory>
 
 using namespace MireloQtLib::QtAgent;
 
@@ -38,7 +40,7 @@ static StateGraph jobGraph()
     return graph;
 }
 
-static QSqlDatabase connectToServer()
+static std::unique_ptr<SqlCheckpoints> openServer(QString *error)
 {
     QSqlDatabase database = QSqlDatabase::addDatabase(QStringLiteral("QPSQL"));
     database.setHostName(qEnvironmentVariable("PGHOST"));
@@ -46,9 +48,17 @@ static QSqlDatabase connectToServer()
     database.setConnectOptions(QStringLiteral("connect_timeout=5"));
     database.setUserName(qEnvironmentVariable("PGUSER"));
     database.setPassword(qEnvironmentVariable("PGPASSWORD"));
-    if (!database.open())
-        qFatal("%s", qUtf8Printable(database.lastError().text()));
-    return database;
+    if (database.open())
+        return std::make_unique<SqlCheckpoints>(database);
+    *error = database.lastError().text();
+    return nullptr;
+}
+
+static std::unique_ptr<SqlCheckpoints> openCheckpoints(QString *error)
+{
+    if (qEnvironmentVariableIsSet("PGHOST"))
+        return openServer(error);
+    return SqlCheckpoints::openSqlite(QStringLiteral("checkpoints.sqlite"), error);
 }
 
 class Worker
@@ -107,8 +117,13 @@ private:
 int main(int argc, char *argv[])
 {
     QCoreApplication application(argc, argv);
-    SqlCheckpoints checkpoints(connectToServer());
-    Worker worker(&checkpoints);
+    QString error;
+    const std::unique_ptr<SqlCheckpoints> checkpoints = openCheckpoints(&error);
+    if (!checkpoints) {
+        qCritical("%s", qUtf8Printable(error));
+        return EXIT_FAILURE;
+    }
+    Worker worker(checkpoints.get());
     const QStringList arguments = QCoreApplication::arguments();
     if (arguments.value(1) != QLatin1String("add")) {
         QTimer::singleShot(0, &application, [&worker] { worker.takeNext(); });

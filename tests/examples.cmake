@@ -8,7 +8,7 @@ target_compile_definitions(tst_examples PRIVATE "EXAMPLE_DIR=\"$<TARGET_FILE_DIR
 add_dependencies(tst_examples
     json_chain parallel_branches process_tool retrieval review_graph stream_reply structured_answer)
 
-foreach(example IN ITEMS custom_model kept_chat structured_answer)
+foreach(example IN ITEMS checkpoint_worker custom_model kept_chat structured_answer)
     if(TARGET ${example})
         qtagent_add_test(tst_example_${example} QtAgent qtagent_test_support)
         string(TOUPPER ${example} program)
