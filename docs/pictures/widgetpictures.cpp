@@ -72,7 +72,7 @@ std::unique_ptr<QWidget> createTraceView()
     removal.timestamp = order.timestamp.addSecs(11);
 
     auto view = std::make_unique<ToolCallTraceView>();
-    view->resize(1060, 130);
+    view->resize(1120, 130);
     for (const ToolCallTrace &shown : {query, order, removal})
         view->addTrace(shown);
     return view;
