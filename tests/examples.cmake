@@ -16,9 +16,11 @@ foreach(example IN ITEMS checkpoint_worker custom_model kept_chat structured_ans
         add_dependencies(tst_example_${example} ${example})
     endif()
 endforeach()
-if(TARGET tst_example_kept_chat)
-    target_link_libraries(tst_example_kept_chat PRIVATE QtAgentStore)
-endif()
+foreach(example IN ITEMS checkpoint_worker kept_chat)
+    if(TARGET tst_example_${example})
+        target_link_libraries(tst_example_${example} PRIVATE QtAgentStore)
+    endif()
+endforeach()
 
 # These end when the example does, which is when its window is closed.
 foreach(example IN ITEMS agent_approval chat_window mcp_window review_workflow slow_tool thinking_window)

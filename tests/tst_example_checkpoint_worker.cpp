@@ -1,3 +1,5 @@
+#include "support/postgrescluster.h"
+
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -10,12 +12,16 @@ constexpr int limitMs = 60000;
 class Worker : public QProcess
 {
 public:
-    explicit Worker(const QString &folder, const QStringList &arguments = {})
+    explicit Worker(const QString &folder, const QStringList &arguments = {}, const QString &server = {})
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert("QT_FORCE_STDERR_LOGGING", "1");
         environment.remove("QT_MESSAGE_PATTERN");
         environment.remove("PGHOST");
+        if (!server.isEmpty())
+            environment.insert("PGHOST", server);
+        environment.insert("PGDATABASE", "postgres");
+        environment.insert("PGUSER", "tester");
         setProcessEnvironment(environment);
         setProcessChannelMode(QProcess::MergedChannels);
         setWorkingDirectory(folder);
@@ -42,13 +48,13 @@ public:
 
 } // namespace
 
-// The workers share a file.
 class TestCheckpointWorker : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void jobOfAKilledWorkerIsTakenOver();
+    void jobOnAServerIsDone();
     void fileThatCannotBeOpenedIsTold();
 };
 
@@ -67,6 +73,21 @@ void TestCheckpointWorker::jobOfAKilledWorkerIsTakenOver()
     QCOMPARE(lines.value(0), "pump-1: measures, attempt 2");
     QCOMPARE(lines.last(), "code 0");
     QCOMPARE(Worker(folder.path()).rest(), QStringList("code 0"));
+}
+
+void TestCheckpointWorker::jobOnAServerIsDone()
+{
+    if (!PostgresCluster::whatIsMissing().isEmpty())
+        QSKIP(qPrintable(PostgresCluster::whatIsMissing()));
+    PostgresCluster cluster;
+    QVERIFY(cluster.create());
+    const QTemporaryDir folder;
+    QCOMPARE(Worker(folder.path(), {"add", "pump-1"}, cluster.folder()).rest(), QStringList("code 0"));
+    QStringList lines;
+    for (int i = 0; i < 5; ++i)
+        lines.append("pump-1: measures, attempt 1");
+    QCOMPARE(Worker(folder.path(), {}, cluster.folder()).rest(), lines + QStringList("code 0"));
+    QVERIFY(QDir(folder.path()).isEmpty());
 }
 
 void TestCheckpointWorker::fileThatCannotBeOpenedIsTold()
