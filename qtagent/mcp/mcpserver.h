@@ -31,7 +31,7 @@ class McpServerPrivate;
 ///         showError(error);
 /// });
 /// connect(files, &McpServer::ended, this, [this](const QString &error) {
-///     if (!error.isEmpty()) // after stop() it is
+///     if (!error.isEmpty()) // empty after stop()
 ///         showError(error);
 /// });
 /// files->startProcess("mcp-server-filesystem", {folder});
