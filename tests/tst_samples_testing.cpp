@@ -2,6 +2,8 @@
 
 #include <qtagent/agentsession.h>
 #include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/testing/recordingmodel.h>
+#include <qtagent/testing/replaymodel.h>
 #include <qtagent/testing/replyrecorder.h>
 #include <qtagent/testing/scriptedmodel.h>
 #include <qtagent/testing/streamserver.h>
@@ -19,16 +21,29 @@ private Q_SLOTS:
     void agentRunsOnAScript();
     void replyIsComparedLineByLine();
     void serverPlaysItsScripts();
+    void recordingIsReplayed();
+
+private:
+    ToolRegistry *pumps();
 };
+
+// A registry with a tool for the question of the samples.
+ToolRegistry *TestSamplesTesting::pumps()
+{
+    const auto read = [](const QJsonObject &) {
+        ToolResult result;
+        result.success = true;
+        return result;
+    };
+    auto *registry = new ToolRegistry(this);
+    registry->registerTool(
+        new FunctionTool("read_pump", "Reads.", {{"type", "object"}}, ToolPermission::ReadOnly, read));
+    return registry;
+}
 
 void TestSamplesTesting::agentRunsOnAScript()
 {
-    ToolResult running;
-    running.success = true;
-    auto *registry = new ToolRegistry(this);
-    registry->registerTool(new FunctionTool("read_pump", "Reads.", {{"type", "object"}},
-                                            ToolPermission::ReadOnly,
-                                            [running](const QJsonObject &) { return running; }));
+    ToolRegistry *registry = pumps();
 #include "scriptedmodel_1.inc"
     runUntilQuiet();
     QCOMPARE(session.conversation().last(), ChatMessage::assistant("The pump runs."));
@@ -53,6 +68,26 @@ void TestSamplesTesting::serverPlaysItsScripts()
     QTRY_VERIFY(!first->isRunning());
     ChatReply *second = asker.chat({ChatMessage::user("Hello")}, {}, nullptr);
     QTRY_VERIFY(second->error().endsWith("Response: Bad key"));
+}
+
+void TestSamplesTesting::recordingIsReplayed()
+{
+    const QTemporaryDir folder;
+    QVERIFY(QDir(folder.path()).mkdir("tests"));
+    QVERIFY(QDir::setCurrent(folder.path()));
+    ToolRegistry *registry = pumps();
+    {
+        auto *model = new ScriptedModel(this);
+        model->addText({"It ", "runs."});
+        auto *session = new AgentSession(this);
+        session->setToolRegistry(registry);
+#include "recordingmodel_1.inc"
+        session->send("Does the pump run?");
+        runUntilQuiet();
+    }
+#include "replaymodel_1.inc"
+    runUntilQuiet();
+    QCOMPARE(session.conversation().last(), ChatMessage::assistant("It runs."));
 }
 
 QTEST_GUILESS_MAIN(TestSamplesTesting)
