@@ -58,5 +58,11 @@ void AgentSession::setParallelToolCalls(bool parallel)
     m_sessionLoop->setParallelToolCalls(parallel);
 }
 
+// Known from the moment that the run is over.
+RunOutcome AgentSession::lastOutcome() const
+{
+    return m_sessionLoop->lastOutcome();
+}
+
 } // namespace QtAgent
 } // namespace MireloQtLib

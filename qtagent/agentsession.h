@@ -165,6 +165,10 @@ Q_SIGNALS:
     void conversationChanged();
 
 private:
+    friend class RunAwaiter;
+
+    RunOutcome lastOutcome() const;
+
     SessionLoop *const m_sessionLoop;
 };
 

@@ -4,6 +4,8 @@
 
 #include <QTimer>
 
+#include <algorithm>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
@@ -74,12 +76,20 @@ void ChatReply::whenEnded(QObject *context, const std::function<void(const ChatR
 {
     if (!context || !callback)
         return;
+    removeDeadCallbacks();
     const Callback entry{context, callback, !isRunning()};
     // Behind earlier ones, which wait until the slots of the ending signal have returned.
     if (entry.isLate && m_callbacks.isEmpty())
         post(entry);
     else
         m_callbacks.append(entry);
+}
+
+// A long answer may be waited for by many that give up.
+void ChatReply::removeDeadCallbacks()
+{
+    const auto isDead = [](const Callback &callback) { return !callback.context; };
+    m_callbacks.erase(std::remove_if(m_callbacks.begin(), m_callbacks.end(), isDead), m_callbacks.end());
 }
 
 ChatResult ChatReply::result() const

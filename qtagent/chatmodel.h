@@ -172,6 +172,7 @@ private:
     };
 
     ChatResult result() const;
+    void removeDeadCallbacks();
     void tellEnd();
     void post(const Callback &callback) const;
 

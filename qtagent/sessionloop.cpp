@@ -241,7 +241,7 @@ void SessionLoop::tellRunning()
 // The run goes first: nothing of it follows its outcome.
 void SessionLoop::tellOutcome()
 {
-    const RunOutcome outcome = std::exchange(m_outcome, {});
+    const RunOutcome outcome = m_outcome;
     m_run.reset();
     Q_EMIT m_session->runEnded(outcome);
 }

@@ -22,6 +22,7 @@ public:
     bool regenerate();
     QVector<ChatMessage> conversation() const { return m_conversation.messages(); }
     bool setConversation(const QVector<ChatMessage> &conversation);
+    const RunOutcome &lastOutcome() const { return m_outcome; }
 
 protected:
     void watchReply(ChatReply *reply) override;
@@ -51,8 +52,9 @@ private:
     // What has arrived of the answer that is awaited.
     QString m_arrived;
     qint64 m_toldRevision = 0;
-    // Of the run that is over and whose end is being told.
+    // Of the last run that is over.
     RunOutcome m_outcome;
+    // Of the one whose end is being told.
     QString m_withdrawnId;
     QVector<Step> m_untold;
 };
