@@ -7,7 +7,9 @@
 #endif
 
 #include <qtagent/agentsession.h>
+#include <qtagent/asynctool.h>
 #include <qtagent/chatmodel.h>
+#include <qtagent/graphrun.h>
 
 #include <QObject>
 #include <QPointer>
@@ -20,7 +22,7 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 /// @file
-/// `co_await` for what ends later: a reply and the run of a session.
+/// `co_await` for what ends later: a reply, the run of a session or of a graph, the call of a tool.
 ///
 /// @code
 /// Task Window::ask(QString question)
@@ -170,6 +172,100 @@ private:
 inline RunAwaiter runOf(AgentSession *session)
 {
     return RunAwaiter(session);
+}
+
+/// Waits for the end of a graph's run.
+class GraphAwaiter : public Awaiter<GraphRunResult>
+{
+public:
+    /// Creates one for @p run, which may be null.
+    explicit GraphAwaiter(GraphRun *run)
+        : m_run(run)
+    {}
+
+    /// Begins to wait.
+    void await_suspend(std::coroutine_handle<> coroutine)
+    {
+        QObject *context = wait(coroutine);
+        const auto resume = [this](const GraphRunResult &result) { resumeLater(result); };
+        const auto resumeDeleted = [this] { fail({}, QStringLiteral("Graph run was deleted.")); };
+        const auto resumeCanceled = [this] {
+            fail(m_run->result(), QStringLiteral("Graph run was canceled."));
+        };
+        if (!m_run) {
+            resumeDeleted();
+        } else if (!m_run->isRunning()) {
+            resume(m_run->result());
+        } else {
+            QObject::connect(m_run, &GraphRun::finished, context, resume);
+            QObject::connect(m_run, &GraphRun::canceled, context, resumeCanceled);
+            QObject::connect(m_run, &QObject::destroyed, context, resumeDeleted);
+        }
+    }
+
+private:
+    void fail(GraphRunResult result, const QString &error)
+    {
+        result.error = error;
+        resumeLater(result);
+    }
+
+    const QPointer<GraphRun> m_run;
+};
+
+/// Lets `co_await resultOf(run)` return the result of the run that is in flight, or GraphRun::result() where
+/// none is. The error is "Graph run was canceled." where the run is canceled, with the state that it had
+/// reached, and "Graph run was deleted." where it is deleted or @p run is null.
+inline GraphAwaiter resultOf(GraphRun *run)
+{
+    return GraphAwaiter(run);
+}
+
+/// Waits for the end of a tool's call.
+class ToolAwaiter : public Awaiter<ToolResult>
+{
+public:
+    /// Creates one for @p reply.
+    explicit ToolAwaiter(ToolReply &reply)
+        : m_reply(&reply)
+    {}
+
+    /// Begins to wait.
+    void await_suspend(std::coroutine_handle<> coroutine)
+    {
+        QObject *context = wait(coroutine);
+        const auto resume = [this](const ToolResult &result) { resumeLater(result); };
+        const auto resumeDeleted = [this] { fail(QStringLiteral("Tool reply was deleted.")); };
+        const auto resumeCanceled = [this] { fail(QStringLiteral("Tool call was canceled.")); };
+        if (!m_reply) {
+            resumeDeleted();
+        } else if (m_reply->isCanceled()) {
+            resumeCanceled();
+        } else if (!m_reply->isRunning()) {
+            resume(m_reply->result());
+        } else {
+            QObject::connect(m_reply, &ToolReply::finished, context, resume);
+            QObject::connect(m_reply, &ToolReply::canceled, context, resumeCanceled);
+            QObject::connect(m_reply, &QObject::destroyed, context, resumeDeleted);
+        }
+    }
+
+private:
+    void fail(const QString &error)
+    {
+        ToolResult result;
+        result.error = error;
+        resumeLater(result);
+    }
+
+    const QPointer<ToolReply> m_reply;
+};
+
+/// Lets `co_await *reply` return the result of a tool's call: what ToolReply::finished() tells, else a
+/// failure with the error "Tool call was canceled." or "Tool reply was deleted.".
+inline ToolAwaiter operator co_await(ToolReply &reply)
+{
+    return ToolAwaiter(reply);
 }
 
 } // namespace QtAgent

@@ -68,6 +68,25 @@ Task waitFor(ChatReply *reply, std::optional<ChatResult> *result)
     *result = co_await * reply;
 }
 
+Task waitFor(GraphRun *run, std::optional<GraphRunResult> *result)
+{
+    *result = co_await resultOf(run);
+}
+
+Task waitFor(ToolReply *reply, std::optional<ToolResult> *result)
+{
+    *result = co_await * reply;
+}
+
+// A graph whose one node ends when its task is told to.
+StateGraph graphOfOneNode()
+{
+    StateGraph graph;
+    graph.addEdge(StartNode, "wait");
+    graph.addEdge("wait", EndNode);
+    return graph;
+}
+
 Task waitFor(AgentSession *session, std::optional<RunOutcome> *outcome)
 {
     *outcome = co_await runOf(session);
@@ -136,6 +155,10 @@ private Q_SLOTS:
     void runThatWasOverGivesItsOutcome();
     void deletedSessionIsAbandoned();
     void outcomeIsKnownBeforeItIsTold();
+    void everyEndOfAGraphRunResumes();
+    void graphRunThatWasOverGivesItsResult();
+    void everyEndOfAToolReplyResumes();
+    void toolReplyThatHadEndedResumes();
     void windowAsksInStraightCode();
     void windowMayBeDeletedWhileItWaits();
 };
@@ -368,6 +391,98 @@ void TestAwaitable::outcomeIsKnownBeforeItIsTold()
     session.send("question");
     runUntilQuiet();
     QCOMPARE(outcome->text, "Hello");
+}
+
+void TestAwaitable::everyEndOfAGraphRunResumes()
+{
+    const auto resultOfEnd = [](const std::function<void(GraphRun *, GraphTask *)> &end) {
+        const QPointer<GraphRun> run(new GraphRun(graphOfOneNode()));
+        QPointer<GraphTask> task;
+        run->setAsyncNode("wait", [&task](GraphTask *begun) { task = begun; });
+        run->start({{"a", 1}});
+        std::optional<GraphRunResult> result;
+        const Task waiting = waitFor(run, &result);
+        runUntilQuiet();
+        if (result || !task)
+            return GraphRunResult();
+        end(run, task);
+        runUntilQuiet();
+        delete run;
+        return result.value_or(GraphRunResult());
+    };
+    const GraphRunResult finished = resultOfEnd([](GraphRun *, GraphTask *task) {
+        task->finish({{"b", 2}});
+    });
+    QCOMPARE(finished.state, (QJsonObject{{"a", 1}, {"b", 2}}));
+    QCOMPARE(finished.error, "");
+    const GraphRunResult failed = resultOfEnd([](GraphRun *, GraphTask *task) { task->fail("no"); });
+    QCOMPARE(failed.error, "Node 'wait' failed: no");
+    const GraphRunResult canceled = resultOfEnd([](GraphRun *run, GraphTask *) { run->cancel(); });
+    QCOMPARE(canceled.error, "Graph run was canceled.");
+    QCOMPARE(canceled.state, (QJsonObject{{"a", 1}}));
+    const GraphRunResult deleted = resultOfEnd([](GraphRun *run, GraphTask *) { delete run; });
+    QCOMPARE(deleted.error, "Graph run was deleted.");
+}
+
+void TestAwaitable::graphRunThatWasOverGivesItsResult()
+{
+    GraphRun run(graphOfOneNode());
+    run.setAsyncNode("wait", [](GraphTask *task) { task->finish({{"b", 2}}); });
+    run.start({});
+    runUntilQuiet();
+    std::optional<GraphRunResult> result;
+    const Task waiting = waitFor(&run, &result);
+    QVERIFY(!result);
+    runUntilQuiet();
+    QCOMPARE(result->state, (QJsonObject{{"b", 2}}));
+    std::optional<GraphRunResult> none;
+    const Task withoutRun = waitFor(static_cast<GraphRun *>(nullptr), &none);
+    runUntilQuiet();
+    QCOMPARE(none->error, "Graph run was deleted.");
+}
+
+void TestAwaitable::everyEndOfAToolReplyResumes()
+{
+    const auto resultOfEnd = [](const std::function<void(ToolReply *)> &end) {
+        const QPointer<ToolReply> reply(new ToolReply);
+        std::optional<ToolResult> result;
+        const Task waiting = waitFor(reply, &result);
+        reply->progress("half");
+        runUntilQuiet();
+        if (result)
+            return ToolResult();
+        end(reply);
+        runUntilQuiet();
+        delete reply;
+        return result.value_or(ToolResult());
+    };
+    ToolResult success;
+    success.success = true;
+    success.content = "done";
+    QCOMPARE(resultOfEnd([&](ToolReply *reply) { reply->finish(success); }), success);
+    ToolResult failure;
+    failure.error = "Tool call was canceled.";
+    QCOMPARE(resultOfEnd([](ToolReply *reply) { reply->cancel(); }), failure);
+    failure.error = "Tool reply was deleted.";
+    QCOMPARE(resultOfEnd([](ToolReply *reply) { delete reply; }), failure);
+}
+
+void TestAwaitable::toolReplyThatHadEndedResumes()
+{
+    ToolResult success;
+    success.success = true;
+    ToolReply finished;
+    finished.finish(success);
+    ToolReply canceled;
+    canceled.cancel();
+    std::optional<ToolResult> first;
+    std::optional<ToolResult> second;
+    const Task firstTask = waitFor(&finished, &first);
+    const Task secondTask = waitFor(&canceled, &second);
+    QVERIFY(!first && !second);
+    runUntilQuiet();
+    QVERIFY(first->success);
+    QCOMPARE(second->error, "Tool call was canceled.");
 }
 
 void TestAwaitable::windowAsksInStraightCode()
