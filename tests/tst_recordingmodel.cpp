@@ -283,7 +283,7 @@ void TestRecordingModel::nothingOfTheServiceIsInTheFile_data()
 {
     QTest::addColumn<int>("status");
     QTest::addColumn<QByteArray>("body");
-    const QByteArray echo = "Bearer " + key.toUtf8() + " for http://127.0.0.1:PORT/v1";
+    const QByteArray echo = "Bearer " + key.toUtf8() + " of team-secret-42 for http://127.0.0.1:PORT/v1";
     QTest::newRow("an answer that repeats it")
         << 200
         << QByteArray(R"({"id":")" + echo + R"(","choices":[{"message":{"content":"Use )" + echo
@@ -313,12 +313,16 @@ void TestRecordingModel::nothingOfTheServiceIsInTheFile()
     config.stream = false;
     OpenAICompatibleModel model;
     model.setConfig(config);
+    RequestOptions options;
+    options.headers.insert("X-Team", "team-secret-42");
+    model.setRequestOptions(options);
     RecordingModel recording(&model, m_path);
     ReplyRecorder recorder(recording.chat(question, {}, nullptr));
     QVERIFY(recorder.isOver() || QSignalSpy(&recorder, &ReplyRecorder::over).wait());
     QCOMPARE(lines().size(), 1);
-    for (const QByteArray &secret : {key.toUtf8(), port, QByteArray("127.0.0.1"), QByteArray("http:"),
-                                     QByteArray("request-123"), QByteArray("test-model")})
+    for (const QByteArray &secret :
+         {key.toUtf8(), port, QByteArray("127.0.0.1"), QByteArray("http:"), QByteArray("request-123"),
+          QByteArray("team-secret"), QByteArray("test-model")})
         QVERIFY2(!content().contains(secret), content().constData());
     QVERIFY(content().contains("[hidden]"));
 }

@@ -2,6 +2,8 @@
 
 #include "recording_p.h"
 
+#include <qtagent/openaicompatiblemodel.h>
+
 #include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QUrl>
@@ -34,6 +36,12 @@ public:
         add(url.authority());
         if (!url.host().isEmpty())
             m_hosts.append(url.host());
+    }
+
+    void add(const RequestOptions &options)
+    {
+        for (const QByteArray &value : options.headers)
+            add(QString::fromUtf8(value));
     }
 
     QString hide(QString text) const
@@ -162,6 +170,8 @@ ChatReply *RecordingModel::chat(const QVector<ChatMessage> &messages, const QVec
     Secrets secrets;
     secrets.add(m_model->config());
     secrets.add(config());
+    if (const auto *model = qobject_cast<OpenAICompatibleModel *>(m_model))
+        secrets.add(model->requestOptions());
     const auto log = std::make_shared<ReplyLog>(requestObject(messages, tools), secrets, m_file);
     ChatReply *reply = m_model->chat(messages, tools, owner);
     if (reply)

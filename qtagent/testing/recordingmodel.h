@@ -30,9 +30,10 @@ class RecordingFile;
 ///
 /// **Secrets.** What is recorded is what passes between program and model, so neither headers nor addresses
 /// nor keys are part of it. Where a service repeats them, and in reports of failures, "[hidden]" takes their
-/// place: every web address in a report, and everywhere the key (of eight characters or more) and the address
-/// in the profile of the model or of this object. The texts of questions and answers are recorded as they
-/// are.
+/// place: of every web address in a report, and everywhere of the key, the address and the headers in the
+/// profile and the options of the model, as far as they have eight characters or more. Where the model itself
+/// asks another one, give this object the profile too, with setConfig(). Questions and answers are recorded
+/// as they are.
 ///
 /// A recording is never overwritten: where the file exists, it is not touched, error() says so, and requests
 /// are only passed on.
