@@ -23,7 +23,7 @@ foreach(example IN ITEMS checkpoint_worker kept_chat)
 endforeach()
 
 # These end when the example does, which is when its window is closed.
-foreach(example IN ITEMS agent_approval chat_window mcp_window review_workflow slow_tool thinking_window)
+foreach(example IN ITEMS agent_approval awaited_chat chat_window mcp_window review_workflow slow_tool thinking_window)
     if(TARGET ${example})
         get_target_property(example_libraries ${example} LINK_LIBRARIES)
         qtagent_add_test(tst_example_${example} ${example_libraries})
@@ -34,6 +34,9 @@ foreach(example IN ITEMS agent_approval chat_window mcp_window review_workflow s
         set_tests_properties(tst_example_${example} PROPERTIES TIMEOUT 120)
     endif()
 endforeach()
+if(TARGET tst_example_awaited_chat)
+    set_target_properties(tst_example_awaited_chat PROPERTIES CXX_STANDARD 20 DISABLE_PRECOMPILE_HEADERS ON)
+endif()
 if(TARGET tst_example_mcp_window)
     target_compile_definitions(tst_examples PRIVATE HAS_MCP_WINDOW)
     add_dependencies(tst_examples mcp_window)
