@@ -118,7 +118,7 @@ Task Window::talk()
 
 void Window::showLine(const QString &speaker, const QString &text)
 {
-    m_transcript->appendPlainText(speaker + QLatin1String(" — ") + text.trimmed());
+    m_transcript->appendPlainText(speaker + QStringLiteral(" — ") + text.trimmed());
 }
 
 void Window::setBusy(bool busy)

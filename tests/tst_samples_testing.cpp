@@ -12,6 +12,15 @@
 
 using namespace MireloQtLib::QtAgent;
 
+// The test of a reader who follows the page.
+class TestPumps
+{
+public:
+    static void answerIsShown();
+};
+
+#include "test-without-network_1.inc"
+
 // Samples of the headers for tests, pasted into tests.
 class TestSamplesTesting : public QObject
 {
@@ -22,6 +31,8 @@ private Q_SLOTS:
     void replyIsComparedLineByLine();
     void serverPlaysItsScripts();
     void recordingIsReplayed();
+    void pagesTestPasses();
+    void pagesServerAnswers();
 
 private:
     ToolRegistry *pumps();
@@ -88,6 +99,28 @@ void TestSamplesTesting::recordingIsReplayed()
 #include "replaymodel_1.inc"
     runUntilQuiet();
     QCOMPARE(session.conversation().last(), ChatMessage::assistant("It runs."));
+}
+
+void TestSamplesTesting::pagesTestPasses()
+{
+    TestPumps::answerIsShown();
+}
+
+void TestSamplesTesting::pagesServerAnswers()
+{
+    ModelConfig config;
+    config.model = "test-model";
+#include "test-without-network_3.inc"
+    OpenAICompatibleModel asker;
+    asker.setConfig(config);
+    QStringList lines;
+    for (int i = 0; i < 2; ++i) {
+        ReplyRecorder recorder(asker.chat({ChatMessage::user("Hello")}, {}, nullptr));
+        QTRY_VERIFY(recorder.isOver());
+        lines.append(recorder.lines());
+    }
+    QCOMPARE(lines.mid(0, 3), QStringList({"delta: It ", "delta: opens.", "finished: It opens."}));
+    QVERIFY(lines.last().endsWith("Response: Too many requests"));
 }
 
 QTEST_GUILESS_MAIN(TestSamplesTesting)
