@@ -42,7 +42,7 @@ AnswerContent::AnswerContent(const RequestOptions &options)
 
 AnswerPiece AnswerContent::read(const QJsonObject &message)
 {
-    const AnswerPiece content = readContent(message.value(QLatin1String("content")));
+    AnswerPiece content = readContent(message.value(QLatin1String("content")));
     // Most deltas hold nothing else.
     if (message.size() == 1 && !content.text.isEmpty())
         return content;
@@ -74,11 +74,11 @@ QString AnswerContent::readReasoning(const QJsonObject &message)
     for (const QJsonValue &detail : details)
         m_reasoningDetails.append(detail);
 
-    const QString content = readReasoningField(message, QStringLiteral("reasoning_content"));
+    QString content = readReasoningField(message, QStringLiteral("reasoning_content"));
     m_reasoningContent += content;
     if (!content.isEmpty())
         return content;
-    const QString reasoning = readReasoningField(message, QStringLiteral("reasoning"));
+    QString reasoning = readReasoningField(message, QStringLiteral("reasoning"));
     m_reasoning += reasoning;
     return reasoning;
 }

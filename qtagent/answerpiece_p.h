@@ -13,6 +13,11 @@ struct AnswerPiece
     QString text;
 };
 
+inline AnswerPiece joined(const AnswerPiece &first, const AnswerPiece &second)
+{
+    return {first.reasoning + second.reasoning, first.text + second.text};
+}
+
 } // namespace QtAgent
 } // namespace MireloQtLib
 

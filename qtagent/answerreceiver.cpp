@@ -53,11 +53,6 @@ bool isUnderstood(const QJsonObject &event)
     return event.value(QLatin1String("choices")).isArray() || event.value(QLatin1String("usage")).isObject();
 }
 
-AnswerPiece joined(const AnswerPiece &first, const AnswerPiece &second)
-{
-    return {first.reasoning + second.reasoning, first.text + second.text};
-}
-
 TokenUsage usageFrom(const QJsonObject &usage)
 {
     const QJsonObject details = usage.value(QLatin1String("completion_tokens_details")).toObject();
@@ -312,11 +307,10 @@ void AnswerReceiver::endSoundStream(const RequestOutcome &outcome)
 {
     const bool isNoStream = m_rules.takesWholeAnswers() && !m_isUnderstood;
     const QString fault = streamFault();
-    if (isNoStream && QJsonDocument::fromJson(m_stream.body()).isObject())
-        readWhole(m_stream.body());
-    else if (!fault.isEmpty())
+    const bool isWhole = isNoStream && QJsonDocument::fromJson(m_stream.body()).isObject();
+    if (!isWhole && !fault.isEmpty())
         failStream(fault, outcome);
-    else if (isNoStream && m_rules.assemblesCalls())
+    else if (isWhole || (isNoStream && m_rules.assemblesCalls()))
         readWhole(m_stream.body());
     else
         handOver();

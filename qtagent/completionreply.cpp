@@ -1,6 +1,7 @@
 #include "completionreply.h"
 
 #include "reasoningfields_p.h"
+#include "requestoutcome_p.h"
 
 #include <QNetworkReply>
 #include <QStringList>
@@ -9,8 +10,6 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
-
-constexpr qint32 firstErrorStatus = 400;
 
 // The service asks for money, or for a wait until tomorrow.
 bool isOutOfQuota(const QString &word)
@@ -59,12 +58,12 @@ bool isTemporaryCode(const QString &code)
     return codes.contains(code) || isTemporaryWord(code);
 }
 
-void registerRecords()
+void registerTokensAndFailures()
 {
     qRegisterMetaType<TokenUsage>("MireloQtLib::QtAgent::TokenUsage");
     qRegisterMetaType<ChatFailure>("MireloQtLib::QtAgent::ChatFailure");
 }
-Q_CONSTRUCTOR_FUNCTION(registerRecords)
+Q_CONSTRUCTOR_FUNCTION(registerTokensAndFailures)
 
 } // namespace
 

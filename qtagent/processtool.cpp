@@ -86,7 +86,7 @@ private:
 
     QString valueOf(const QString &key)
     {
-        const QString text = argumentText(m_values.value(key));
+        QString text = argumentText(m_values.value(key));
         if (text.contains(QChar(QChar::Null)))
             m_error = QStringLiteral("Argument contains a null character: %1").arg(key);
         return text;

@@ -13,8 +13,6 @@ namespace QtAgent {
 
 namespace {
 
-constexpr int firstErrorStatus = 400;
-
 // Whether the announced length tells anything. Some answers have no body whatever they announce, and what
 // asks for credentials Qt drops where it notices the cut, together with the status.
 bool hasLength(const QNetworkReply &networkReply, int httpStatus)

@@ -8,6 +8,8 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+inline constexpr int firstErrorStatus = 400;
+
 /// How a request ended, apart from the body.
 struct RequestOutcome
 {

@@ -223,7 +223,7 @@ qint64 RetryingModel::delayBefore(qint32 attempt) const
     qint64 delayMs = qMin(m_firstDelayMs, m_maximumDelayMs);
     for (qint32 doubled = 2; doubled < attempt && delayMs > 0 && delayMs < m_maximumDelayMs; ++doubled)
         delayMs = delayMs > m_maximumDelayMs / 2 ? m_maximumDelayMs : delayMs * 2;
-    return delayMs - qint64(double(delayMs / 4) * QRandomGenerator::global()->generateDouble());
+    return delayMs - qint64(0.25 * double(delayMs) * QRandomGenerator::global()->generateDouble());
 }
 
 } // namespace QtAgent

@@ -60,7 +60,7 @@ QString dailyQuota(const QJsonObject &detail)
 {
     const QJsonArray violations = detail.value(QLatin1String("violations")).toArray();
     for (const QJsonValue &violation : violations) {
-        const QString quota = violation.toObject().value(QLatin1String("quotaId")).toString();
+        QString quota = violation.toObject().value(QLatin1String("quotaId")).toString();
         if (quota.contains(QLatin1String("PerDay")))
             return quota;
     }

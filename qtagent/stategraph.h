@@ -119,8 +119,8 @@ public:
 /// interrupted for a review, run the graph built without that interrupt on the same thread id. GraphRun runs
 /// a graph with the event loop, for nodes that wait, and resumes at the node where a run stopped.
 ///
-/// A graph is a plain value: cheap to copy, and what is added to a copy is not added to the original. What the
-/// functions themselves hold, behind a captured pointer for example, all copies share. Names and keys are
+/// A graph is a plain value: cheap to copy, and what is added to a copy is not added to the original. What
+/// the functions themselves hold, behind a captured pointer for example, all copies share. Names and keys are
 /// compared exactly.
 class QTAGENT_EXPORT StateGraph
 {

@@ -30,11 +30,6 @@ int lengthOfBeginning(const QString &text, const QString &word)
     return 0;
 }
 
-AnswerPiece joined(const AnswerPiece &first, const AnswerPiece &second)
-{
-    return {first.reasoning + second.reasoning, first.text + second.text};
-}
-
 } // namespace
 
 AnswerPiece ThinkTagReader::read(const QString &portion)

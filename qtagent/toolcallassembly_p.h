@@ -47,7 +47,7 @@ public:
 
     /// Adds an element of "tool_calls" in a delta. Returns the number of its call in order of arrival, or -1
     /// where it is no object.
-    int addPiece(const QJsonValue &piece);
+    int addPiece(const QJsonValue &value);
 
     /// Returns the name so far of the call @p number.
     QString name(int number) const { return m_calls.at(number).name; }

@@ -8,12 +8,12 @@ namespace QtAgent {
 namespace {
 
 // Queued connections and QSignalSpy look the records up by the name that stands in the signals.
-void registerRecords()
+void registerCalls()
 {
     qRegisterMetaType<ToolCallTrace>("MireloQtLib::QtAgent::ToolCallTrace");
     qRegisterMetaType<ApprovalRequest>("MireloQtLib::QtAgent::ApprovalRequest");
 }
-Q_CONSTRUCTOR_FUNCTION(registerRecords)
+Q_CONSTRUCTOR_FUNCTION(registerCalls)
 
 } // namespace
 

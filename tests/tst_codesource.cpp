@@ -76,7 +76,8 @@ void TestCodeSource::codeInAListOrQuoteIsExact_data()
                                     << "a\n\n  b";
     QTest::newRow("tab") << "> ```\n> a\tb\n> ```"
                          << "a\tb";
-    QTest::newRow("odd characters") << "- ```\n  " + QString::fromLatin1("a\0b", 3) + QChar(0xdc00) + "\n  ```"
+    QTest::newRow("odd characters") << "- ```\n  " + QString::fromLatin1("a\0b", 3) + QChar(0xdc00)
+                                           + "\n  ```"
                                     << QString::fromLatin1("a\0b", 3) + QChar(0xdc00);
     QTest::newRow("carriage returns") << "- ```\r\n  a\r\n  b\r\n  ```"
                                       << "a\nb";

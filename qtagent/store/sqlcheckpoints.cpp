@@ -147,7 +147,7 @@ Checkpoint checkpointOf(const QSqlQuery &query, const QString &threadId, int col
     return checkpoint;
 }
 
-bool report(QString *error, const QString &text)
+bool tellOutcome(QString *error, const QString &text)
 {
     if (error)
         *error = text;
@@ -349,12 +349,12 @@ std::unique_ptr<SqlCheckpoints> SqlCheckpoints::openSqlite(const QString &path, 
     auto connection = std::make_unique<SqliteConnection>();
     const auto opening = connection->open(path, fileFormat(), SqliteConnection::Look::Thorough, &text);
     if (opening != SqliteConnection::Opening::Opened) {
-        report(error, text);
+        tellOutcome(error, text);
         return nullptr;
     }
     std::unique_ptr<SqlCheckpoints> checkpoints(new SqlCheckpoints(std::move(connection)));
     const bool isReady = checkpoints->m_tables->prepare();
-    report(error, isReady ? QString() : checkpoints->m_tables->errorText());
+    tellOutcome(error, isReady ? QString() : checkpoints->m_tables->errorText());
     return isReady ? std::move(checkpoints) : nullptr;
 }
 
@@ -372,7 +372,7 @@ SqlCheckpoints::Claim SqlCheckpoints::claim(const QString &threadId, const QStri
                                             QString *error)
 {
     const bool isDone = m_tables->claim(threadId, owner, leaseMs);
-    report(error, isDone ? QString() : m_tables->errorText());
+    tellOutcome(error, isDone ? QString() : m_tables->errorText());
     if (!isDone)
         return Claim::Failed;
     return m_tables->hasChanged() ? Claim::Granted : Claim::Held;
@@ -380,14 +380,14 @@ SqlCheckpoints::Claim SqlCheckpoints::claim(const QString &threadId, const QStri
 
 bool SqlCheckpoints::save(const Checkpoint &checkpoint, const QString &owner, QString *error)
 {
-    return report(error, m_tables->save(checkpoint, owner) ? QString() : m_tables->errorText());
+    return tellOutcome(error, m_tables->save(checkpoint, owner) ? QString() : m_tables->errorText());
 }
 
 Checkpoint SqlCheckpoints::load(const QString &threadId, QString *error) const
 {
     Checkpoint checkpoint;
     const bool isLoaded = m_tables->load(threadId, &checkpoint);
-    report(error, isLoaded ? QString() : m_tables->errorText());
+    tellOutcome(error, isLoaded ? QString() : m_tables->errorText());
     return isLoaded ? checkpoint : Checkpoint();
 }
 
@@ -400,13 +400,13 @@ QVector<Checkpoint> SqlCheckpoints::threads(QString *error) const
 {
     QVector<Checkpoint> checkpoints;
     const bool isRead = m_tables->list(&checkpoints);
-    report(error, isRead ? QString() : m_tables->errorText());
+    tellOutcome(error, isRead ? QString() : m_tables->errorText());
     return isRead ? checkpoints : QVector<Checkpoint>();
 }
 
 bool SqlCheckpoints::remove(const QString &threadId, QString *error)
 {
-    return report(error, m_tables->remove(threadId) ? QString() : m_tables->errorText());
+    return tellOutcome(error, m_tables->remove(threadId) ? QString() : m_tables->errorText());
 }
 
 } // namespace QtAgent

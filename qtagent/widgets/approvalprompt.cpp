@@ -70,7 +70,8 @@ void ApprovalPrompt::executeDialog(ApprovalDialog *dialog, QObject *question, co
 
 void ApprovalPrompt::answer(QObject *question, const ApprovalRequest &request, bool allowed)
 {
-    const ApprovalRequest shown = request; // dies with the question
+    const ApprovalRequest shown =
+        request; // NOLINT(performance-unnecessary-copy-initialization): it dies with the question
     delete question;
     tellExecutor(shown, allowed && !isWindowGone());
 }

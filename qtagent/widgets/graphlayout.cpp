@@ -20,8 +20,8 @@ constexpr qreal lineCell = 10;
 constexpr qreal loopWidth = 26;
 constexpr qreal headSize = 8;
 constexpr qreal widestPort = 22;
-constexpr qreal margin = 16;
-constexpr int longestLabel = 24;
+constexpr qreal pictureMargin = 16;
+constexpr int longestText = 24;
 constexpr int sweeps = 12;
 
 // How wide a text is drawn at most, in a font of 14 pixels.
@@ -109,7 +109,7 @@ void Layouter::addBoxes(const StateGraph &graph)
     for (const QString &name : qAsConst(names)) {
         GraphBox box;
         box.name = name;
-        box.label = cutText(singleLine(name), longestLabel);
+        box.label = cutText(singleLine(name), longestText);
         box.isVirtual = name == StartNode || name == EndNode;
         box.isMissing = !box.isVirtual && !nodes.contains(name);
         box.isInterrupted = !box.isVirtual && graph.interrupts().contains(name);
@@ -137,7 +137,7 @@ void Layouter::addArrow(const QString &from, const QString &to, const QString &k
     arrow.to = m_result.indexOf(to);
     arrow.key = key;
     arrow.isRoute = isRoute;
-    arrow.label = cutText(singleLine(key), longestLabel);
+    arrow.label = cutText(singleLine(key), longestText);
     m_outgoing[arrow.from].append(int(m_result.arrows.size()));
     m_result.arrows.append(arrow);
 }
@@ -155,7 +155,7 @@ GraphLayout Layouter::layout()
         m_result.bounds |= box.rect;
     for (const GraphArrow &arrow : qAsConst(m_result.arrows))
         m_result.bounds |= arrow.line.boundingRect() | arrow.labelRect;
-    m_result.bounds.adjust(-margin, -margin, margin, margin);
+    m_result.bounds.adjust(-pictureMargin, -pictureMargin, pictureMargin, pictureMargin);
     return m_result;
 }
 

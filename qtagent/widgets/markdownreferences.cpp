@@ -33,7 +33,7 @@ bool isDefinition(const QString &text, MarkdownReader *reader)
 QStringList definitionAt(const QStringList &lines, int index, MarkdownReader *reader)
 {
     for (int count = 1; count <= longestDefinition && index + count <= lines.size(); ++count) {
-        const QStringList candidate = lines.mid(index, count);
+        QStringList candidate = lines.mid(index, count);
         if (isDefinition(candidate.join(QLatin1Char('\n')), reader))
             return candidate;
     }

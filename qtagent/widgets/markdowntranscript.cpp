@@ -240,6 +240,7 @@ void MarkdownTranscript::keyPressEvent(QKeyEvent *event)
 // A button asks its parents where the focus goes, and QTextBrowser would go back to the first link.
 bool MarkdownTranscript::focusNextPrevChild(bool next)
 {
+    // NOLINTNEXTLINE(bugprone-parent-virtual-call)
     return hasFocus() ? QTextBrowser::focusNextPrevChild(next) : QTextEdit::focusNextPrevChild(next);
 }
 
