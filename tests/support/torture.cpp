@@ -24,6 +24,9 @@ constexpr int wakeUpMs = 20;
 QString signalName(const QObject *sender, int signalIndex)
 {
     QString name = sender->objectName();
+    // Whatever a model makes of its replies, a host sees replies.
+    if (name.isEmpty() && qobject_cast<const ChatReply *>(sender))
+        name = "ChatReply";
     if (name.isEmpty())
         name = QString::fromLatin1(sender->metaObject()->className()).section("::", -1);
     return name + "::" + QString::fromLatin1(sender->metaObject()->method(signalIndex).name());
