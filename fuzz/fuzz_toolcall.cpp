@@ -25,7 +25,8 @@ void requireSameAfterParsing(const QString &id, const QString &name, const QJson
     FUZZ_REQUIRE(call.error.isEmpty());
     FUZZ_REQUIRE(call.id == id);
     FUZZ_REQUIRE(call.name == name);
-    FUZZ_REQUIRE(call.arguments == arguments);
+    // As they are written: Qt 5 compares the byte-order mark before a key, which it shows nobody.
+    FUZZ_REQUIRE(QJsonDocument(call.arguments).toJson() == QJsonDocument(arguments).toJson());
 }
 
 } // namespace
