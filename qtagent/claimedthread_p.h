@@ -9,10 +9,14 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-/// Calls @p function and returns what it threw, in words, or nothing where it returned.
+/// Calls @p function and returns what it threw, in words, or nothing where it returned. Where a program has
+/// exceptions off, nothing is thrown.
 template<typename Function>
 std::optional<QString> thrownBy(const Function &function)
 {
+#ifdef QT_NO_EXCEPTIONS
+    function();
+#else
     try {
         function();
     } catch (const std::exception &exception) {
@@ -20,6 +24,7 @@ std::optional<QString> thrownBy(const Function &function)
     } catch (...) {
         return QStringLiteral("unknown exception");
     }
+#endif
     return std::nullopt;
 }
 

@@ -159,7 +159,7 @@ QString shown(const QJsonValue &value, int difference)
     return text.size() <= shownOfJson ? text : text.left(shownOfJson) + ellipsis;
 }
 
-int firstDifference(const QString &left, const QString &right)
+int commonLength(const QString &left, const QString &right)
 {
     const auto places = std::mismatch(left.cbegin(), left.cend(), right.cbegin(), right.cend());
     return int(places.first - left.cbegin());
@@ -204,7 +204,7 @@ Recording readRecording(const QString &path)
 QString firstDifference(const QJsonObject &recorded, const QJsonObject &asked)
 {
     const Difference difference = differenceOf(recorded, asked, {});
-    const int place = firstDifference(difference.recorded.toString(), difference.asked.toString());
+    const int place = commonLength(difference.recorded.toString(), difference.asked.toString());
     return QStringLiteral("%1: recorded %2, asked %3")
         .arg(difference.place, shown(difference.recorded, place), shown(difference.asked, place));
 }

@@ -7,17 +7,17 @@ namespace QtAgent {
 
 namespace {
 
-ReplyStep delta(const QString &piece, int pauseMs = 0)
+ReplyStep deltaStep(const QString &piece, int pauseMs = 0)
 {
     return {pauseMs, [piece](ChatReply *reply) { reply->appendDelta(piece); }};
 }
 
-ReplyStep finish(const QString &text)
+ReplyStep finishStep(const QString &text)
 {
     return {0, [text](ChatReply *reply) { reply->finish(text); }};
 }
 
-ReplyStep failure(const QString &error)
+ReplyStep failureStep(const QString &error)
 {
     return {0, [error](ChatReply *reply) { reply->fail(error); }};
 }
@@ -34,8 +34,8 @@ void ScriptedModel::addText(const QStringList &pieces, int pauseMs)
 {
     QVector<ReplyStep> steps;
     for (const QString &piece : pieces)
-        steps.append(delta(piece, steps.isEmpty() ? 0 : pauseMs));
-    steps.append(finish(pieces.join(QString())));
+        steps.append(deltaStep(piece, steps.isEmpty() ? 0 : pauseMs));
+    steps.append(finishStep(pieces.join(QString())));
     m_answers.enqueue(steps);
 }
 
@@ -43,12 +43,12 @@ void ScriptedModel::addToolCalls(const QJsonArray &toolCalls, const QString &con
 {
     const ReplyStep calls{
         0, [content, toolCalls](ChatReply *reply) { reply->setToolCalls(content, toolCalls); }};
-    m_answers.enqueue({calls, delta(content), finish(content)});
+    m_answers.enqueue({calls, deltaStep(content), finishStep(content)});
 }
 
 void ScriptedModel::addFailure(const QString &error)
 {
-    m_answers.enqueue({failure(error)});
+    m_answers.enqueue({failureStep(error)});
 }
 
 void ScriptedModel::addSilence()
