@@ -1,8 +1,8 @@
 #include "support/completions.h"
 #include "support/loopbackserver.h"
-#include "support/replyrecorder.h"
 
 #include <qtagent/deepseekmodel.h>
+#include <qtagent/testing/replyrecorder.h>
 
 #include <QtTest>
 
@@ -74,8 +74,8 @@ void TestDeepSeekModel::theRequestCarriesTheDefaultModel()
     config.baseUrl = server.baseUrl();
     model.setConfig(config);
     ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, this));
-    QVERIFY(recorder.waitForEnd());
-    QCOMPARE(recorder.entries(), QStringList({"delta: Hi", "finished: Hi"}));
+    QTRY_VERIFY(recorder.isOver());
+    QCOMPARE(recorder.lines(), QStringList({"delta: Hi", "finished: Hi"}));
     QCOMPARE(server.requests().first().json["model"], "deepseek-v4-flash");
 }
 
