@@ -26,6 +26,8 @@ constexpr qreal smallestZoom = 0.1;
 constexpr qreal largestZoom = 5;
 constexpr qreal zoomStep = 1.2;
 
+} // namespace
+
 class PictureItem : public QGraphicsItem
 {
 public:
@@ -50,6 +52,8 @@ private:
     QVector<GraphShape> m_shapes;
     QRectF m_bounds;
 };
+
+namespace {
 
 // In the order of the marks.
 QString stateText(GraphMark mark, int runs)

@@ -15,7 +15,7 @@ namespace QtAgent {
 
 namespace {
 
-constexpr int longestLabel = 1000;
+constexpr int longestShownLabel = 1000;
 
 class EditBlock
 {
@@ -53,7 +53,7 @@ bool endsWith(const RichText &text, QChar character)
 
 QString shownLabel(const QString &label)
 {
-    return cutText(displayable(singleLine(label)), longestLabel);
+    return cutText(displayable(singleLine(label)), longestShownLabel);
 }
 
 } // namespace
