@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds the demo and starts it in the current folder. Where no display opens,
-# orvane-tour saves pictures of the window instead. Arguments are handed on to the program.
+# orvane-tour saves pictures of the window instead. With --assistant as the first argument it is
+# orvane-assistant that is built and started. Further arguments are handed on to the program.
 set -euo pipefail
 project_dir="$(CDPATH='' cd -- "$(dirname -- "${BASH_SOURCE[0]}")" && pwd)"
 build_dir="$project_dir/build/release"
@@ -14,11 +15,16 @@ display_opens() {
     { (ulimit -c 0 && "$build_dir/demo/orvane-tour" --help); } >/dev/null 2>&1
 }
 
-packages=(g++ make cmake qtbase5-dev qttranslations5-l10n)
+packages=(g++ make cmake qtbase5-dev qttranslations5-l10n libqt5sql5-sqlite)
 if [[ -n "${WAYLAND_DISPLAY:-}" && -z "${DISPLAY:-}" ]]; then
     packages+=(qtwayland5)
 fi
 install_missing_packages "${packages[@]}"
+if [[ "${1:-}" == --assistant ]]; then
+    configure "$project_dir" "$build_dir" -DQTAGENT_BUILD_ASSISTANT=ON -DQTAGENT_BUILD_TESTS=OFF
+    cmake --build "$build_dir" --target orvane-assistant
+    exec "$build_dir/assistant/orvane-assistant" "${@:2}"
+fi
 configure "$project_dir" "$build_dir" -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_TESTS=OFF
 cmake --build "$build_dir" --target orvane-demo orvane-tour
 

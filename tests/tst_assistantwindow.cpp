@@ -1,0 +1,117 @@
+#include "support/assistantuser.h"
+
+#include <QLabel>
+#include <QLineEdit>
+
+class TestAssistantWindow : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void questionIsAnsweredAndListed();
+    void questionIsSentByTheKeyboard();
+    void windowGoesOnWhereItWasClosed();
+    void stoppedAnswerStays();
+    void searchFindsAndOpensAMessage();
+    void newConversationIsEmpty();
+    void mockModelSaysHowToSetUpAnother();
+};
+
+void TestAssistantWindow::questionIsAnsweredAndListed()
+{
+    AssistantUser user;
+    user.start();
+    user.model.addText({"It ", "closes."});
+    user.ask("What is a valve?");
+    QTRY_COMPARE(user.transcript(), "我 What is a valve? 助手 It closes.");
+    QTRY_VERIFY(user.isIdle());
+    QCOMPARE(user.titles(), QStringList("What is a valve?"));
+    QCOMPARE(user.window->windowTitle(), "What is a valve? — Orvane 助手");
+    QCOMPARE(user.find<QPlainTextEdit>("chatInput")->toPlainText(), QString());
+}
+
+void TestAssistantWindow::questionIsSentByTheKeyboard()
+{
+    AssistantUser user;
+    user.start();
+    auto *input = user.find<QPlainTextEdit>("chatInput");
+    QCOMPARE(user.window->focusWidget(), input);
+    QTest::keyClick(input, Qt::Key_Return, Qt::ControlModifier);
+    QCOMPARE(user.model.calls().size(), 0);
+    QTest::keyClicks(input, " What?");
+    QTest::keyClick(input, Qt::Key_Return, Qt::ControlModifier);
+    QCOMPARE(user.model.calls().size(), 1);
+    QCOMPARE(user.model.lastCall().messages.last().content, "What?");
+    QTest::keyClicks(input, "Next");
+    QTest::keyClick(input, Qt::Key_Return, Qt::ControlModifier);
+    QCOMPARE(user.model.calls().size(), 1);
+    QCOMPARE(input->toPlainText(), "Next");
+}
+
+void TestAssistantWindow::windowGoesOnWhereItWasClosed()
+{
+    AssistantUser user;
+    user.keep("Pumps", {"What is a pump?", "It moves water."});
+    user.start();
+    QCOMPARE(user.transcript(), "我 What is a pump? 助手 It moves water.");
+    user.ask("And a valve?");
+    user.model.lastCall().reply->appendDelta("It clo");
+    user.start();
+    QCOMPARE(user.transcript(),
+             "我 What is a pump? 助手 It moves water. 我 And a valve? 助手 It clo 已停止，回答不完整。");
+    user.ask("Again?");
+    QCOMPARE(user.model.lastCall().messages.size(), 5);
+}
+
+void TestAssistantWindow::stoppedAnswerStays()
+{
+    AssistantUser user;
+    user.start();
+    user.ask("What is a valve?");
+    user.model.lastCall().reply->appendDelta("It clo");
+    user.click("stopButton");
+    QVERIFY(user.isIdle());
+    QCOMPARE(user.transcript(), "我 What is a valve? 助手 It clo 已停止，回答不完整。");
+}
+
+void TestAssistantWindow::searchFindsAndOpensAMessage()
+{
+    AssistantUser user;
+    user.keep("Pumps", {"What is a pump?", "It moves water."});
+    user.keep("Valves", {"What is a valve?", "It closes."});
+    user.start();
+    QTest::keyClicks(user.find<QLineEdit>("conversationSearch"), "moves");
+    QCOMPARE(user.titles(), QStringList("Pumps"));
+    QTest::keyClick(user.find<QLineEdit>("conversationSearch"), Qt::Key_Return);
+    QCOMPARE(user.transcript(), "我 What is a pump? 助手 It moves water.");
+    user.find<QLineEdit>("conversationSearch")->clear();
+    QCOMPARE(user.titles().size(), 2);
+    QCOMPARE(user.find<QListView>("conversationList")->currentIndex().data().toString(), "Pumps");
+}
+
+void TestAssistantWindow::newConversationIsEmpty()
+{
+    AssistantUser user;
+    user.keep("Pumps", {"What is a pump?", "It moves water."});
+    user.start();
+    user.click("newConversation");
+    QCOMPARE(user.transcript(), QString());
+    QCOMPARE(user.window->focusWidget(), user.find<QPlainTextEdit>("chatInput"));
+    user.ask("What is a valve?");
+    QCOMPARE(user.model.lastCall().messages.size(), 1);
+    QCOMPARE(user.titles().size(), 2);
+}
+
+void TestAssistantWindow::mockModelSaysHowToSetUpAnother()
+{
+    AssistantUser user;
+    user.start();
+    auto *hint = user.find<QLabel>("hint");
+    QVERIFY(!hint->isVisible());
+    user.window->setModel(&user.model, "mock");
+    QVERIFY(hint->isVisible());
+    QVERIFY(hint->text().startsWith("还没有配置模型，现在由离线的模拟模型回答。"));
+}
+
+QTEST_MAIN(TestAssistantWindow)
+#include "tst_assistantwindow.moc"

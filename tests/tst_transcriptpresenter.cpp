@@ -1,0 +1,129 @@
+#include <assistant/conversationkeeper.h>
+#include <assistant/transcriptpresenter.h>
+
+#include <qtagent/widgets/markdowntranscript.h>
+
+#include <QtTest>
+
+using namespace MireloQtLib::QtAgent;
+
+class TestTranscriptPresenter : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void messagesAreShownByTheirRole();
+    void streamedAnswerIsShownOnce();
+    void whatIsShownStaysInPlace();
+    void otherConversationReplacesWhatIsShown();
+    void unfinishedAnswerSaysWhy_data();
+    void unfinishedAnswerSaysWhy();
+    void arrivingAnswerSurvivesARepaint();
+};
+
+static QString shown(const MarkdownTranscript &transcript)
+{
+    return transcript.toPlainText().simplified();
+}
+
+static ChatMessage withEnd(ChatMessage message, const QString &end)
+{
+    message.metadata.insert(MessageKey::end(), end);
+    return message;
+}
+
+void TestTranscriptPresenter::messagesAreShownByTheirRole()
+{
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    const QJsonArray calls{makeToolCall("1", "clock", {})};
+    presenter.setMessages({ChatMessage::system("Be short."), ChatMessage::user("*When?*"),
+                           ChatMessage::assistant("", calls), ChatMessage::tool("1", "clock", "12:00"),
+                           ChatMessage::assistant("It is **noon**.")});
+    QCOMPARE(shown(transcript), "我 *When?* 工具 clock 12:00 助手 It is noon.");
+    QCOMPARE(presenter.messageAt(0), 1);
+    QCOMPARE(presenter.messageAt(2), 4);
+    QCOMPARE(presenter.messageAt(3), -1);
+    QCOMPARE(presenter.shownAt(3), 1);
+    QCOMPARE(presenter.shownAt(2), -1);
+}
+
+void TestTranscriptPresenter::streamedAnswerIsShownOnce()
+{
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    presenter.setMessages({ChatMessage::user("What is it?")});
+    presenter.appendDelta("A ");
+    presenter.appendDelta("valve.");
+    presenter.setMessages({ChatMessage::user("What is it?"), ChatMessage::assistant("A valve.")});
+    QCOMPARE(shown(transcript), "我 What is it? 助手 A valve.");
+    QCOMPARE(presenter.messageAt(1), 1);
+}
+
+void TestTranscriptPresenter::whatIsShownStaysInPlace()
+{
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    presenter.setMessages({ChatMessage::user("What is it?")});
+    QSignalSpy removed(transcript.document(), &QTextDocument::contentsChange);
+    presenter.setMessages({ChatMessage::user("What is it?"), ChatMessage::assistant("A valve.")});
+    presenter.setMessages(
+        {ChatMessage::user("What is it?"), withEnd(ChatMessage::assistant("A valve."), "stopped")});
+    QCOMPARE(transcript.messageCount(), 3);
+    QVERIFY(removed.count() > 0);
+    for (const QVariantList &change : removed)
+        QVERIFY2(change.at(0).toInt() > 0, "The question was written again.");
+}
+
+void TestTranscriptPresenter::otherConversationReplacesWhatIsShown()
+{
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    presenter.setMessages({ChatMessage::user("What is it?")});
+    presenter.appendDelta("A val");
+    presenter.setMessages({ChatMessage::user("What is a pump?")});
+    QCOMPARE(shown(transcript), "我 What is a pump?");
+    presenter.setMessages({});
+    QCOMPARE(shown(transcript), "");
+}
+
+void TestTranscriptPresenter::unfinishedAnswerSaysWhy_data()
+{
+    QTest::addColumn<QString>("end");
+    QTest::addColumn<QString>("note");
+    QTest::newRow("stopped") << "stopped"
+                             << "已停止，回答不完整。";
+    QTest::newRow("failed") << "failed"
+                            << "回答中断，不完整。";
+    QTest::newRow("the program died") << "incomplete"
+                                      << "程序在回答完成之前关闭，回答不完整。";
+}
+
+void TestTranscriptPresenter::unfinishedAnswerSaysWhy()
+{
+    QFETCH(QString, end);
+    QFETCH(QString, note);
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    const QVector<ChatMessage> messages{ChatMessage::user("What is it?"), ChatMessage::assistant("A val")};
+    presenter.setMessages(messages);
+    presenter.setMessages({messages.at(0), withEnd(messages.at(1), end)});
+    QCOMPARE(shown(transcript), "我 What is it? 助手 A val " + note);
+    QCOMPARE(presenter.messageAt(2), 1);
+    presenter.setMessages({messages.at(0)});
+    QCOMPARE(shown(transcript), "我 What is it?");
+}
+
+void TestTranscriptPresenter::arrivingAnswerSurvivesARepaint()
+{
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    presenter.setMessages({ChatMessage::user("What is it?")});
+    presenter.appendDelta("A val");
+    presenter.repaint();
+    presenter.appendDelta("ve.");
+    QTRY_COMPARE(shown(transcript), "我 What is it? 助手 A valve.");
+}
+
+QTEST_MAIN(TestTranscriptPresenter)
+#include "tst_transcriptpresenter.moc"
