@@ -1,30 +1,43 @@
 #include "assistantwindow.h"
 
+#include "assistantmenus.h"
+#include "assistantsettings.h"
 #include "chatinput.h"
 #include "chatpage.h"
+#include "conversationfiles.h"
 #include "conversationkeeper.h"
 #include "conversationlistmodel.h"
 #include "conversationsidebar.h"
+#include "noticebar.h"
+#include "removedconversation.h"
+#include "textzoom.h"
 
 #include <qtagent/agentsession.h>
 #include <qtagent/store/conversationstore.h>
+#include <qtagent/widgets/markdowntranscript.h>
 
+#include <QCloseEvent>
+#include <QFileDialog>
 #include <QMenuBar>
 #include <QSplitter>
-#include <QStatusBar>
+#include <QVBoxLayout>
 
 using namespace MireloQtLib::QtAgent;
 
-AssistantWindow::AssistantWindow(ConversationStore *store, QWidget *parent)
+AssistantWindow::AssistantWindow(ConversationStore *store, AssistantSettings *settings, QWidget *parent)
     : QMainWindow(parent)
     , m_store(store)
+    , m_settings(settings)
 {
     setUpParts();
     setUpLayout();
-    setUpMenus();
-    connectParts();
+    setUpZoom();
+    connectList();
+    connectConversationMenu();
+    connectMessageMenu();
+    connectViewMenu();
     m_list->refresh();
-    open(m_list->index(0).data(ConversationListModel::IdRole).toString(), -1);
+    restoreState();
     m_page->input()->setFocus();
 }
 
@@ -38,41 +51,50 @@ void AssistantWindow::setUpParts()
 {
     m_session = new AgentSession(this);
     m_keeper = new ConversationKeeper(m_store, m_session, this);
+    m_removed = new RemovedConversation(m_store, this);
     m_list = new ConversationListModel(m_store, this);
+    m_menus = new AssistantMenus(menuBar(), m_settings->sendKey(), this);
+    m_notice = new NoticeBar;
+    m_notice->setObjectName(QStringLiteral("notice"));
     m_sidebar = new ConversationSidebar(m_list);
     m_page = new ChatPage(m_session);
+    m_page->input()->setSendKey(m_settings->sendKey());
 }
 
 void AssistantWindow::setUpLayout()
 {
+    constexpr QSize firstSize(1000, 700);
     constexpr int listWidth = 240;
     m_splitter = new QSplitter;
     m_splitter->addWidget(m_sidebar);
     m_splitter->addWidget(m_page);
     m_splitter->setStretchFactor(1, 1);
     m_splitter->setChildrenCollapsible(false);
-    m_splitter->setSizes({listWidth, width() - listWidth});
-    setCentralWidget(m_splitter);
-    statusBar();
-    resize(1000, 700);
+    m_splitter->setSizes({listWidth, firstSize.width() - listWidth});
+
+    auto *center = new QWidget;
+    auto *layout = new QVBoxLayout(center);
+    layout->setContentsMargins({});
+    layout->addWidget(m_notice);
+    layout->addWidget(m_splitter, 1);
+    setCentralWidget(center);
+    resize(firstSize);
 }
 
-void AssistantWindow::setUpMenus()
+void AssistantWindow::setUpZoom()
 {
-    QMenu *conversation = menuBar()->addMenu(tr("对话(&C)"));
-    conversation->addAction(tr("新对话(&N)"), m_keeper, &ConversationKeeper::begin)
-        ->setShortcut(QKeySequence::New);
-    conversation->addAction(tr("搜索(&F)"), m_sidebar, &ConversationSidebar::focusSearch)
-        ->setShortcut(QKeySequence::Find);
-    conversation->addAction(tr("停止(&T)"), m_session, &AgentSession::cancel)->setShortcut(Qt::Key_Escape);
-    conversation->addSeparator();
-    conversation->addAction(tr("退出(&Q)"), this, &QWidget::close)->setShortcut(QKeySequence::Quit);
+    m_zoom = new TextZoom(this);
+    m_zoom->add(m_page->transcript());
+    m_zoom->add(m_page->input());
+    m_zoom->setSteps(m_settings->textSteps());
+    connect(m_zoom, &TextZoom::stepsChanged, this, [this](int steps) { m_settings->setTextSteps(steps); });
 }
 
-void AssistantWindow::connectParts()
+void AssistantWindow::connectList()
 {
     connect(m_sidebar, &ConversationSidebar::newRequested, m_keeper, &ConversationKeeper::begin);
     connect(m_sidebar, &ConversationSidebar::openRequested, this, &AssistantWindow::open);
+    connect(m_sidebar, &ConversationSidebar::removeRequested, this, &AssistantWindow::remove);
     connect(m_list, &ConversationListModel::renameRequested, m_keeper, &ConversationKeeper::rename);
     connect(m_list, &ConversationListModel::failed, this, &AssistantWindow::tell);
     connect(m_keeper, &ConversationKeeper::saved, m_list, &ConversationListModel::refresh);
@@ -80,6 +102,45 @@ void AssistantWindow::connectParts()
     connect(m_keeper, &ConversationKeeper::opened, this, &AssistantWindow::showTitle);
     connect(m_keeper, &ConversationKeeper::opened, m_page->input(), [this] { m_page->input()->setFocus(); });
     connect(m_keeper, &ConversationKeeper::failed, this, &AssistantWindow::tell);
+    connect(m_removed, &RemovedConversation::removed, this, &AssistantWindow::offerUndo);
+    connect(m_removed, &RemovedConversation::restored, this, [this](const QString &id) {
+        m_menus->setCanUndo(false);
+        m_notice->clear();
+        open(id, -1);
+    });
+    connect(m_removed, &RemovedConversation::failed, this, &AssistantWindow::tell);
+    connect(m_notice, &NoticeBar::acted, m_removed, &RemovedConversation::undo);
+}
+
+void AssistantWindow::connectConversationMenu()
+{
+    connect(m_menus, &AssistantMenus::newRequested, m_keeper, &ConversationKeeper::begin);
+    connect(m_menus, &AssistantMenus::searchRequested, m_sidebar, &ConversationSidebar::focusSearch);
+    connect(m_menus, &AssistantMenus::renameRequested, m_sidebar, &ConversationSidebar::editTitle);
+    connect(m_menus, &AssistantMenus::removeRequested, this, [this] { remove(m_sidebar->selected()); });
+    connect(m_menus, &AssistantMenus::undoRequested, m_removed, &RemovedConversation::undo);
+    connect(m_menus, &AssistantMenus::exportRequested, this, &AssistantWindow::chooseExport);
+    connect(m_menus, &AssistantMenus::importRequested, this, &AssistantWindow::chooseImport);
+    connect(m_menus, &AssistantMenus::quitRequested, this, &QWidget::close);
+}
+
+void AssistantWindow::connectMessageMenu()
+{
+    connect(m_menus, &AssistantMenus::stopRequested, m_page, &ChatPage::stop);
+    connect(m_menus, &AssistantMenus::regenerateRequested, m_page, &ChatPage::regenerate);
+    connect(m_menus, &AssistantMenus::editRequested, m_page, &ChatPage::editQuestion);
+    connect(m_menus, &AssistantMenus::copyRequested, m_page, &ChatPage::copyMessage);
+}
+
+void AssistantWindow::connectViewMenu()
+{
+    connect(m_menus, &AssistantMenus::enlargeRequested, m_zoom, &TextZoom::enlarge);
+    connect(m_menus, &AssistantMenus::reduceRequested, m_zoom, &TextZoom::reduce);
+    connect(m_menus, &AssistantMenus::resetRequested, m_zoom, &TextZoom::reset);
+    connect(m_menus, &AssistantMenus::sendKeyRequested, this, [this](ChatInput::SendKey key) {
+        m_settings->setSendKey(key);
+        m_page->input()->setSendKey(key);
+    });
 }
 
 void AssistantWindow::setModel(ChatModel *model, const QString &name)
@@ -95,17 +156,95 @@ void AssistantWindow::setModel(ChatModel *model, const QString &name)
 
 void AssistantWindow::tell(const QString &text)
 {
-    statusBar()->showMessage(text);
+    m_notice->tell(text);
+}
+
+void AssistantWindow::exportTo(const QString &path)
+{
+    QString error;
+    if (exportConversation(*m_store, m_keeper->conversation().id, path, &error))
+        tell(tr("对话已导出到 %1。").arg(QDir::toNativeSeparators(path)));
+    else
+        tell(tr("无法导出：%1").arg(error));
+}
+
+void AssistantWindow::importFrom(const QString &path)
+{
+    QString error;
+    const QString id = importConversation(m_store, path, &error);
+    if (id.isEmpty())
+        return tell(tr("无法导入：%1").arg(error));
+    m_list->refresh();
+    open(id, -1);
+}
+
+void AssistantWindow::closeEvent(QCloseEvent *event)
+{
+    rememberState();
+    QMainWindow::closeEvent(event);
 }
 
 void AssistantWindow::open(const QString &id, int messageIndex)
 {
+    m_list->refresh();
     if (id.isEmpty())
         return m_keeper->begin();
     if (id != m_keeper->conversation().id && !m_keeper->open(id))
         return;
     if (messageIndex >= 0)
         m_page->scrollToMessage(messageIndex);
+}
+
+void AssistantWindow::remove(const QString &id)
+{
+    if (id.isEmpty())
+        return;
+    if (id == m_keeper->conversation().id)
+        m_session->cancel();
+    if (m_removed->remove(id) && id == m_keeper->conversation().id)
+        m_keeper->begin();
+}
+
+void AssistantWindow::offerUndo(const QString &title)
+{
+    m_list->refresh();
+    m_menus->setCanUndo(true);
+    m_notice->tell(tr("已删除“%1”。").arg(title), tr("撤销(&U)"));
+}
+
+void AssistantWindow::chooseExport()
+{
+    const Conversation &conversation = m_keeper->conversation();
+    if (conversation.id.isEmpty())
+        return tell(tr("对话还是空的。"));
+    const QString path = QFileDialog::getSaveFileName(
+        this, tr("导出对话"), fileNameFor(conversation.title) + QStringLiteral(".json"),
+        tr("JSON，可以再导入 (*.json);;Markdown，供阅读 (*.md)"));
+    if (!path.isEmpty())
+        exportTo(path);
+}
+
+void AssistantWindow::chooseImport()
+{
+    const QString path = QFileDialog::getOpenFileName(this, tr("导入对话"), {}, tr("对话 (*.json)"));
+    if (!path.isEmpty())
+        importFrom(path);
+}
+
+void AssistantWindow::rememberState()
+{
+    m_settings->setGeometry(saveGeometry());
+    m_settings->setSplitterState(m_splitter->saveState());
+    m_settings->setConversationId(m_keeper->conversation().id);
+}
+
+void AssistantWindow::restoreState()
+{
+    restoreGeometry(m_settings->geometry());
+    m_splitter->restoreState(m_settings->splitterState());
+    const QModelIndex last = m_list->indexOf(m_settings->conversationId());
+    const QModelIndex first = last.isValid() ? last : m_list->index(0);
+    open(first.data(ConversationListModel::IdRole).toString(), -1);
 }
 
 void AssistantWindow::showTitle()

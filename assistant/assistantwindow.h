@@ -13,40 +13,71 @@ class ChatModel;
 class ConversationStore;
 } // namespace QtAgent
 } // namespace MireloQtLib
+class AssistantMenus;
+class AssistantSettings;
 class ChatPage;
 class ConversationKeeper;
 class ConversationListModel;
 class ConversationSidebar;
+class NoticeBar;
+class RemovedConversation;
+class TextZoom;
 
 /// The window of the assistant: the conversations of a store on the left, the current one on the right.
+///
+/// Name of its bar: notice.
 class AssistantWindow : public QMainWindow
 {
     Q_OBJECT
 
 public:
-    /// Shows what @p store has and goes on with its newest conversation. The store is not owned, is open, and
-    /// outlives the window.
-    explicit AssistantWindow(MireloQtLib::QtAgent::ConversationStore *store, QWidget *parent = nullptr);
+    /// Shows what @p store has, as @p settings say, and goes on with the conversation that was open last.
+    /// Neither is owned, the store is open, and both outlive the window.
+    AssistantWindow(MireloQtLib::QtAgent::ConversationStore *store, AssistantSettings *settings,
+                    QWidget *parent = nullptr);
     ~AssistantWindow() override;
 
     /// Sets the model that answers, which is not owned.
     void setModel(MireloQtLib::QtAgent::ChatModel *model, const QString &name);
 
-    /// Tells the user of something in the status bar, until something else is told.
+    /// Tells the user of something, until he closes it or something else is told.
     void tell(const QString &text);
+
+    /// Writes the current conversation to the file at @p path.
+    void exportTo(const QString &path);
+
+    /// Reads the conversation in the file at @p path and goes on with it.
+    void importFrom(const QString &path);
+
+protected:
+    void closeEvent(QCloseEvent *event) override;
 
 private:
     void setUpParts();
     void setUpLayout();
-    void setUpMenus();
-    void connectParts();
+    void setUpZoom();
+    void connectList();
+    void connectConversationMenu();
+    void connectMessageMenu();
+    void connectViewMenu();
     void open(const QString &id, int messageIndex);
+    void remove(const QString &id);
+    void offerUndo(const QString &title);
+    void chooseExport();
+    void chooseImport();
+    void rememberState();
+    void restoreState();
     void showTitle();
 
     MireloQtLib::QtAgent::ConversationStore *const m_store;
+    AssistantSettings *const m_settings;
     MireloQtLib::QtAgent::AgentSession *m_session = nullptr;
     ConversationKeeper *m_keeper = nullptr;
+    RemovedConversation *m_removed = nullptr;
     ConversationListModel *m_list = nullptr;
+    TextZoom *m_zoom = nullptr;
+    AssistantMenus *m_menus = nullptr;
+    NoticeBar *m_notice = nullptr;
     ConversationSidebar *m_sidebar = nullptr;
     ChatPage *m_page = nullptr;
     QSplitter *m_splitter = nullptr;

@@ -1,13 +1,15 @@
 #include "chatpage.h"
 
 #include "chatinput.h"
+#include "messageactions.h"
+#include "noticebar.h"
 #include "transcriptpresenter.h"
 
 #include <qtagent/widgets/markdowntranscript.h>
 
 #include <QEvent>
 #include <QHBoxLayout>
-#include <QLabel>
+#include <QMenu>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -16,16 +18,19 @@ using namespace MireloQtLib::QtAgent;
 ChatPage::ChatPage(AgentSession *session, QWidget *parent)
     : QWidget(parent)
     , m_session(session)
-    , m_hint(new QLabel)
+    , m_hint(new NoticeBar)
+    , m_editing(new NoticeBar)
     , m_transcript(new MarkdownTranscript)
     , m_presenter(new TranscriptPresenter(m_transcript, this))
 {
     m_hint->setObjectName(QStringLiteral("hint"));
-    m_hint->setTextFormat(Qt::PlainText);
-    m_hint->setWordWrap(true);
-    m_hint->hide();
+    m_editing->setObjectName(QStringLiteral("editing"));
     m_transcript->setObjectName(QStringLiteral("transcript"));
     m_transcript->setAccessibleName(tr("对话内容"));
+    m_transcript->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(m_transcript, &QWidget::customContextMenuRequested, this, &ChatPage::openMenu);
+    connect(m_hint, &NoticeBar::acted, this, &ChatPage::hintActed);
+    connect(m_editing, &NoticeBar::dismissed, this, &ChatPage::endEditing);
     setUpInput();
     setUpLayout();
     connectSession();
@@ -62,6 +67,7 @@ void ChatPage::setUpLayout()
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(m_hint);
     layout->addWidget(m_transcript, 1);
+    layout->addWidget(m_editing);
     layout->addLayout(row);
 }
 
@@ -70,6 +76,7 @@ void ChatPage::connectSession()
     connect(m_session, &AgentSession::assistantDelta, m_presenter, &TranscriptPresenter::appendDelta);
     connect(m_session, &AgentSession::conversationChanged, m_presenter,
             [this] { m_presenter->setMessages(m_session->conversation()); });
+    connect(m_session, &AgentSession::conversationChanged, this, &ChatPage::endEditing);
     connect(m_session, &AgentSession::runningChanged, this, &ChatPage::updateButtons);
 }
 
@@ -88,10 +95,35 @@ void ChatPage::scrollToMessage(int index)
     m_transcript->scrollToMessage(m_presenter->shownAt(index));
 }
 
-void ChatPage::setHint(const QString &text)
+void ChatPage::setHint(const QString &text, const QString &action)
 {
-    m_hint->setText(text);
-    m_hint->setVisible(!text.isEmpty());
+    if (text.isEmpty())
+        m_hint->clear();
+    else
+        m_hint->tell(text, action);
+}
+
+void ChatPage::regenerate()
+{
+    regenerateAt(currentMessage());
+}
+
+void ChatPage::editQuestion()
+{
+    editQuestionAt(currentMessage());
+}
+
+void ChatPage::copyMessage()
+{
+    m_transcript->copyMessage(m_presenter->shownAt(currentMessage()));
+}
+
+void ChatPage::stop()
+{
+    if (m_editedQuestion >= 0)
+        endEditing();
+    else
+        m_session->cancel();
 }
 
 void ChatPage::changeEvent(QEvent *event)
@@ -106,9 +138,66 @@ void ChatPage::send()
     if (!m_sendButton->isEnabled())
         return;
     const QString question = m_input->toPlainText().trimmed();
+    const int edited = m_editedQuestion;
     m_input->clear();
     m_transcript->setFollowing(true);
-    m_session->send(question);
+    if (edited >= 0)
+        askInstead(m_session, edited, question);
+    else
+        m_session->send(question);
+}
+
+int ChatPage::currentMessage() const
+{
+    const int last = m_session->conversation().size() - 1;
+    const int shown = m_transcript->messageAt(m_transcript->textCursor().position());
+    const int index = m_transcript->hasFocus() ? m_presenter->messageAt(shown) : last;
+    return index < 0 ? last : index;
+}
+
+void ChatPage::regenerateAt(int index)
+{
+    m_transcript->setFollowing(true);
+    askAgain(m_session, index);
+}
+
+void ChatPage::editQuestionAt(int index)
+{
+    const QVector<ChatMessage> conversation = m_session->conversation();
+    const int question = questionOf(conversation, index);
+    if (question < 0 || m_session->isRunning())
+        return;
+    m_editedQuestion = question;
+    m_editing->tell(tr("正在修改问题。发送后，它后面的消息会被替换。"));
+    m_input->setPlainText(conversation.at(question).content);
+    m_input->moveCursor(QTextCursor::End);
+    m_input->setFocus();
+}
+
+void ChatPage::endEditing()
+{
+    if (std::exchange(m_editedQuestion, -1) < 0)
+        return;
+    m_editing->clear();
+    m_input->clear();
+}
+
+void ChatPage::openMenu(const QPoint &position)
+{
+    const int shown = m_transcript->messageAt(m_transcript->cursorForPosition(position).position());
+    const int index = m_presenter->messageAt(shown);
+    if (index < 0)
+        return;
+    auto *menu = new QMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    if (m_transcript->textCursor().hasSelection())
+        menu->addAction(tr("复制(&C)"), m_transcript, &MarkdownTranscript::copy);
+    menu->addAction(tr("复制消息(&M)"), this, [this, shown] { m_transcript->copyMessage(shown); });
+    menu->addSeparator();
+    const bool isIdle = !m_session->isRunning();
+    menu->addAction(tr("重新回答(&R)"), this, [this, index] { regenerateAt(index); })->setEnabled(isIdle);
+    menu->addAction(tr("修改问题(&E)"), this, [this, index] { editQuestionAt(index); })->setEnabled(isIdle);
+    menu->popup(m_transcript->viewport()->mapToGlobal(position));
 }
 
 void ChatPage::updateButtons()

@@ -6,7 +6,6 @@
 #include <QWidget>
 
 QT_BEGIN_NAMESPACE
-class QLabel;
 class QPushButton;
 QT_END_NAMESPACE
 namespace MireloQtLib {
@@ -15,11 +14,13 @@ class MarkdownTranscript;
 }
 } // namespace MireloQtLib
 class ChatInput;
+class NoticeBar;
 class TranscriptPresenter;
 
 /// The conversation of a session: its transcript, and below it the input with its buttons.
 ///
-/// Names: transcript, chatInput, sendButton, stopButton, hint.
+/// The menu of the transcript copies a message, asks its question again and lets it be edited, as the slots
+/// do. Names: transcript, chatInput, sendButton, stopButton, and the bars hint and editing.
 class ChatPage : public QWidget
 {
     Q_OBJECT
@@ -38,8 +39,28 @@ public:
     /// Scrolls to the message @p index of the conversation, where it is shown.
     void scrollToMessage(int index);
 
-    /// Shows @p text above the transcript, as plain text; an empty one hides it.
-    void setHint(const QString &text);
+    /// Shows @p text above the transcript, as plain text, with @p action on a button where it is not empty;
+    /// an empty text hides it.
+    void setHint(const QString &text, const QString &action = {});
+
+public Q_SLOTS:
+    /// Asks the question of the current message again: the one under the cursor where the transcript has the
+    /// focus, else the last.
+    void regenerate();
+
+    /// Puts the question of the current message into the input. The next question that is sent takes its
+    /// place, and what followed it is dropped.
+    void editQuestion();
+
+    /// Copies the current message to the clipboard.
+    void copyMessage();
+
+    /// Ends the editing of a question where one is edited, else the run.
+    void stop();
+
+Q_SIGNALS:
+    /// The user pressed the button of the hint.
+    void hintActed();
 
 protected:
     void changeEvent(QEvent *event) override;
@@ -49,10 +70,17 @@ private:
     void setUpLayout();
     void connectSession();
     void send();
+    int currentMessage() const;
+    void regenerateAt(int index);
+    void editQuestionAt(int index);
+    void endEditing();
+    void openMenu(const QPoint &position);
     void updateButtons();
 
     MireloQtLib::QtAgent::AgentSession *const m_session;
-    QLabel *m_hint = nullptr;
+    NoticeBar *m_hint = nullptr;
+    NoticeBar *m_editing = nullptr;
+    int m_editedQuestion = -1;
     MireloQtLib::QtAgent::MarkdownTranscript *m_transcript = nullptr;
     TranscriptPresenter *m_presenter = nullptr;
     ChatInput *m_input = nullptr;

@@ -3,6 +3,7 @@
 #include "conversationlistmodel.h"
 
 #include <QApplication>
+#include <QLineEdit>
 #include <QLocale>
 #include <QPainter>
 
@@ -68,6 +69,13 @@ void ConversationDelegate::paint(QPainter *painter, const QStyleOptionViewItem &
 QSize ConversationDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex & /*index*/) const
 {
     return {0, 2 * option.fontMetrics.height() + 2 * margin};
+}
+
+void ConversationDelegate::setEditorData(QWidget *editor, const QModelIndex &index) const
+{
+    const auto *line = qobject_cast<QLineEdit *>(editor);
+    if (!line || !line->isModified())
+        QStyledItemDelegate::setEditorData(editor, index);
 }
 
 void ConversationDelegate::updateEditorGeometry(QWidget *editor, const QStyleOptionViewItem &option,

@@ -51,6 +51,7 @@ void ConversationSidebar::setUpList()
     m_list->setEditTriggers(QAbstractItemView::EditKeyPressed);
     m_list->installEventFilter(this);
     connect(m_list, &QListView::clicked, this, &ConversationSidebar::open);
+    connect(m_list, &QListView::activated, this, &ConversationSidebar::open);
     connect(m_model, &ConversationListModel::modelReset, this, &ConversationSidebar::restoreCurrent);
 }
 
@@ -87,8 +88,6 @@ bool ConversationSidebar::eventFilter(QObject *watched, QEvent *event)
         m_list->setFocus(Qt::TabFocusReason);
     else if (watched == m_search && isReturn)
         open(m_model->index(0));
-    else if (watched == m_list && isReturn)
-        open(m_list->currentIndex());
     else if (watched == m_list && key == Qt::Key_Delete && !selected().isEmpty())
         Q_EMIT removeRequested(selected());
     else

@@ -1,3 +1,4 @@
+#include "assistantsettings.h"
 #include "assistantstartup.h"
 #include "assistantwindow.h"
 
@@ -41,7 +42,8 @@ int main(int argc, char *argv[])
         QMessageBox::critical(nullptr, QString(), error);
         return EXIT_FAILURE;
     }
-    AssistantWindow window(&store);
+    AssistantSettings settings;
+    AssistantWindow window(&store, &settings);
     if (!store.setAsidePath().isEmpty())
         window.tell(QApplication::translate("main", "对话文件已损坏，原来的文件保存在 %1。")
                         .arg(store.setAsidePath()));

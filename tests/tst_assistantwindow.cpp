@@ -1,6 +1,5 @@
 #include "support/assistantuser.h"
 
-#include <QLabel>
 #include <QLineEdit>
 
 class TestAssistantWindow : public QObject
@@ -106,7 +105,7 @@ void TestAssistantWindow::mockModelSaysHowToSetUpAnother()
 {
     AssistantUser user;
     user.start();
-    auto *hint = user.find<QLabel>("hint");
+    auto *hint = user.find<NoticeBar>("hint");
     QVERIFY(!hint->isVisible());
     user.window->setModel(&user.model, "mock");
     QVERIFY(hint->isVisible());

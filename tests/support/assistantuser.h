@@ -3,9 +3,12 @@
 
 #include "assistantfixture.h"
 
+#include <assistant/assistantsettings.h>
 #include <assistant/assistantwindow.h>
+#include <assistant/noticebar.h>
 
 #include <QAbstractButton>
+#include <QAction>
 #include <QListView>
 #include <QPlainTextEdit>
 #include <QTextBrowser>
@@ -18,7 +21,7 @@ public:
     void start()
     {
         window.reset();
-        window.reset(new AssistantWindow(&store));
+        window.reset(new AssistantWindow(&store, &settings));
         window->setModel(&model, "test-model");
         window->show();
         if (!QTest::qWaitForWindowExposed(window.data()))
@@ -54,6 +57,17 @@ public:
         return result;
     }
 
+    void choose(const QString &action) const
+    {
+        auto *found = window->findChild<QAction *>(action);
+        if (!found)
+            qFatal("There is no %s.", qPrintable(action));
+        found->trigger();
+    }
+
+    QString notice() const { return find<NoticeBar>("notice")->text(); }
+
+    AssistantSettings settings{folder.filePath("assistant.ini")};
     QScopedPointer<AssistantWindow> window;
 };
 

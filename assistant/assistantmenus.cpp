@@ -1,0 +1,86 @@
+#include "assistantmenus.h"
+
+#include <QActionGroup>
+#include <QMenu>
+#include <QMenuBar>
+
+AssistantMenus::AssistantMenus(QMenuBar *bar, ChatInput::SendKey sendKey, QObject *parent)
+    : QObject(parent)
+{
+    addConversationMenu(bar);
+    addMessageMenu(bar);
+    addViewMenu(bar, sendKey);
+    setCanUndo(false);
+}
+
+AssistantMenus::~AssistantMenus() = default;
+
+void AssistantMenus::setCanUndo(bool canUndo)
+{
+    m_undo->setEnabled(canUndo);
+}
+
+void AssistantMenus::addConversationMenu(QMenuBar *bar)
+{
+    QMenu *menu = bar->addMenu(tr("对话(&C)"));
+    add(menu, tr("新对话(&N)"), QKeySequence::New, &AssistantMenus::newRequested, "newRequested");
+    add(menu, tr("搜索(&F)"), QKeySequence::Find, &AssistantMenus::searchRequested, "searchRequested");
+    menu->addSeparator();
+    add(menu, tr("重命名(&R)"), {}, &AssistantMenus::renameRequested, "renameRequested");
+    add(menu, tr("删除(&D)"), {}, &AssistantMenus::removeRequested, "removeRequested");
+    m_undo = add(menu, tr("撤销删除(&U)"), {}, &AssistantMenus::undoRequested, "undoRequested");
+    menu->addSeparator();
+    add(menu, tr("导出(&E)…"), QKeySequence::SaveAs, &AssistantMenus::exportRequested, "exportRequested");
+    add(menu, tr("导入(&I)…"), QKeySequence::Open, &AssistantMenus::importRequested, "importRequested");
+    menu->addSeparator();
+    add(menu, tr("退出(&Q)"), QKeySequence::Quit, &AssistantMenus::quitRequested, "quitRequested");
+}
+
+void AssistantMenus::addMessageMenu(QMenuBar *bar)
+{
+    QMenu *menu = bar->addMenu(tr("消息(&M)"));
+    add(menu, tr("停止(&T)"), Qt::Key_Escape, &AssistantMenus::stopRequested, "stopRequested");
+    menu->addSeparator();
+    add(menu, tr("重新回答(&R)"), Qt::CTRL | Qt::Key_R, &AssistantMenus::regenerateRequested,
+        "regenerateRequested");
+    add(menu, tr("修改问题(&E)"), Qt::CTRL | Qt::Key_E, &AssistantMenus::editRequested, "editRequested");
+    add(menu, tr("复制消息(&C)"), Qt::CTRL | Qt::SHIFT | Qt::Key_C, &AssistantMenus::copyRequested,
+        "copyRequested");
+}
+
+void AssistantMenus::addViewMenu(QMenuBar *bar, ChatInput::SendKey sendKey)
+{
+    QMenu *menu = bar->addMenu(tr("查看(&V)"));
+    add(menu, tr("放大文字(&L)"), QKeySequence::ZoomIn, &AssistantMenus::enlargeRequested,
+        "enlargeRequested");
+    add(menu, tr("缩小文字(&S)"), QKeySequence::ZoomOut, &AssistantMenus::reduceRequested, "reduceRequested");
+    add(menu, tr("恢复文字大小(&0)"), Qt::CTRL | Qt::Key_0, &AssistantMenus::resetRequested,
+        "resetRequested");
+    menu->addSeparator();
+    addSendKeys(menu, sendKey);
+}
+
+void AssistantMenus::addSendKeys(QMenu *menu, ChatInput::SendKey sendKey)
+{
+    auto *group = new QActionGroup(this);
+    const auto addKey = [this, menu, group, sendKey](const QString &text, ChatInput::SendKey key,
+                                                     const char *name) {
+        QAction *action = menu->addAction(text);
+        action->setObjectName(QLatin1String(name));
+        action->setCheckable(true);
+        action->setChecked(key == sendKey);
+        group->addAction(action);
+        connect(action, &QAction::triggered, this, [this, key] { Q_EMIT sendKeyRequested(key); });
+    };
+    addKey(tr("用 Ctrl+Enter 发送(&C)"), ChatInput::SendKey::CtrlReturn, "sendWithCtrlReturn");
+    addKey(tr("用 Enter 发送(&E)"), ChatInput::SendKey::Return, "sendWithReturn");
+}
+
+QAction *AssistantMenus::add(QMenu *menu, const QString &text, const QKeySequence &shortcut, Request request,
+                             const char *name)
+{
+    QAction *action = menu->addAction(text, this, request);
+    action->setObjectName(QLatin1String(name));
+    action->setShortcut(shortcut);
+    return action;
+}

@@ -1,0 +1,79 @@
+#include "assistantsettings.h"
+
+#include "textzoom.h"
+
+#include <QDir>
+#include <QStandardPaths>
+
+namespace {
+
+const QLatin1String sendKeyKey("sendKey");
+const QLatin1String returnName("return");
+const QLatin1String ctrlReturnName("ctrl+return");
+const QLatin1String textStepsKey("textSteps");
+const QLatin1String geometryKey("window/geometry");
+const QLatin1String splitterKey("window/splitter");
+const QLatin1String conversationKey("conversation");
+
+} // namespace
+
+AssistantSettings::AssistantSettings(const QString &path)
+    : m_file(path, QSettings::IniFormat)
+{}
+
+QString AssistantSettings::defaultPath()
+{
+    const QDir folder(QStandardPaths::writableLocation(QStandardPaths::AppConfigLocation));
+    return folder.filePath(QStringLiteral("assistant.ini"));
+}
+
+ChatInput::SendKey AssistantSettings::sendKey() const
+{
+    return m_file.value(sendKeyKey).toString() == returnName ? ChatInput::SendKey::Return
+                                                             : ChatInput::SendKey::CtrlReturn;
+}
+
+void AssistantSettings::setSendKey(ChatInput::SendKey key)
+{
+    m_file.setValue(sendKeyKey, key == ChatInput::SendKey::Return ? returnName : ctrlReturnName);
+}
+
+int AssistantSettings::textSteps() const
+{
+    return qBound(TextZoom::fewestSteps, m_file.value(textStepsKey).toInt(), TextZoom::mostSteps);
+}
+
+void AssistantSettings::setTextSteps(int steps)
+{
+    m_file.setValue(textStepsKey, steps);
+}
+
+QByteArray AssistantSettings::geometry() const
+{
+    return m_file.value(geometryKey).toByteArray();
+}
+
+void AssistantSettings::setGeometry(const QByteArray &geometry)
+{
+    m_file.setValue(geometryKey, geometry);
+}
+
+QByteArray AssistantSettings::splitterState() const
+{
+    return m_file.value(splitterKey).toByteArray();
+}
+
+void AssistantSettings::setSplitterState(const QByteArray &state)
+{
+    m_file.setValue(splitterKey, state);
+}
+
+QString AssistantSettings::conversationId() const
+{
+    return m_file.value(conversationKey).toString();
+}
+
+void AssistantSettings::setConversationId(const QString &id)
+{
+    m_file.setValue(conversationKey, id);
+}

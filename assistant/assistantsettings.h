@@ -1,0 +1,47 @@
+#ifndef ORVANE_ASSISTANTSETTINGS_H
+#define ORVANE_ASSISTANTSETTINGS_H
+
+#include "chatinput.h"
+
+#include <QByteArray>
+#include <QSettings>
+#include <QString>
+
+/// What the assistant remembers from start to start, besides conversations and profiles.
+///
+/// Each setter writes at once. What is in the file and makes no sense reads as the default.
+class AssistantSettings
+{
+public:
+    /// Reads and writes the file at @p path, by default "assistant.ini" in the folder for the settings of
+    /// this program.
+    explicit AssistantSettings(const QString &path = defaultPath());
+
+    /// Returns the path of the file that is used unless another is named.
+    static QString defaultPath();
+
+    /// What sends a question; Ctrl+Return at first.
+    ChatInput::SendKey sendKey() const;
+    void setSendKey(ChatInput::SendKey key);
+
+    /// How many steps the text is larger than that of the system; 0 at first.
+    int textSteps() const;
+    void setTextSteps(int steps);
+
+    /// Place and size of the window, as QWidget::saveGeometry() has them.
+    QByteArray geometry() const;
+    void setGeometry(const QByteArray &geometry);
+
+    /// The widths of list and page, as QSplitter::saveState() has them.
+    QByteArray splitterState() const;
+    void setSplitterState(const QByteArray &state);
+
+    /// The conversation that was open last.
+    QString conversationId() const;
+    void setConversationId(const QString &id);
+
+private:
+    QSettings m_file;
+};
+
+#endif
