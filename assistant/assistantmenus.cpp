@@ -9,7 +9,8 @@ AssistantMenus::AssistantMenus(QMenuBar *bar, ChatInput::SendKey sendKey, QObjec
 {
     addConversationMenu(bar);
     addMessageMenu(bar);
-    addViewMenu(bar, sendKey);
+    addViewMenu(bar);
+    addSettingsMenu(bar, sendKey);
     setCanUndo(false);
 }
 
@@ -48,7 +49,7 @@ void AssistantMenus::addMessageMenu(QMenuBar *bar)
         "copyRequested");
 }
 
-void AssistantMenus::addViewMenu(QMenuBar *bar, ChatInput::SendKey sendKey)
+void AssistantMenus::addViewMenu(QMenuBar *bar)
 {
     QMenu *menu = bar->addMenu(tr("查看(&V)"));
     add(menu, tr("放大文字(&L)"), QKeySequence::ZoomIn, &AssistantMenus::enlargeRequested,
@@ -56,6 +57,12 @@ void AssistantMenus::addViewMenu(QMenuBar *bar, ChatInput::SendKey sendKey)
     add(menu, tr("缩小文字(&S)"), QKeySequence::ZoomOut, &AssistantMenus::reduceRequested, "reduceRequested");
     add(menu, tr("恢复文字大小(&0)"), Qt::CTRL | Qt::Key_0, &AssistantMenus::resetRequested,
         "resetRequested");
+}
+
+void AssistantMenus::addSettingsMenu(QMenuBar *bar, ChatInput::SendKey sendKey)
+{
+    QMenu *menu = bar->addMenu(tr("设置(&S)"));
+    add(menu, tr("模型(&M)…"), {}, &AssistantMenus::modelsRequested, "modelsRequested");
     menu->addSeparator();
     addSendKeys(menu, sendKey);
 }

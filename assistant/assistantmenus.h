@@ -44,6 +44,7 @@ Q_SIGNALS:
     void enlargeRequested();
     void reduceRequested();
     void resetRequested();
+    void modelsRequested();
     void sendKeyRequested(ChatInput::SendKey key);
 
 private:
@@ -51,7 +52,8 @@ private:
 
     void addConversationMenu(QMenuBar *bar);
     void addMessageMenu(QMenuBar *bar);
-    void addViewMenu(QMenuBar *bar, ChatInput::SendKey sendKey);
+    void addViewMenu(QMenuBar *bar);
+    void addSettingsMenu(QMenuBar *bar, ChatInput::SendKey sendKey);
     void addSendKeys(QMenu *menu, ChatInput::SendKey sendKey);
     QAction *add(QMenu *menu, const QString &text, const QKeySequence &shortcut, Request request,
                  const char *name);

@@ -1,5 +1,6 @@
 #include "assistantwindow.h"
 
+#include "answerwatch.h"
 #include "assistantmenus.h"
 #include "assistantsettings.h"
 #include "chatinput.h"
@@ -8,9 +9,13 @@
 #include "conversationkeeper.h"
 #include "conversationlistmodel.h"
 #include "conversationsidebar.h"
+#include "modelchoice.h"
 #include "noticebar.h"
+#include "profilelistmodel.h"
+#include "profilesdialog.h"
 #include "removedconversation.h"
 #include "textzoom.h"
+#include "usagetext.h"
 
 #include <qtagent/agentsession.h>
 #include <qtagent/store/conversationstore.h>
@@ -50,14 +55,17 @@ AssistantWindow::~AssistantWindow()
 void AssistantWindow::setUpParts()
 {
     m_session = new AgentSession(this);
+    m_watch = new AnswerWatch(this);
+    m_session->setModel(m_watch);
     m_keeper = new ConversationKeeper(m_store, m_session, this);
+    m_keeper->setWatch(m_watch);
     m_removed = new RemovedConversation(m_store, this);
     m_list = new ConversationListModel(m_store, this);
     m_menus = new AssistantMenus(menuBar(), m_settings->sendKey(), this);
     m_notice = new NoticeBar;
     m_notice->setObjectName(QStringLiteral("notice"));
     m_sidebar = new ConversationSidebar(m_list);
-    m_page = new ChatPage(m_session);
+    m_page = new ChatPage(m_session, m_watch);
     m_page->input()->setSendKey(m_settings->sendKey());
 }
 
@@ -100,6 +108,7 @@ void AssistantWindow::connectList()
     connect(m_keeper, &ConversationKeeper::saved, m_list, &ConversationListModel::refresh);
     connect(m_keeper, &ConversationKeeper::saved, this, &AssistantWindow::showTitle);
     connect(m_keeper, &ConversationKeeper::opened, this, &AssistantWindow::showTitle);
+    connect(m_keeper, &ConversationKeeper::opened, m_page, &ChatPage::showConversation);
     connect(m_keeper, &ConversationKeeper::opened, m_page->input(), [this] { m_page->input()->setFocus(); });
     connect(m_keeper, &ConversationKeeper::failed, this, &AssistantWindow::tell);
     connect(m_removed, &RemovedConversation::removed, this, &AssistantWindow::offerUndo);
@@ -145,13 +154,44 @@ void AssistantWindow::connectViewMenu()
 
 void AssistantWindow::setModel(ChatModel *model, const QString &name)
 {
-    m_session->setModel(model);
+    // Nobody would end a request of a model that is gone.
+    m_session->cancel();
+    m_watch->setModel(model);
     m_keeper->setModelName(name);
-    m_page->setHint(name != QLatin1String("mock")
-                        ? QString()
-                        : tr("还没有配置模型，现在由离线的模拟模型回答。请把服务地址、密钥和模型名称写入 "
-                             "orvane.local.json，或者设置环境变量 OPENAI_API_KEY 或 DEEPSEEK_API_KEY，"
-                             "然后重新启动程序。"));
+}
+
+void AssistantWindow::setModelChoice(ModelChoice *choice)
+{
+    m_choice = choice;
+    connect(choice, &ModelChoice::changed, this, &AssistantWindow::takeChoice);
+    connect(choice, &ModelChoice::retrying, m_page, &ChatPage::showRetry);
+    connect(m_page, &ChatPage::profileChosen, choice, &ModelChoice::choose);
+    connect(m_page, &ChatPage::hintActed, this, &AssistantWindow::editProfiles);
+    connect(m_menus, &AssistantMenus::modelsRequested, this, &AssistantWindow::editProfiles);
+    takeChoice();
+}
+
+void AssistantWindow::takeChoice()
+{
+    setModel(m_choice->model(), m_choice->modelName());
+    QStringList names;
+    for (const AssistantProfile &profile : m_choice->profiles().profiles)
+        names.append(shownName(profile));
+    m_page->setProfiles(names, m_choice->profiles().currentIndex);
+    if (m_choice->isUnconfigured())
+        m_page->setHint(tr("还没有配置模型，现在由离线的模拟模型回答。"), tr("配置模型(&M)…"));
+    else
+        m_page->setHint({});
+}
+
+void AssistantWindow::editProfiles()
+{
+    auto *dialog = new ProfilesDialog(m_choice->profiles(), this);
+    dialog->setObjectName(QStringLiteral("profilesDialog"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::accepted, m_choice,
+            [this, dialog] { m_choice->setProfiles(dialog->profiles()); });
+    dialog->open();
 }
 
 void AssistantWindow::tell(const QString &text)
@@ -251,6 +291,7 @@ void AssistantWindow::showTitle()
 {
     const Conversation &conversation = m_keeper->conversation();
     m_sidebar->setCurrent(conversation.id);
+    m_page->setUsage(usageText(conversation));
     const QString title = conversation.id.isEmpty() ? tr("新对话") : conversation.title;
     setWindowTitle(tr("%1 — Orvane 助手").arg(title));
 }

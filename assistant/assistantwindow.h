@@ -13,12 +13,14 @@ class ChatModel;
 class ConversationStore;
 } // namespace QtAgent
 } // namespace MireloQtLib
+class AnswerWatch;
 class AssistantMenus;
 class AssistantSettings;
 class ChatPage;
 class ConversationKeeper;
 class ConversationListModel;
 class ConversationSidebar;
+class ModelChoice;
 class NoticeBar;
 class RemovedConversation;
 class TextZoom;
@@ -39,6 +41,9 @@ public:
 
     /// Sets the model that answers, which is not owned.
     void setModel(MireloQtLib::QtAgent::ChatModel *model, const QString &name);
+
+    /// Lets @p choice say which model answers, and the user change it. It is not owned.
+    void setModelChoice(ModelChoice *choice);
 
     /// Tells the user of something, until he closes it or something else is told.
     void tell(const QString &text);
@@ -68,10 +73,14 @@ private:
     void rememberState();
     void restoreState();
     void showTitle();
+    void takeChoice();
+    void editProfiles();
 
     MireloQtLib::QtAgent::ConversationStore *const m_store;
     AssistantSettings *const m_settings;
     MireloQtLib::QtAgent::AgentSession *m_session = nullptr;
+    AnswerWatch *m_watch = nullptr;
+    ModelChoice *m_choice = nullptr;
     ConversationKeeper *m_keeper = nullptr;
     RemovedConversation *m_removed = nullptr;
     ConversationListModel *m_list = nullptr;

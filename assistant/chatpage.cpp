@@ -1,30 +1,44 @@
 #include "chatpage.h"
 
+#include "answerwatch.h"
 #include "chatinput.h"
+#include "conversationkeeper.h"
+#include "failurebar.h"
 #include "messageactions.h"
 #include "noticebar.h"
+#include "thinkingpanel.h"
 #include "transcriptpresenter.h"
 
 #include <qtagent/widgets/markdowntranscript.h>
 
+#include <QComboBox>
 #include <QEvent>
 #include <QHBoxLayout>
+#include <QLabel>
 #include <QMenu>
 #include <QPushButton>
 #include <QVBoxLayout>
 
 using namespace MireloQtLib::QtAgent;
 
-ChatPage::ChatPage(AgentSession *session, QWidget *parent)
+ChatPage::ChatPage(AgentSession *session, const AnswerWatch *watch, QWidget *parent)
     : QWidget(parent)
     , m_session(session)
+    , m_watch(watch)
     , m_hint(new NoticeBar)
     , m_editing(new NoticeBar)
+    , m_failure(new FailureBar)
+    , m_thinking(new ThinkingPanel)
+    , m_profiles(new QComboBox)
+    , m_usage(new QLabel)
     , m_transcript(new MarkdownTranscript)
     , m_presenter(new TranscriptPresenter(m_transcript, this))
 {
     m_hint->setObjectName(QStringLiteral("hint"));
     m_editing->setObjectName(QStringLiteral("editing"));
+    m_failure->setObjectName(QStringLiteral("failure"));
+    m_usage->setObjectName(QStringLiteral("usageLabel"));
+    m_usage->setTextFormat(Qt::PlainText);
     m_transcript->setObjectName(QStringLiteral("transcript"));
     m_transcript->setAccessibleName(tr("对话内容"));
     m_transcript->setContextMenuPolicy(Qt::CustomContextMenu);
@@ -32,8 +46,10 @@ ChatPage::ChatPage(AgentSession *session, QWidget *parent)
     connect(m_hint, &NoticeBar::acted, this, &ChatPage::hintActed);
     connect(m_editing, &NoticeBar::dismissed, this, &ChatPage::endEditing);
     setUpInput();
+    setUpProfiles();
     setUpLayout();
     connectSession();
+    connectWatch();
     updateButtons();
 }
 
@@ -55,6 +71,14 @@ void ChatPage::setUpInput()
     connect(m_stopButton, &QPushButton::clicked, m_session, &AgentSession::cancel);
 }
 
+void ChatPage::setUpProfiles()
+{
+    m_profiles->setObjectName(QStringLiteral("modelCombo"));
+    m_profiles->setAccessibleName(tr("模型"));
+    m_profiles->setSizeAdjustPolicy(QComboBox::AdjustToContents);
+    connect(m_profiles, QOverload<int>::of(&QComboBox::activated), this, &ChatPage::profileChosen);
+}
+
 void ChatPage::setUpLayout()
 {
     auto *buttons = new QVBoxLayout;
@@ -67,8 +91,15 @@ void ChatPage::setUpLayout()
     auto *layout = new QVBoxLayout(this);
     layout->addWidget(m_hint);
     layout->addWidget(m_transcript, 1);
+    layout->addWidget(m_thinking);
+    layout->addWidget(m_failure);
     layout->addWidget(m_editing);
     layout->addLayout(row);
+    auto *state = new QHBoxLayout;
+    state->addWidget(m_profiles);
+    state->addStretch();
+    state->addWidget(m_usage);
+    layout->addLayout(state);
 }
 
 void ChatPage::connectSession()
@@ -78,6 +109,18 @@ void ChatPage::connectSession()
             [this] { m_presenter->setMessages(m_session->conversation()); });
     connect(m_session, &AgentSession::conversationChanged, this, &ChatPage::endEditing);
     connect(m_session, &AgentSession::runningChanged, this, &ChatPage::updateButtons);
+    connect(m_session, &AgentSession::runningChanged, m_failure, &NoticeBar::clear);
+    connect(m_session, &AgentSession::assistantDelta, m_failure, &NoticeBar::clear);
+    connect(m_session, &AgentSession::runEnded, this, &ChatPage::showEnd);
+    connect(m_failure, &NoticeBar::acted, this,
+            [this] { regenerateAt(m_session->conversation().size() - 1); });
+}
+
+void ChatPage::connectWatch()
+{
+    connect(m_watch, &AnswerWatch::asked, m_thinking, &ThinkingPanel::clear);
+    connect(m_watch, &AnswerWatch::thinkingReceived, m_thinking, &ThinkingPanel::append);
+    connect(m_watch, &AnswerWatch::thinkingReceived, m_failure, &NoticeBar::clear);
 }
 
 ChatInput *ChatPage::input() const
@@ -93,6 +136,38 @@ MarkdownTranscript *ChatPage::transcript() const
 void ChatPage::scrollToMessage(int index)
 {
     m_transcript->scrollToMessage(m_presenter->shownAt(index));
+}
+
+void ChatPage::showConversation()
+{
+    const QVector<ChatMessage> conversation = m_session->conversation();
+    m_failure->clear();
+    m_thinking->clear();
+    if (!conversation.isEmpty())
+        m_thinking->append(conversation.last().metadata.value(MessageKey::thinking()).toString());
+}
+
+void ChatPage::setUsage(const QString &text)
+{
+    m_usage->setText(text);
+}
+
+void ChatPage::setProfiles(const QStringList &names, int current)
+{
+    m_profiles->clear();
+    m_profiles->addItems(names);
+    m_profiles->setCurrentIndex(current);
+}
+
+void ChatPage::showRetry(int attempt, qint64 delayMs, const QString &error)
+{
+    m_failure->tellRetry(attempt, delayMs, error);
+}
+
+void ChatPage::showEnd(const RunOutcome &outcome)
+{
+    if (outcome.end == RunEnd::Failed)
+        m_failure->tellFailure(m_watch->details().failure, outcome.error);
 }
 
 void ChatPage::setHint(const QString &text, const QString &action)

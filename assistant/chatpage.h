@@ -6,6 +6,8 @@
 #include <QWidget>
 
 QT_BEGIN_NAMESPACE
+class QComboBox;
+class QLabel;
 class QPushButton;
 QT_END_NAMESPACE
 namespace MireloQtLib {
@@ -13,8 +15,11 @@ namespace QtAgent {
 class MarkdownTranscript;
 }
 } // namespace MireloQtLib
+class AnswerWatch;
 class ChatInput;
+class FailureBar;
 class NoticeBar;
+class ThinkingPanel;
 class TranscriptPresenter;
 
 /// The conversation of a session: its transcript, and below it the input with its buttons.
@@ -27,7 +32,9 @@ class ChatPage : public QWidget
 
 public:
     /// Shows the conversation of @p session and sends to it. It is not owned, and outlives the page.
-    explicit ChatPage(MireloQtLib::QtAgent::AgentSession *session, QWidget *parent = nullptr);
+    /// @p watch is its model, and not owned either.
+    ChatPage(MireloQtLib::QtAgent::AgentSession *session, const AnswerWatch *watch,
+             QWidget *parent = nullptr);
     ~ChatPage() override;
 
     /// Returns the field for questions.
@@ -39,9 +46,22 @@ public:
     /// Scrolls to the message @p index of the conversation, where it is shown.
     void scrollToMessage(int index);
 
+    /// Shows what belongs to the conversation that the session has got besides its messages: what the model
+    /// thought, and no failure of another one.
+    void showConversation();
+
     /// Shows @p text above the transcript, as plain text, with @p action on a button where it is not empty;
     /// an empty text hides it.
     void setHint(const QString &text, const QString &action = {});
+
+    /// Tells that the request failed with @p error and is sent again in @p delayMs milliseconds.
+    void showRetry(int attempt, qint64 delayMs, const QString &error);
+
+    /// Shows @p text below the input, as plain text.
+    void setUsage(const QString &text);
+
+    /// Offers @p names below the input, and shows that number @p current answers.
+    void setProfiles(const QStringList &names, int current);
 
 public Q_SLOTS:
     /// Asks the question of the current message again: the one under the cursor where the transcript has the
@@ -62,13 +82,19 @@ Q_SIGNALS:
     /// The user pressed the button of the hint.
     void hintActed();
 
+    /// The user wants the profile number @p index to answer.
+    void profileChosen(int index);
+
 protected:
     void changeEvent(QEvent *event) override;
 
 private:
     void setUpInput();
+    void setUpProfiles();
     void setUpLayout();
     void connectSession();
+    void connectWatch();
+    void showEnd(const MireloQtLib::QtAgent::RunOutcome &outcome);
     void send();
     int currentMessage() const;
     void regenerateAt(int index);
@@ -78,8 +104,13 @@ private:
     void updateButtons();
 
     MireloQtLib::QtAgent::AgentSession *const m_session;
+    const AnswerWatch *const m_watch;
     NoticeBar *m_hint = nullptr;
     NoticeBar *m_editing = nullptr;
+    FailureBar *m_failure = nullptr;
+    ThinkingPanel *m_thinking = nullptr;
+    QComboBox *m_profiles = nullptr;
+    QLabel *m_usage = nullptr;
     int m_editedQuestion = -1;
     MireloQtLib::QtAgent::MarkdownTranscript *m_transcript = nullptr;
     TranscriptPresenter *m_presenter = nullptr;

@@ -10,9 +10,18 @@ namespace {
 constexpr int saveIntervalMs = 500;
 constexpr int longestTitle = 40;
 
-QString endName(RunEnd end)
+// Empty for an answer that is complete.
+QString endName(RunEnd end, const AnswerDetails &details)
 {
-    return end == RunEnd::Failed ? QStringLiteral("failed") : QStringLiteral("stopped");
+    if (end == RunEnd::Failed)
+        return QStringLiteral("failed");
+    if (end != RunEnd::Finished)
+        return QStringLiteral("stopped");
+    if (!details.refusal.isEmpty())
+        return QStringLiteral("refused");
+    if (details.finishReason == QLatin1String("length"))
+        return QStringLiteral("length");
+    return details.finishReason == QLatin1String("content_filter") ? QStringLiteral("filtered") : QString();
 }
 
 QString firstQuestion(const QVector<ChatMessage> &messages)
@@ -35,7 +44,7 @@ ConversationKeeper::ConversationKeeper(ConversationStore *store, AgentSession *s
     connect(&m_timer, &QTimer::timeout, this, &ConversationKeeper::save);
     connect(session, &AgentSession::assistantDelta, this, &ConversationKeeper::addDelta);
     connect(session, &AgentSession::conversationChanged, this, &ConversationKeeper::takeConversation);
-    connect(session, &AgentSession::runEnded, this, &ConversationKeeper::markEnd);
+    connect(session, &AgentSession::runEnded, this, &ConversationKeeper::describeAnswer);
 }
 
 ConversationKeeper::~ConversationKeeper() = default;
@@ -95,6 +104,11 @@ void ConversationKeeper::setModelName(const QString &name)
     m_modelName = name;
 }
 
+void ConversationKeeper::setWatch(const AnswerWatch *watch)
+{
+    m_watch = watch;
+}
+
 QString ConversationKeeper::titleFor(const QString &question)
 {
     const QString line = question.trimmed().section(QLatin1Char('\n'), 0, 0).simplified();
@@ -119,14 +133,32 @@ void ConversationKeeper::takeConversation()
 }
 
 // What had arrived of an answer is the last message then.
-void ConversationKeeper::markEnd(const RunOutcome &outcome)
+void ConversationKeeper::describeAnswer(const RunOutcome &outcome)
 {
     QVector<ChatMessage> messages = m_session->conversation();
-    if (outcome.end == RunEnd::Finished || outcome.end == RunEnd::Denied || outcome.text.isEmpty()
-        || messages.isEmpty() || messages.last().role != QLatin1String("assistant"))
+    const bool hasAnswer = outcome.end == RunEnd::Finished || !outcome.text.isEmpty();
+    if (outcome.end == RunEnd::Denied || !hasAnswer || messages.isEmpty()
+        || messages.last().role != QLatin1String("assistant"))
         return;
-    messages.last().metadata.insert(MessageKey::end(), endName(outcome.end));
+    const AnswerDetails details = m_watch ? m_watch->details() : AnswerDetails();
+    const QString end = endName(outcome.end, details);
+    if (!end.isEmpty())
+        messages.last().metadata.insert(MessageKey::end(), end);
+    if (!details.thinking.isEmpty())
+        messages.last().metadata.insert(MessageKey::thinking(), details.thinking);
+    if (messages.last().content.isEmpty())
+        messages.last().content = details.refusal;
     m_session->setConversation(messages);
+    keepUsage();
+}
+
+void ConversationKeeper::keepUsage()
+{
+    if (!m_watch || m_conversation.messages.isEmpty())
+        return;
+    m_conversation.messages.last().promptTokens = m_watch->details().usage.prompt;
+    m_conversation.messages.last().completionTokens = m_watch->details().usage.completion;
+    save();
 }
 
 void ConversationKeeper::save()

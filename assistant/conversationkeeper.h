@@ -1,19 +1,29 @@
 #ifndef ORVANE_CONVERSATIONKEEPER_H
 #define ORVANE_CONVERSATIONKEEPER_H
 
+#include "answerwatch.h"
+
 #include <qtagent/agentsession.h>
 #include <qtagent/store/conversationstore.h>
 
 #include <QObject>
+#include <QPointer>
 #include <QTimer>
 
 /// The keys of a message's metadata that the assistant uses.
 namespace MessageKey {
 
-/// Why an answer is not complete: "stopped", "failed" or, while it grows, "incomplete".
+/// Why an answer is not complete: "stopped", "failed", "length", "filtered", "refused" or, while it grows,
+/// "incomplete".
 inline QString end()
 {
     return QStringLiteral("end");
+}
+
+/// What the model thought before it answered. No key that a model is sent.
+inline QString thinking()
+{
+    return QStringLiteral("thinking");
 }
 
 } // namespace MessageKey
@@ -53,6 +63,9 @@ public:
     /// Sets the name of the model that the next messages are kept with.
     void setModelName(const QString &name);
 
+    /// Keeps what @p watch tells of answers, too, whose model is that of the session. It is not owned.
+    void setWatch(const AnswerWatch *watch);
+
     /// Returns what a conversation that begins with @p question is called: its first line, at most 40
     /// characters of it.
     static QString titleFor(const QString &question);
@@ -70,7 +83,8 @@ Q_SIGNALS:
 private:
     void addDelta(const QString &delta);
     void takeConversation();
-    void markEnd(const MireloQtLib::QtAgent::RunOutcome &outcome);
+    void describeAnswer(const MireloQtLib::QtAgent::RunOutcome &outcome);
+    void keepUsage();
     void setCurrent(const MireloQtLib::QtAgent::Conversation &conversation);
     void save();
     bool saveCopy(QString *error);
@@ -80,6 +94,7 @@ private:
     MireloQtLib::QtAgent::ConversationStore *const m_store;
     MireloQtLib::QtAgent::AgentSession *const m_session;
     MireloQtLib::QtAgent::Conversation m_conversation;
+    QPointer<const AnswerWatch> m_watch;
     QString m_modelName;
     QString m_arrived; // of an answer that is not in the conversation yet
     QTimer m_timer;

@@ -3,11 +3,11 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
-#include <QStyle>
 #include <QToolButton>
 
 NoticeBar::NoticeBar(QWidget *parent)
     : QFrame(parent)
+    , m_icon(new QLabel)
     , m_text(new QLabel)
     , m_action(new QPushButton)
     , m_close(new QToolButton)
@@ -29,6 +29,7 @@ NoticeBar::NoticeBar(QWidget *parent)
     m_close->setAccessibleName(tr("关闭"));
 
     auto *layout = new QHBoxLayout(this);
+    layout->addWidget(m_icon);
     layout->addWidget(m_text, 1);
     layout->addWidget(m_action);
     layout->addWidget(m_close);
@@ -48,6 +49,12 @@ void NoticeBar::tell(const QString &text, const QString &action)
     m_action->setText(action);
     m_action->setVisible(!action.isEmpty());
     show();
+}
+
+void NoticeBar::setIcon(QStyle::StandardPixmap icon)
+{
+    const int size = style()->pixelMetric(QStyle::PM_SmallIconSize);
+    m_icon->setPixmap(style()->standardIcon(icon).pixmap(size));
 }
 
 QString NoticeBar::text() const

@@ -2,6 +2,7 @@
 #define ORVANE_NOTICEBAR_H
 
 #include <QFrame>
+#include <QStyle>
 
 QT_BEGIN_NAMESPACE
 class QLabel;
@@ -24,6 +25,9 @@ public:
     /// Shows @p text, and @p action on a button where it is not empty.
     void tell(const QString &text, const QString &action = {});
 
+    /// Sets what stands before the text from now on.
+    void setIcon(QStyle::StandardPixmap icon);
+
     /// Returns what is told, or an empty text while nothing is.
     QString text() const;
 
@@ -39,6 +43,7 @@ Q_SIGNALS:
     void dismissed();
 
 private:
+    QLabel *m_icon;
     QLabel *m_text;
     QPushButton *m_action;
     QToolButton *m_close;

@@ -144,6 +144,12 @@ void TranscriptPresenter::showEnd(const QString &end, int index)
         note = tr("回答中断，不完整。");
     else if (end == QLatin1String("incomplete"))
         note = tr("程序在回答完成之前关闭，回答不完整。");
+    else if (end == QLatin1String("length"))
+        note = tr("回答达到长度上限，被截断。可以在模型设置里提高上限。");
+    else if (end == QLatin1String("filtered"))
+        note = tr("回答被服务的内容过滤截断。");
+    else if (end == QLatin1String("refused"))
+        note = tr("模型拒绝回答。");
     if (note.isEmpty())
         return;
     begin(note, labelColors(isDark()).note, false, index);

@@ -1,5 +1,9 @@
 #include "support/assistantuser.h"
 
+#include <assistant/modelchoice.h>
+
+#include <QComboBox>
+#include <QDialog>
 #include <QLineEdit>
 
 class TestAssistantWindow : public QObject
@@ -104,12 +108,18 @@ void TestAssistantWindow::newConversationIsEmpty()
 void TestAssistantWindow::mockModelSaysHowToSetUpAnother()
 {
     AssistantUser user;
+    ModelChoice choice(loadProfiles({user.folder.filePath("orvane.local.json")}, {}));
     user.start();
-    auto *hint = user.find<NoticeBar>("hint");
-    QVERIFY(!hint->isVisible());
-    user.window->setModel(&user.model, "mock");
-    QVERIFY(hint->isVisible());
-    QVERIFY(hint->text().startsWith("还没有配置模型，现在由离线的模拟模型回答。"));
+    user.window->setModelChoice(&choice);
+    QCOMPARE(user.find<NoticeBar>("hint")->text(), "还没有配置模型，现在由离线的模拟模型回答。");
+    QCOMPARE(user.find<QComboBox>("modelCombo")->currentText(), "模拟模型");
+    QTest::mouseClick(user.find<NoticeBar>("hint")->findChild<QPushButton *>("noticeAction"), Qt::LeftButton);
+    auto *dialog = user.find<QDialog>("profilesDialog");
+    dialog->findChild<QLineEdit *>("nameEdit")->setFocus();
+    QTest::keyClicks(dialog->findChild<QLineEdit *>("nameEdit"), "Works");
+    dialog->accept();
+    QCOMPARE(user.find<NoticeBar>("hint")->text(), QString());
+    QCOMPARE(user.find<QComboBox>("modelCombo")->currentText(), "Works");
 }
 
 QTEST_MAIN(TestAssistantWindow)
