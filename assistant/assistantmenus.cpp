@@ -63,6 +63,7 @@ void AssistantMenus::addSettingsMenu(QMenuBar *bar, ChatInput::SendKey sendKey)
 {
     QMenu *menu = bar->addMenu(tr("设置(&S)"));
     add(menu, tr("模型(&M)…"), {}, &AssistantMenus::modelsRequested, "modelsRequested");
+    add(menu, tr("工具(&T)…"), {}, &AssistantMenus::toolsRequested, "toolsRequested");
     menu->addSeparator();
     addSendKeys(menu, sendKey);
 }

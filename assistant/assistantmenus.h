@@ -45,6 +45,7 @@ Q_SIGNALS:
     void reduceRequested();
     void resetRequested();
     void modelsRequested();
+    void toolsRequested();
     void sendKeyRequested(ChatInput::SendKey key);
 
 private:

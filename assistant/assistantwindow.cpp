@@ -15,10 +15,13 @@
 #include "profilesdialog.h"
 #include "removedconversation.h"
 #include "textzoom.h"
+#include "toolsdialog.h"
+#include "toolset.h"
 #include "usagetext.h"
 
 #include <qtagent/agentsession.h>
 #include <qtagent/store/conversationstore.h>
+#include <qtagent/widgets/approvalprompt.h>
 #include <qtagent/widgets/markdowntranscript.h>
 
 #include <QCloseEvent>
@@ -57,6 +60,11 @@ void AssistantWindow::setUpParts()
     m_session = new AgentSession(this);
     m_watch = new AnswerWatch(this);
     m_session->setModel(m_watch);
+    m_session->setAfterDenial(AgentSession::AfterDenial::TellModel);
+    m_session->setTellsModelOfBadCalls(true);
+    m_session->setParallelToolCalls(true);
+    m_session->setMaxIterations(20);
+    new ApprovalPrompt(m_session, this, this);
     m_keeper = new ConversationKeeper(m_store, m_session, this);
     m_keeper->setWatch(m_watch);
     m_removed = new RemovedConversation(m_store, this);
@@ -192,6 +200,33 @@ void AssistantWindow::editProfiles()
     connect(dialog, &QDialog::accepted, m_choice,
             [this, dialog] { m_choice->setProfiles(dialog->profiles()); });
     dialog->open();
+}
+
+void AssistantWindow::setToolSet(ToolSet *tools, const QString &path)
+{
+    m_tools = tools;
+    m_toolsPath = path;
+    m_session->setToolRegistry(tools->registry());
+    connect(tools, &ToolSet::registryChanged, this,
+            [this] { m_session->setToolRegistry(m_tools->registry()); });
+    connect(m_menus, &AssistantMenus::toolsRequested, this, &AssistantWindow::editTools);
+}
+
+void AssistantWindow::editTools()
+{
+    auto *dialog = new ToolsDialog(m_tools, this);
+    dialog->setObjectName(QStringLiteral("toolsDialog"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    connect(dialog, &QDialog::accepted, this, [this, dialog] { takeTools(dialog->settings()); });
+    dialog->open();
+}
+
+void AssistantWindow::takeTools(const ToolSettings &settings)
+{
+    QString error;
+    m_tools->setSettings(settings);
+    if (!saveToolSettings(settings, m_toolsPath, &error))
+        tell(tr("无法保存到 %1：%2").arg(QDir::toNativeSeparators(m_toolsPath), error));
 }
 
 void AssistantWindow::tell(const QString &text)

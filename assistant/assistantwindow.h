@@ -24,6 +24,8 @@ class ModelChoice;
 class NoticeBar;
 class RemovedConversation;
 class TextZoom;
+class ToolSet;
+struct ToolSettings;
 
 /// The window of the assistant: the conversations of a store on the left, the current one on the right.
 ///
@@ -44,6 +46,10 @@ public:
 
     /// Lets @p choice say which model answers, and the user change it. It is not owned.
     void setModelChoice(ModelChoice *choice);
+
+    /// Offers the tools of @p tools to the model, and lets the user change them; what he chooses is kept in
+    /// the file at @p path. They are not owned.
+    void setToolSet(ToolSet *tools, const QString &path);
 
     /// Tells the user of something, until he closes it or something else is told.
     void tell(const QString &text);
@@ -75,12 +81,16 @@ private:
     void showTitle();
     void takeChoice();
     void editProfiles();
+    void editTools();
+    void takeTools(const ToolSettings &settings);
 
     MireloQtLib::QtAgent::ConversationStore *const m_store;
     AssistantSettings *const m_settings;
     MireloQtLib::QtAgent::AgentSession *m_session = nullptr;
     AnswerWatch *m_watch = nullptr;
     ModelChoice *m_choice = nullptr;
+    ToolSet *m_tools = nullptr;
+    QString m_toolsPath;
     ConversationKeeper *m_keeper = nullptr;
     RemovedConversation *m_removed = nullptr;
     ConversationListModel *m_list = nullptr;

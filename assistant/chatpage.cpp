@@ -7,6 +7,7 @@
 #include "messageactions.h"
 #include "noticebar.h"
 #include "thinkingpanel.h"
+#include "toolcallpanel.h"
 #include "transcriptpresenter.h"
 
 #include <qtagent/widgets/markdowntranscript.h>
@@ -29,6 +30,7 @@ ChatPage::ChatPage(AgentSession *session, const AnswerWatch *watch, QWidget *par
     , m_editing(new NoticeBar)
     , m_failure(new FailureBar)
     , m_thinking(new ThinkingPanel)
+    , m_calls(new ToolCallPanel(session))
     , m_profiles(new QComboBox)
     , m_usage(new QLabel)
     , m_transcript(new MarkdownTranscript)
@@ -92,6 +94,7 @@ void ChatPage::setUpLayout()
     layout->addWidget(m_hint);
     layout->addWidget(m_transcript, 1);
     layout->addWidget(m_thinking);
+    layout->addWidget(m_calls);
     layout->addWidget(m_failure);
     layout->addWidget(m_editing);
     layout->addLayout(row);
@@ -142,6 +145,7 @@ void ChatPage::showConversation()
 {
     const QVector<ChatMessage> conversation = m_session->conversation();
     m_failure->clear();
+    m_calls->clear();
     m_thinking->clear();
     if (!conversation.isEmpty())
         m_thinking->append(conversation.last().metadata.value(MessageKey::thinking()).toString());

@@ -20,6 +20,7 @@ class ChatInput;
 class FailureBar;
 class NoticeBar;
 class ThinkingPanel;
+class ToolCallPanel;
 class TranscriptPresenter;
 
 /// The conversation of a session: its transcript, and below it the input with its buttons.
@@ -109,6 +110,7 @@ private:
     NoticeBar *m_editing = nullptr;
     FailureBar *m_failure = nullptr;
     ThinkingPanel *m_thinking = nullptr;
+    ToolCallPanel *m_calls = nullptr;
     QComboBox *m_profiles = nullptr;
     QLabel *m_usage = nullptr;
     int m_editedQuestion = -1;

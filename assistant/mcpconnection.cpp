@@ -1,0 +1,103 @@
+#include "mcpconnection.h"
+
+#include <QUrl>
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+// The registry names a tool "server__tool", with "_" for what does not belong into a name.
+QString registeredName(const QString &server, const QString &tool)
+{
+    QString name = tool;
+    for (QChar &character : name) {
+        const ushort code = character.unicode();
+        const bool isPlain = (code >= 'A' && code <= 'Z') || (code >= 'a' && code <= 'z')
+                          || (code >= '0' && code <= '9') || code == '_' || code == '-';
+        if (!isPlain)
+            character = QLatin1Char('_');
+    }
+    return server + QLatin1String("__") + name;
+}
+
+} // namespace
+
+McpConnection::McpConnection(const McpServerSettings &settings, QObject *parent)
+    : QObject(parent)
+    , m_settings(settings)
+    , m_server(new McpServer(settings.name, this))
+    , m_all(new ToolRegistry(this))
+{
+    connect(m_server, &McpServer::ready, this, &McpConnection::takeTools);
+    connect(m_server, &McpServer::toolsChanged, this, &McpConnection::takeTools);
+    connect(m_server, &McpServer::ended, this, &McpConnection::takeEnd);
+    start();
+}
+
+McpConnection::~McpConnection() = default;
+
+void McpConnection::start()
+{
+    if (!m_settings.url.isEmpty()) {
+        QMap<QByteArray, QByteArray> headers;
+        for (auto it = m_settings.variables.begin(); it != m_settings.variables.end(); ++it)
+            headers.insert(it.key().toUtf8(), it.value().toUtf8());
+        m_server->connectTo(QUrl(m_settings.url), headers);
+        return;
+    }
+    QProcessEnvironment environment;
+    for (auto it = m_settings.variables.begin(); it != m_settings.variables.end(); ++it)
+        environment.insert(it.key(), it.value());
+    m_server->startProcess(m_settings.program, m_settings.arguments, environment);
+}
+
+const McpServerSettings &McpConnection::settings() const
+{
+    return m_settings;
+}
+
+QString McpConnection::stateText() const
+{
+    if (m_isOver)
+        return m_error.isEmpty() ? tr("已停止") : tr("已停止：%1").arg(m_error);
+    return m_server->isReady()
+             ? tr("可以使用，%n 个工具", nullptr, static_cast<int>(m_server->tools().size()))
+             : tr("正在启动…");
+}
+
+QString McpConnection::words() const
+{
+    return m_server->errorOutput();
+}
+
+QStringList McpConnection::toolNames() const
+{
+    QStringList names;
+    for (const ToolDefinition &tool : m_server->tools())
+        names.append(tool.name);
+    return names;
+}
+
+void McpConnection::registerTools(ToolRegistry *registry) const
+{
+    if (!m_server->isReady())
+        return;
+    for (const QString &name : toolNames()) {
+        AgentTool *tool = m_all->tool(registeredName(m_settings.name, name));
+        if (tool && !m_settings.hiddenTools.contains(name))
+            registry->registerTool(tool);
+    }
+}
+
+void McpConnection::takeTools()
+{
+    m_server->registerTools(m_all, &m_error);
+    Q_EMIT changed();
+}
+
+void McpConnection::takeEnd(const QString &error)
+{
+    m_isOver = true;
+    m_error = error;
+    Q_EMIT changed();
+}

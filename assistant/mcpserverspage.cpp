@@ -1,0 +1,250 @@
+#include "mcpserverspage.h"
+
+#include "mcpconnection.h"
+#include "toolset.h"
+
+#include <QComboBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QScrollArea>
+
+namespace {
+
+enum Kind { Program, Service };
+
+QStringList linesOf(const QPlainTextEdit *edit)
+{
+    QStringList lines = edit->toPlainText().split(QLatin1Char('\n'));
+    lines.removeAll(QString());
+    return lines;
+}
+
+QString linesOf(const QMap<QString, QString> &variables)
+{
+    QStringList lines;
+    for (auto it = variables.begin(); it != variables.end(); ++it)
+        lines.append(it.key() + QLatin1Char('=') + it.value());
+    return lines.join(QLatin1Char('\n'));
+}
+
+QMap<QString, QString> variablesIn(const QStringList &lines)
+{
+    QMap<QString, QString> variables;
+    for (const QString &line : lines) {
+        const int sign = line.indexOf(QLatin1Char('='));
+        if (sign > 0)
+            variables.insert(line.left(sign).trimmed(), line.mid(sign + 1).trimmed());
+    }
+    return variables;
+}
+
+QString shownName(const McpServerSettings &server)
+{
+    return server.name.isEmpty() ? McpServersPage::tr("未命名") : server.name;
+}
+
+QPlainTextEdit *fewLines(const QString &name)
+{
+    constexpr int lines = 3;
+    auto *edit = new QPlainTextEdit;
+    edit->setObjectName(name);
+    edit->setTabChangesFocus(true);
+    edit->setFixedHeight((lines + 1) * edit->fontMetrics().lineSpacing());
+    return edit;
+}
+
+} // namespace
+
+McpServersPage::McpServersPage(const ToolSet *tools, QWidget *parent)
+    : QWidget(parent)
+    , m_tools(tools)
+    , m_servers(tools->settings().servers)
+{
+    auto *layout = new QHBoxLayout(this);
+    layout->addWidget(createList(), 1);
+    layout->addWidget(createForm(), 3);
+    for (const McpServerSettings &server : qAsConst(m_servers))
+        m_list->addItem(shownName(server));
+    connect(m_list, &QListWidget::currentRowChanged, this, &McpServersPage::showCurrent);
+    connect(tools, &ToolSet::connectionsChanged, this, &McpServersPage::showState);
+    m_list->setCurrentRow(m_servers.isEmpty() ? -1 : 0);
+    showCurrent();
+}
+
+McpServersPage::~McpServersPage() = default;
+
+QWidget *McpServersPage::createList()
+{
+    m_list = new QListWidget;
+    m_list->setObjectName(QStringLiteral("serverList"));
+    m_list->setAccessibleName(tr("MCP 服务器"));
+    auto *addButton = new QPushButton(tr("添加(&D)"));
+    addButton->setObjectName(QStringLiteral("addServer"));
+    addButton->setAutoDefault(false);
+    m_remove = new QPushButton(tr("删除(&R)"));
+    m_remove->setObjectName(QStringLiteral("removeServer"));
+    m_remove->setAutoDefault(false);
+    connect(addButton, &QPushButton::clicked, this, &McpServersPage::add);
+    connect(m_remove, &QPushButton::clicked, this, &McpServersPage::remove);
+    auto *widget = new QWidget;
+    auto *layout = new QVBoxLayout(widget);
+    layout->setContentsMargins({});
+    layout->addWidget(m_list, 1);
+    layout->addWidget(addButton);
+    layout->addWidget(m_remove);
+    return widget;
+}
+
+QWidget *McpServersPage::createForm()
+{
+    m_form = new QWidget;
+    auto *form = new QFormLayout(m_form);
+    form->setRowWrapPolicy(QFormLayout::WrapLongRows);
+    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    addFields(form);
+    addState(form);
+    auto *area = new QScrollArea;
+    area->setFrameShape(QFrame::NoFrame);
+    area->setWidgetResizable(true);
+    area->setWidget(m_form);
+    return area;
+}
+
+void McpServersPage::addFields(QFormLayout *form)
+{
+    m_name = new QLineEdit;
+    m_name->setObjectName(QStringLiteral("serverNameEdit"));
+    m_kind = new QComboBox;
+    m_kind->setObjectName(QStringLiteral("serverKindCombo"));
+    m_kind->addItem(tr("程序（标准输入输出）"));
+    m_kind->addItem(tr("服务（HTTP）"));
+    m_target = new QLineEdit;
+    m_target->setObjectName(QStringLiteral("serverTargetEdit"));
+    m_arguments = fewLines(QStringLiteral("serverArgumentsEdit"));
+    m_variables = fewLines(QStringLiteral("serverVariablesEdit"));
+    m_variables->setPlaceholderText(QStringLiteral("NAME=VALUE"));
+    form->addRow(tr("名称(&N)"), m_name);
+    form->addRow(tr("种类(&K)"), m_kind);
+    form->addRow(tr("程序或地址(&P)"), m_target);
+    form->addRow(tr("参数，每行一个(&A)"), m_arguments);
+    form->addRow(tr("环境变量或请求头，每行一个(&V)"), m_variables);
+    connect(m_name, &QLineEdit::textEdited, this, &McpServersPage::takeForm);
+    connect(m_kind, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &McpServersPage::takeForm);
+    connect(m_target, &QLineEdit::textEdited, this, &McpServersPage::takeForm);
+    connect(m_arguments, &QPlainTextEdit::textChanged, this, &McpServersPage::takeForm);
+    connect(m_variables, &QPlainTextEdit::textChanged, this, &McpServersPage::takeForm);
+}
+
+void McpServersPage::addState(QFormLayout *form)
+{
+    m_state = new QLabel;
+    m_state->setObjectName(QStringLiteral("serverState"));
+    m_state->setTextFormat(Qt::PlainText);
+    m_state->setWordWrap(true);
+    m_offered = new QListWidget;
+    m_offered->setObjectName(QStringLiteral("serverTools"));
+    m_offered->setMinimumHeight(4 * fontMetrics().lineSpacing());
+    m_words = fewLines(QStringLiteral("serverWords"));
+    m_words->setReadOnly(true);
+    form->addRow(tr("状态"), m_state);
+    form->addRow(tr("工具(&T)"), m_offered);
+    form->addRow(tr("错误输出(&E)"), m_words);
+    connect(m_offered, &QListWidget::itemChanged, this, &McpServersPage::takeForm);
+}
+
+QVector<McpServerSettings> McpServersPage::servers() const
+{
+    QVector<McpServerSettings> complete;
+    for (const McpServerSettings &server : m_servers) {
+        if (!server.name.isEmpty() && !(server.url + server.program).isEmpty())
+            complete.append(server);
+    }
+    return complete;
+}
+
+void McpServersPage::add()
+{
+    m_servers.append(McpServerSettings());
+    m_list->addItem(shownName(m_servers.last()));
+    m_list->setCurrentRow(m_list->count() - 1);
+    m_name->setFocus();
+}
+
+void McpServersPage::remove()
+{
+    const int row = m_list->currentRow();
+    if (row < 0)
+        return;
+    m_servers.remove(row);
+    delete m_list->takeItem(row);
+    showCurrent();
+}
+
+void McpServersPage::showCurrent()
+{
+    const int row = m_list->currentRow();
+    const McpServerSettings server = m_servers.value(row);
+    const bool isService = !server.url.isEmpty();
+    m_isFilling = true;
+    m_form->setEnabled(row >= 0);
+    m_remove->setEnabled(row >= 0);
+    m_name->setText(server.name);
+    m_kind->setCurrentIndex(isService ? Service : Program);
+    m_target->setText(isService ? server.url : server.program);
+    m_arguments->setPlainText(server.arguments.join(QLatin1Char('\n')));
+    m_variables->setPlainText(linesOf(server.variables));
+    m_isFilling = false;
+    showState();
+}
+
+void McpServersPage::showState()
+{
+    const McpConnection *connection = connectionOf(m_list->currentRow());
+    const McpServerSettings server = m_servers.value(m_list->currentRow());
+    m_isFilling = true;
+    m_state->setText(connection ? connection->stateText() : tr("保存后启动。"));
+    m_words->setPlainText(connection ? connection->words() : QString());
+    m_offered->clear();
+    for (const QString &name : connection ? connection->toolNames() : QStringList()) {
+        auto *item = new QListWidgetItem(name, m_offered);
+        item->setCheckState(server.hiddenTools.contains(name) ? Qt::Unchecked : Qt::Checked);
+    }
+    m_isFilling = false;
+}
+
+void McpServersPage::takeForm()
+{
+    const int row = m_list->currentRow();
+    if (m_isFilling || row < 0)
+        return;
+    McpServerSettings &server = m_servers[row];
+    const bool isService = m_kind->currentIndex() == Service;
+    server.name = m_name->text().trimmed();
+    server.url = isService ? m_target->text().trimmed() : QString();
+    server.program = isService ? QString() : m_target->text().trimmed();
+    server.arguments = linesOf(m_arguments);
+    server.variables = variablesIn(linesOf(m_variables));
+    if (m_offered->count() > 0)
+        server.hiddenTools.clear();
+    for (int i = 0; i < m_offered->count(); ++i) {
+        if (m_offered->item(i)->checkState() == Qt::Unchecked)
+            server.hiddenTools.append(m_offered->item(i)->text());
+    }
+    m_list->item(row)->setText(shownName(server));
+}
+
+const McpConnection *McpServersPage::connectionOf(int row) const
+{
+    if (!m_tools || row < 0)
+        return nullptr;
+    for (const McpConnection *connection : m_tools->connections()) {
+        if (connection->settings().name == m_servers.at(row).name)
+            return connection;
+    }
+    return nullptr;
+}

@@ -1,0 +1,66 @@
+#ifndef ORVANE_MCPSERVERSPAGE_H
+#define ORVANE_MCPSERVERSPAGE_H
+
+#include "toolsettings.h"
+
+#include <QPointer>
+#include <QWidget>
+
+QT_BEGIN_NAMESPACE
+class QComboBox;
+class QFormLayout;
+class QLabel;
+class QLineEdit;
+class QListWidget;
+class QPlainTextEdit;
+class QPushButton;
+QT_END_NAMESPACE
+class McpConnection;
+class ToolSet;
+
+/// The servers of tools: a list, and for each what starts it, its state, its words and its tools to tick.
+///
+/// What was edited takes effect with the next ToolSet::setSettings(). Names: serverList, addServer,
+/// removeServer, serverNameEdit, serverKindCombo, serverTargetEdit, serverArgumentsEdit, serverVariablesEdit,
+/// serverState, serverWords, serverTools.
+class McpServersPage : public QWidget
+{
+    Q_OBJECT
+
+public:
+    /// Edits the servers of @p tools, which is not owned.
+    explicit McpServersPage(const ToolSet *tools, QWidget *parent = nullptr);
+    ~McpServersPage() override;
+
+    /// Returns the servers as edited. Those without a name or a target are left out.
+    QVector<McpServerSettings> servers() const;
+
+private:
+    QWidget *createList();
+    QWidget *createForm();
+    void addFields(QFormLayout *form);
+    void addState(QFormLayout *form);
+    void add();
+    void remove();
+    void showCurrent();
+    void showState();
+    void takeForm();
+    const McpConnection *connectionOf(int row) const;
+
+    const QPointer<const ToolSet> m_tools;
+    QVector<McpServerSettings> m_servers;
+    bool m_isFilling = false;
+    QListWidget *m_list = nullptr;
+    QPushButton *m_remove = nullptr;
+    QWidget *m_form = nullptr;
+    QLineEdit *m_name = nullptr;
+    QComboBox *m_kind = nullptr;
+    QLineEdit *m_target = nullptr;
+    QPlainTextEdit *m_arguments = nullptr;
+    QPlainTextEdit *m_variables = nullptr;
+    QLabel *m_state = nullptr;
+    QPlainTextEdit *m_words = nullptr;
+    QListWidget *m_offered = nullptr;
+};
+
+#endif

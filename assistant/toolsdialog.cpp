@@ -1,0 +1,77 @@
+#include "toolsdialog.h"
+
+#include "mcpserverspage.h"
+#include "toolset.h"
+
+#include <QCheckBox>
+#include <QDialogButtonBox>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+ToolsDialog::ToolsDialog(const ToolSet *tools, QWidget *parent)
+    : QDialog(parent)
+    , m_servers(new McpServersPage(tools))
+{
+    setWindowTitle(tr("工具"));
+    auto *tabs = new QTabWidget;
+    tabs->setObjectName(QStringLiteral("toolTabs"));
+    tabs->addTab(createOwnTools(tools->settings()), tr("自带工具(&B)"));
+    tabs->addTab(m_servers, tr("MCP 服务器(&M)"));
+    auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
+    connect(buttons, &QDialogButtonBox::accepted, this, &ToolsDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &ToolsDialog::reject);
+    auto *layout = new QVBoxLayout(this);
+    layout->addWidget(tabs, 1);
+    layout->addWidget(buttons);
+    resize(700, 540);
+}
+
+ToolsDialog::~ToolsDialog() = default;
+
+QWidget *ToolsDialog::createOwnTools(const ToolSettings &settings)
+{
+    m_clock = new QCheckBox(tr("时钟：告诉模型现在的日期和时间(&C)"));
+    m_clock->setObjectName(QStringLiteral("clockCheck"));
+    m_clock->setChecked(settings.hasClock);
+    m_folder = new QLineEdit(settings.folder);
+    m_folder->setObjectName(QStringLiteral("folderEdit"));
+    m_folder->setPlaceholderText(tr("不使用"));
+    m_folder->setClearButtonEnabled(true);
+    auto *choose = new QPushButton(tr("选择(&H)…"));
+    choose->setObjectName(QStringLiteral("folderButton"));
+    choose->setAutoDefault(false);
+    connect(choose, &QPushButton::clicked, this, &ToolsDialog::chooseFolder);
+    auto *label = new QLabel(tr("文件夹(&F)"));
+    label->setBuddy(m_folder);
+    auto *explanation =
+        new QLabel(tr("模型可以列出并读取这个文件夹里的内容；写入之前会先问您。文件夹之外的内容不能访问。"));
+    explanation->setWordWrap(true);
+
+    auto *page = new QWidget;
+    auto *row = new QHBoxLayout;
+    row->addWidget(m_folder, 1);
+    row->addWidget(choose);
+    auto *form = new QFormLayout(page);
+    form->addRow(m_clock);
+    form->addRow(label, row);
+    form->addRow(explanation);
+    return page;
+}
+
+ToolSettings ToolsDialog::settings() const
+{
+    return {m_clock->isChecked(), m_folder->text(), m_servers->servers()};
+}
+
+void ToolsDialog::chooseFolder()
+{
+    const QString folder = QFileDialog::getExistingDirectory(this, tr("选择文件夹"), m_folder->text());
+    if (!folder.isEmpty())
+        m_folder->setText(folder);
+}

@@ -1,0 +1,92 @@
+#include "toolset.h"
+
+#include "clocktool.h"
+#include "foldertools.h"
+#include "mcpconnection.h"
+
+using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+bool isSameServer(const McpServerSettings &left, const McpServerSettings &right)
+{
+    return left.name == right.name && left.url == right.url && left.program == right.program
+        && left.arguments == right.arguments && left.variables == right.variables
+        && left.hiddenTools == right.hiddenTools;
+}
+
+} // namespace
+
+ToolSet::ToolSet(const ToolSettings &settings, QObject *parent)
+    : QObject(parent)
+    , m_settings(settings)
+{
+    updateConnections();
+    rebuild();
+}
+
+ToolSet::~ToolSet() = default;
+
+const ToolSettings &ToolSet::settings() const
+{
+    return m_settings;
+}
+
+void ToolSet::setSettings(const ToolSettings &settings)
+{
+    m_settings = settings;
+    updateConnections();
+    Q_EMIT connectionsChanged();
+    rebuild();
+}
+
+ToolRegistry *ToolSet::registry() const
+{
+    return m_registry;
+}
+
+const QVector<McpConnection *> &ToolSet::connections() const
+{
+    return m_connections;
+}
+
+void ToolSet::updateConnections()
+{
+    QVector<McpConnection *> old = std::exchange(m_connections, {});
+    for (const McpServerSettings &server : qAsConst(m_settings.servers)) {
+        const auto same = std::find_if(old.begin(), old.end(), [&server](const McpConnection *connection) {
+            return isSameServer(connection->settings(), server);
+        });
+        McpConnection *connection = same == old.end() ? nullptr : *same;
+        if (connection) {
+            old.erase(same);
+        } else {
+            connection = new McpConnection(server, this);
+            connect(connection, &McpConnection::changed, this, &ToolSet::rebuild);
+            connect(connection, &McpConnection::changed, this, &ToolSet::connectionsChanged);
+        }
+        m_connections.append(connection);
+    }
+    for (McpConnection *connection : qAsConst(old)) {
+        connection->disconnect(this);
+        connection->deleteLater();
+    }
+}
+
+// A registry has no way to take a tool out that lives on.
+void ToolSet::rebuild()
+{
+    ToolRegistry *old = std::exchange(m_registry, new ToolRegistry(this));
+    if (m_settings.hasClock)
+        m_registry->registerTool(createClockTool(m_registry));
+    const Folder folder(m_settings.folder);
+    if (folder.isValid()) {
+        for (AgentTool *tool : createFolderTools(folder, m_registry))
+            m_registry->registerTool(tool);
+    }
+    for (const McpConnection *connection : qAsConst(m_connections))
+        connection->registerTools(m_registry);
+    Q_EMIT registryChanged();
+    if (old)
+        old->deleteLater();
+}

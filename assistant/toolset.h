@@ -1,0 +1,54 @@
+#ifndef ORVANE_TOOLSET_H
+#define ORVANE_TOOLSET_H
+
+#include "toolsettings.h"
+
+#include <QObject>
+#include <QPointer>
+
+namespace MireloQtLib {
+namespace QtAgent {
+class ToolRegistry;
+}
+} // namespace MireloQtLib
+class McpConnection;
+
+/// The tools that the user has chosen, offered in a registry.
+class ToolSet : public QObject
+{
+    Q_OBJECT
+
+public:
+    /// Offers what @p settings say.
+    explicit ToolSet(const ToolSettings &settings, QObject *parent = nullptr);
+    ~ToolSet() override;
+
+    const ToolSettings &settings() const;
+
+    /// Offers what @p settings say from now on. Servers whose settings are as they were run on; calls of the
+    /// others are cut short.
+    void setSettings(const ToolSettings &settings);
+
+    /// Returns the registry, until registryChanged() tells of another one.
+    MireloQtLib::QtAgent::ToolRegistry *registry() const;
+
+    /// Returns the servers in the order of the settings.
+    const QVector<McpConnection *> &connections() const;
+
+Q_SIGNALS:
+    /// Other tools are offered, in another registry. The old one is deleted later.
+    void registryChanged();
+
+    /// A server's state or its words may be others.
+    void connectionsChanged();
+
+private:
+    void updateConnections();
+    void rebuild();
+
+    ToolSettings m_settings;
+    QVector<McpConnection *> m_connections;
+    MireloQtLib::QtAgent::ToolRegistry *m_registry = nullptr;
+};
+
+#endif

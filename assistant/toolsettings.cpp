@@ -1,0 +1,78 @@
+#include "toolsettings.h"
+
+#include "privatefile.h"
+
+#include <QFile>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace {
+
+const QLatin1String clockKey("clock");
+const QLatin1String folderKey("folder");
+const QLatin1String serversKey("servers");
+const QLatin1String nameKey("name");
+const QLatin1String urlKey("url");
+const QLatin1String programKey("program");
+const QLatin1String argumentsKey("arguments");
+const QLatin1String variablesKey("variables");
+const QLatin1String hiddenKey("hiddenTools");
+
+QStringList toTexts(const QJsonValue &value)
+{
+    QStringList texts;
+    for (const QJsonValue &text : value.toArray())
+        texts.append(text.toString());
+    return texts;
+}
+
+McpServerSettings serverFrom(const QJsonObject &json)
+{
+    McpServerSettings server;
+    server.name = json.value(nameKey).toString();
+    server.url = json.value(urlKey).toString();
+    server.program = json.value(programKey).toString();
+    server.arguments = toTexts(json.value(argumentsKey));
+    server.hiddenTools = toTexts(json.value(hiddenKey));
+    const QJsonObject variables = json.value(variablesKey).toObject();
+    for (auto it = variables.begin(); it != variables.end(); ++it)
+        server.variables.insert(it.key(), it.value().toString());
+    return server;
+}
+
+QJsonObject toJson(const McpServerSettings &server)
+{
+    QJsonObject variables;
+    for (auto it = server.variables.begin(); it != server.variables.end(); ++it)
+        variables.insert(it.key(), it.value());
+    return {{nameKey, server.name},       {urlKey, server.url},
+            {programKey, server.program}, {argumentsKey, QJsonArray::fromStringList(server.arguments)},
+            {variablesKey, variables},    {hiddenKey, QJsonArray::fromStringList(server.hiddenTools)}};
+}
+
+} // namespace
+
+ToolSettings loadToolSettings(const QString &path)
+{
+    ToolSettings settings;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return settings;
+    const QJsonObject root = QJsonDocument::fromJson(file.readAll()).object();
+    settings.hasClock = root.value(clockKey).toBool(true);
+    settings.folder = root.value(folderKey).toString();
+    for (const QJsonValue &server : root.value(serversKey).toArray())
+        settings.servers.append(serverFrom(server.toObject()));
+    return settings;
+}
+
+bool saveToolSettings(const ToolSettings &settings, const QString &path, QString *error)
+{
+    QJsonArray servers;
+    for (const McpServerSettings &server : settings.servers)
+        servers.append(toJson(server));
+    const QJsonObject root{
+        {clockKey, settings.hasClock}, {folderKey, settings.folder}, {serversKey, servers}};
+    return writePrivateFile(path, QJsonDocument(root).toJson(), error);
+}

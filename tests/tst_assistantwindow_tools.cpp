@@ -1,0 +1,116 @@
+#include "support/approvaldialogs.h"
+#include "support/assistantuser.h"
+
+#include <assistant/toolset.h>
+
+#include <QCheckBox>
+#include <QDialog>
+#include <QDialogButtonBox>
+#include <QLineEdit>
+#include <QTableWidget>
+
+using namespace MireloQtLib::QtAgent;
+
+class TestAssistantWindowTools : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void toolsAreOfferedAndTheirCallsShown();
+    void fileIsWrittenWithApprovalOnly_data();
+    void fileIsWrittenWithApprovalOnly();
+    void callIsOpenedByTheKeyboard();
+    void toolsAreChosen();
+};
+
+namespace {
+
+class ToolUser : public AssistantUser
+{
+public:
+    explicit ToolUser(const ToolSettings &settings)
+        : tools(settings)
+    {
+        start();
+        window->setToolSet(&tools, folder.filePath("tools.json"));
+    }
+
+    QString cell(int row, int column) const
+    {
+        return find<QTableWidget>("toolCalls")->item(row, column)->text();
+    }
+
+    ToolSet tools;
+};
+
+} // namespace
+
+void TestAssistantWindowTools::toolsAreOfferedAndTheirCallsShown()
+{
+    ToolUser user(ToolSettings{});
+    QVERIFY(!user.find<QTableWidget>("toolCalls")->isVisible());
+    user.model.addToolCalls({makeToolCall("1", "clock", {})});
+    user.model.addText({"It is late."});
+    user.ask("What time is it?");
+    QTRY_VERIFY(user.transcript().endsWith("助手 It is late."));
+    QCOMPARE(user.model.calls().first().tools.first().name, "clock");
+    QVERIFY(user.find<QTableWidget>("toolCalls")->isVisible());
+    QCOMPARE(user.cell(0, 0), "clock");
+    QVERIFY(user.transcript().contains("工具 clock"));
+    user.click("newConversation");
+    QVERIFY(!user.find<QTableWidget>("toolCalls")->isVisible());
+}
+
+void TestAssistantWindowTools::fileIsWrittenWithApprovalOnly_data()
+{
+    QTest::addColumn<bool>("allowed");
+    QTest::newRow("allowed") << true;
+    QTest::newRow("denied") << false;
+}
+
+void TestAssistantWindowTools::fileIsWrittenWithApprovalOnly()
+{
+    QFETCH(bool, allowed);
+    QTemporaryDir plans;
+    ToolUser user({false, plans.path(), {}});
+    ApprovalDialogs dialogs;
+    dialogs.onShown = [allowed](QDialog *dialog) { allowed ? dialog->accept() : dialog->reject(); };
+    user.model.addToolCalls({makeToolCall("1", "write_file", {{"path", "a.txt"}, {"content", "A"}})});
+    user.model.addText({"Done."});
+    user.ask("Write it down.");
+    QTRY_VERIFY(user.transcript().endsWith("助手 Done."));
+    QCOMPARE(dialogs.count(), 1);
+    QCOMPARE(QFile::exists(plans.filePath("a.txt")), allowed);
+}
+
+void TestAssistantWindowTools::callIsOpenedByTheKeyboard()
+{
+    ToolUser user(ToolSettings{});
+    user.model.addToolCalls({makeToolCall("1", "clock", {})});
+    user.model.addText({"It is late."});
+    user.ask("What time is it?");
+    QTRY_VERIFY(user.isIdle());
+    auto *calls = user.find<QTableWidget>("toolCalls");
+    calls->setCurrentCell(0, 0);
+    QTest::keyClick(calls, Qt::Key_Return);
+    auto *text = user.find<QPlainTextEdit>("toolCallText");
+    QVERIFY(text->isVisible());
+    QVERIFY(text->toPlainText().startsWith("工具：clock\n\n"));
+    user.find<QDialog>("toolCallDialog")->close();
+}
+
+void TestAssistantWindowTools::toolsAreChosen()
+{
+    ToolUser user(ToolSettings{});
+    user.choose("toolsRequested");
+    auto *dialog = user.find<QDialog>("toolsDialog");
+    dialog->findChild<QCheckBox *>("clockCheck")->setChecked(false);
+    dialog->findChild<QLineEdit *>("folderEdit")->setText(user.folder.path());
+    dialog->accept();
+    user.ask("What is there?");
+    QCOMPARE(user.model.lastCall().tools.size(), 3);
+    QCOMPARE(loadToolSettings(user.folder.filePath("tools.json")).folder, user.folder.path());
+}
+
+QTEST_MAIN(TestAssistantWindowTools)
+#include "tst_assistantwindow_tools.moc"

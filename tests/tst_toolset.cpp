@@ -1,0 +1,150 @@
+#include "support/mcpscript.h"
+
+#include <assistant/mcpconnection.h>
+#include <assistant/toolset.h>
+
+#include <qtagent/toolregistry.h>
+
+#include <QTemporaryDir>
+#include <QtTest>
+
+using namespace MireloQtLib::QtAgent;
+
+class TestToolSet : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void clockIsOfferedAtFirst();
+    void clockTellsTheTime();
+    void folderIsOfferedWhereThereIsOne();
+    void settingsAreKeptForTheUserAlone();
+    void toolsOfAServerAreOffered();
+    void hiddenToolsAreNot();
+    void serverThatDoesNotStartSaysWhy();
+    void unchangedServersRunOn();
+
+private:
+    static QStringList offered(const ToolSet &tools)
+    {
+        QStringList names;
+        for (const ToolDefinition &tool : tools.registry()->definitions())
+            names.append(tool.name);
+        return names;
+    }
+    // A server with the tools echo and wipe.
+    McpServerSettings server()
+    {
+        const QStringList command = m_script.command();
+        McpServerSettings settings;
+        settings.name = "plant";
+        settings.program = command.first();
+        settings.arguments = command.mid(1);
+        return settings;
+    }
+    static ToolSettings with(const McpServerSettings &server) { return {false, QString(), {server}}; }
+
+    QTemporaryDir m_folder;
+    McpScript m_script = McpScript::legacy("2025-11-25", {McpScript::tool("echo"), McpScript::tool("wipe")});
+};
+
+void TestToolSet::clockIsOfferedAtFirst()
+{
+    ToolSet tools(loadToolSettings(m_folder.filePath("missing")));
+    QCOMPARE(offered(tools), QStringList("clock"));
+    ToolRegistry *before = tools.registry();
+    QSignalSpy changed(&tools, &ToolSet::registryChanged);
+    tools.setSettings({false, QString(), {}});
+    QCOMPARE(changed.count(), 1);
+    QVERIFY(tools.registry() != before);
+    QCOMPARE(offered(tools), QStringList());
+}
+
+void TestToolSet::clockTellsTheTime()
+{
+    const ToolSet tools({true, QString(), {}});
+    const QDateTime before = QDateTime::currentDateTime();
+    const QString text = tools.registry()->tool("clock")->invoke({}).content;
+    const QDateTime told = QDateTime::fromString(text.section(", ", 0, 0), Qt::ISODate);
+    QVERIFY2(told.isValid() && before.secsTo(told) >= -1 && before.secsTo(told) < 60, qPrintable(text));
+    QCOMPARE(tools.registry()->tool("clock")->permission(), ToolPermission::ReadOnly);
+}
+
+void TestToolSet::folderIsOfferedWhereThereIsOne()
+{
+    ToolSet tools({false, m_folder.path(), {}});
+    QCOMPARE(offered(tools), QStringList({"list_folder", "read_file", "write_file"}));
+    tools.setSettings({false, m_folder.filePath("missing"), {}});
+    QCOMPARE(offered(tools), QStringList());
+}
+
+void TestToolSet::settingsAreKeptForTheUserAlone()
+{
+    const QString path = m_folder.filePath("new/tools.json");
+    McpServerSettings server;
+    server.name = "plant";
+    server.url = "https://plant.example/mcp";
+    server.arguments = QStringList{"a", "b c"};
+    server.variables.insert("Authorization", "Bearer secret");
+    server.hiddenTools = QStringList{"wipe"};
+    QString error;
+    QVERIFY2(saveToolSettings({false, "/plans", {server}}, path, &error), qPrintable(error));
+    QCOMPARE(QFile::permissions(path) & (QFile::ReadGroup | QFile::ReadOther), QFile::Permissions());
+    const ToolSettings loaded = loadToolSettings(path);
+    QCOMPARE(loaded.hasClock, false);
+    QCOMPARE(loaded.folder, "/plans");
+    QCOMPARE(loaded.servers.size(), 1);
+    QCOMPARE(loaded.servers.first().url, server.url);
+    QCOMPARE(loaded.servers.first().arguments, server.arguments);
+    QCOMPARE(loaded.servers.first().variables, server.variables);
+    QCOMPARE(loaded.servers.first().hiddenTools, server.hiddenTools);
+    QVERIFY(!saveToolSettings({}, m_folder.path(), &error));
+    QVERIFY(!error.isEmpty());
+}
+
+void TestToolSet::toolsOfAServerAreOffered()
+{
+    ToolSet tools(with(server()));
+    QCOMPARE(tools.connections().first()->stateText(), "正在启动…");
+    QTRY_COMPARE(offered(tools), QStringList({"plant__echo", "plant__wipe"}));
+    QCOMPARE(tools.connections().first()->toolNames(), QStringList({"echo", "wipe"}));
+    QVERIFY(tools.connections().first()->stateText().startsWith("可以使用，2"));
+    tools.setSettings({});
+    QCOMPARE(offered(tools), QStringList("clock"));
+}
+
+void TestToolSet::hiddenToolsAreNot()
+{
+    McpServerSettings hiding = server();
+    hiding.hiddenTools.append("wipe");
+    ToolSet tools(with(hiding));
+    QTRY_COMPARE(offered(tools), QStringList("plant__echo"));
+}
+
+void TestToolSet::serverThatDoesNotStartSaysWhy()
+{
+    McpServerSettings missing;
+    missing.name = "plant";
+    missing.program = m_folder.filePath("missing");
+    ToolSet tools(with(missing));
+    QSignalSpy changed(&tools, &ToolSet::connectionsChanged);
+    QTRY_VERIFY(
+        tools.connections().first()->stateText().startsWith("已停止：Program could not be started: "));
+    QVERIFY(changed.count() > 0);
+    QCOMPARE(offered(tools), QStringList());
+}
+
+void TestToolSet::unchangedServersRunOn()
+{
+    ToolSet tools(with(server()));
+    QTRY_COMPARE(offered(tools).size(), 2);
+    const McpConnection *before = tools.connections().first();
+    ToolSettings settings = tools.settings();
+    settings.hasClock = true;
+    tools.setSettings(settings);
+    QCOMPARE(tools.connections(), QVector<McpConnection *>{const_cast<McpConnection *>(before)});
+    QCOMPARE(offered(tools), QStringList({"clock", "plant__echo", "plant__wipe"}));
+}
+
+QTEST_GUILESS_MAIN(TestToolSet)
+#include "tst_toolset.moc"
