@@ -1,6 +1,55 @@
 #include "assistantstartup.h"
 
 #include <QApplication>
+#include <QDir>
+#include <QLibraryInfo>
+#include <QLocale>
+#include <QPalette>
+#include <QStyle>
+#include <QStyleFactory>
+#include <QTranslator>
+
+namespace {
+
+QString qtTranslationsFolder()
+{
+#if QT_VERSION < QT_VERSION_CHECK(6, 0, 0)
+    return QLibraryInfo::location(QLibraryInfo::TranslationsPath);
+#else
+    return QLibraryInfo::path(QLibraryInfo::TranslationsPath);
+#endif
+}
+
+void install(const QString &file, const QString &folder)
+{
+    auto *translator = new QTranslator(qApp);
+    if (translator->load(file, folder))
+        QCoreApplication::installTranslator(translator);
+    else
+        delete translator;
+}
+
+QPalette darkPalette()
+{
+    const QColor ground(0x1f2329);
+    const QColor text(0xe6e9ee);
+    QPalette palette(QColor(0x2b3038), ground);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(role, text);
+    palette.setColor(QPalette::Base, QColor(0x16191d));
+    palette.setColor(QPalette::AlternateBase, QColor(0x262b32));
+    palette.setColor(QPalette::ToolTipBase, QColor(0x2b3038));
+    palette.setColor(QPalette::ToolTipText, text);
+    palette.setColor(QPalette::Highlight, QColor(0x1d4ed8));
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Link, QColor(0x93c5fd));
+    palette.setColor(QPalette::PlaceholderText, QColor(0x9aa4b2));
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(QPalette::Disabled, role, QColor(0x8a93a0));
+    return palette;
+}
+
+} // namespace
 
 void prepareAssistantApplication()
 {
@@ -8,7 +57,7 @@ void prepareAssistantApplication()
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
 #endif
-    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::PassThrough);
+    QGuiApplication::setHighDpiScaleFactorRoundingPolicy(Qt::HighDpiScaleFactorRoundingPolicy::Round);
 }
 
 void applyAssistantIdentity()
@@ -17,4 +66,25 @@ void applyAssistantIdentity()
     QCoreApplication::setApplicationName(QStringLiteral("orvane-assistant"));
     QGuiApplication::setApplicationDisplayName(QStringLiteral("Orvane"));
     QGuiApplication::setDesktopFileName(QStringLiteral("com.mirelo.OrvaneAssistant"));
+}
+
+void applyAssistantLanguage(const QString &language)
+{
+    for (QTranslator *translator : qApp->findChildren<QTranslator *>(QString(), Qt::FindDirectChildrenOnly))
+        delete translator;
+    const QString system =
+        QLocale::system().language() == QLocale::Chinese ? QStringLiteral("zh") : QStringLiteral("en");
+    const QString chosen = language.isEmpty() ? system : language;
+    const QDir program(QCoreApplication::applicationDirPath());
+    QLocale::setDefault(chosen == QLatin1String("zh") ? QLocale(QLocale::Chinese, QLocale::China)
+                                                      : QLocale(QLocale::English));
+    if (chosen == QLatin1String("zh"))
+        return install(QStringLiteral("qtbase_zh_CN"), qtTranslationsFolder());
+    install(QStringLiteral("orvane-assistant_") + chosen, program.filePath(QStringLiteral("translations")));
+}
+
+void applyAssistantColors(bool isDark)
+{
+    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    QApplication::setPalette(isDark ? darkPalette() : QApplication::style()->standardPalette());
 }

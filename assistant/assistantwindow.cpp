@@ -185,6 +185,8 @@ void AssistantWindow::takeChoice()
     QStringList names;
     for (const AssistantProfile &profile : m_choice->profiles().profiles)
         names.append(shownName(profile));
+    if (m_choice->isUnconfigured())
+        names = QStringList(tr("模拟模型"));
     m_page->setProfiles(names, m_choice->profiles().currentIndex);
     if (m_choice->isUnconfigured())
         m_page->setHint(tr("还没有配置模型，现在由离线的模拟模型回答。"), tr("配置模型(&M)…"));

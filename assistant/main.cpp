@@ -3,21 +3,21 @@
 #include "assistantwindow.h"
 #include "modelchoice.h"
 #include "toolset.h"
+#include "tourrun.h"
 
 #include <qtagent/store/conversationstore.h>
 
 #include <QApplication>
+#include <QCommandLineParser>
 #include <QDir>
 #include <QMessageBox>
 
 using namespace MireloQtLib::QtAgent;
 
-int main(int argc, char *argv[])
-{
-    prepareAssistantApplication();
-    QApplication application(argc, argv);
-    applyAssistantIdentity();
+namespace {
 
+int runWindow()
+{
     ConversationStore store;
     QString error;
     if (!store.open(ConversationStore::defaultPath(), &error)) {
@@ -37,4 +37,32 @@ int main(int argc, char *argv[])
     window.setToolSet(&tools, toolsPath);
     window.show();
     return QApplication::exec();
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    prepareAssistantApplication();
+    QApplication application(argc, argv);
+    applyAssistantIdentity();
+
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    const QCommandLineOption tour(QStringLiteral("tour"),
+                                  QStringLiteral("Save pictures of every state to DIR."),
+                                  QStringLiteral("DIR"));
+    const QCommandLineOption look(QStringLiteral("look"),
+                                  QStringLiteral("With --tour: one look only, for example zh-dark-100."),
+                                  QStringLiteral("LOOK"));
+    parser.addOptions({tour, look});
+    parser.process(application);
+    if (!parser.isSet(tour)) {
+        applyAssistantLanguage({});
+        return runWindow();
+    }
+    const QDir folder(parser.value(tour));
+    if (!folder.mkpath(QStringLiteral(".")))
+        return EXIT_FAILURE;
+    return parser.isSet(look) ? runTour(folder, parser.value(look)) : runTours(folder);
 }
