@@ -30,8 +30,8 @@ ApprovalRequest ApprovalQuestion::request() const
     request.toolName = m_call.name;
     request.permission = m_permission;
     request.arguments = m_call.arguments;
-    request.reason =
-        QStringLiteral("该工具拥有 %1 权限，需要用户确认后才能执行。").arg(permissionToString(m_permission));
+    request.reason = AgentExecutor::tr("该工具拥有 %1 权限，需要用户确认后才能执行。")
+                         .arg(permissionToString(m_permission));
     return request;
 }
 

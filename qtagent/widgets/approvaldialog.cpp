@@ -164,8 +164,8 @@ class AnswerBox : public QDialogButtonBox
 {
 public:
     AnswerBox()
-        : m_allow(addButton(QStringLiteral("允许一次"), AcceptRole))
-        , m_deny(addButton(QStringLiteral("拒绝"), RejectRole))
+        : m_allow(addButton(ApprovalDialog::tr("允许一次"), AcceptRole))
+        , m_deny(addButton(ApprovalDialog::tr("拒绝"), RejectRole))
     {
         m_allow->setObjectName(QStringLiteral("approvalAllow"));
         m_deny->setObjectName(QStringLiteral("approvalDeny"));
@@ -205,7 +205,7 @@ QFont headingFont(QFont font)
 QLabel *createNameLabel(const QString &toolName)
 {
     auto *label = new ElidedLabel(QStringLiteral("approvalTool"),
-                                  QStringLiteral("允许调用工具：%1").arg(visibleText(toolName)));
+                                  ApprovalDialog::tr("允许调用工具：%1").arg(visibleText(toolName)));
     label->setFont(headingFont(label->font()));
     return label;
 }
@@ -213,7 +213,7 @@ QLabel *createNameLabel(const QString &toolName)
 QLabel *createPermissionLabel(ToolPermission permission)
 {
     return new ElidedLabel(QStringLiteral("approvalPermission"),
-                           QStringLiteral("权限：%1").arg(permissionToString(permission)));
+                           ApprovalDialog::tr("权限：%1").arg(permissionToString(permission)));
 }
 
 QString reasonText(const QString &reason)
@@ -222,7 +222,7 @@ QString reasonText(const QString &reason)
     for (QString &line : lines)
         line = visibleText(line);
     if (reason.size() > reasonLength)
-        lines += QStringLiteral("（共 %1 个字符，以上是前 %2 个。）")
+        lines += ApprovalDialog::tr("（共 %1 个字符，以上是前 %2 个。）")
                      .arg(QString::number(reason.size()), QString::number(reasonLength));
     return lines.join(QLatin1Char('\n'));
 }
@@ -236,7 +236,7 @@ QPlainTextEdit *createArgumentsView(const QJsonObject &arguments)
 {
     auto *view = new QPlainTextEdit;
     view->setObjectName(QStringLiteral("approvalArguments"));
-    view->setAccessibleName(QStringLiteral("参数"));
+    view->setAccessibleName(ApprovalDialog::tr("参数"));
     view->setReadOnly(true);
     view->setTabChangesFocus(true);
     view->setMinimumHeight(argumentsHeight);
@@ -263,7 +263,7 @@ ApprovalDialog::ApprovalDialog(const ApprovalRequest &request, QWidget *parent)
 
     connect(answers, &QDialogButtonBox::accepted, this, &QDialog::accept);
     connect(answers, &QDialogButtonBox::rejected, this, &QDialog::reject);
-    setWindowTitle(QStringLiteral("需要工具调用确认"));
+    setWindowTitle(tr("需要工具调用确认"));
     resize(520, 360);
 
     // Unless a button in the dialog is the default already, the box chooses the one that accepts.

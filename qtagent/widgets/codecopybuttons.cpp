@@ -92,8 +92,8 @@ QToolButton *CodeCopyButtons::createButton(int index)
 {
     auto *button = new QToolButton(m_view->viewport());
     button->setObjectName(QStringLiteral("transcriptCopyCode"));
-    button->setText(QStringLiteral("复制"));
-    button->setAccessibleName(QStringLiteral("复制代码"));
+    button->setText(tr("复制"));
+    button->setAccessibleName(tr("复制代码"));
     button->setCursor(Qt::ArrowCursor);
     button->resize(button->sizeHint());
     connect(button, &QToolButton::clicked, this, [this, index] { copy(index); });

@@ -67,7 +67,7 @@ MarkdownTranscript::MarkdownTranscript(QWidget *parent)
     // Children send events to this, so that they are created when all members are there.
     m_copyButtons = new CodeCopyButtons(this, m_transcript.get());
     m_restTimer = new QTimer(this);
-    setAccessibleName(QStringLiteral("对话记录"));
+    setAccessibleName(tr("对话记录"));
     m_transcript->setPalette(palette());
     m_restTimer->setSingleShot(true);
     connect(m_restTimer, &QTimer::timeout, this, &MarkdownTranscript::showIfDue);
@@ -252,7 +252,7 @@ void MarkdownTranscript::contextMenuEvent(QContextMenuEvent *event)
     const QPoint scrolled(horizontalScrollBar()->value(), verticalScrollBar()->value());
     QMenu *menu = createStandardContextMenu(event->pos() + scrolled);
     menu->setAttribute(Qt::WA_DeleteOnClose);
-    auto *action = new QAction(QStringLiteral("复制消息"), menu);
+    auto *action = new QAction(tr("复制消息"), menu);
     action->setEnabled(message >= 0);
     connect(action, &QAction::triggered, this, [this, message] { copyMessage(message); });
     menu->insertAction(menu->actions().value(0), action);

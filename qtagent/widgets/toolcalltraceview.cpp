@@ -56,8 +56,7 @@ ToolCallTraceView::ToolCallTraceView(QWidget *parent)
     : QTableWidget(parent)
 {
     const QStringList labels{
-        QStringLiteral("工具"), QStringLiteral("状态"), QStringLiteral("权限"), QStringLiteral("耗时"),
-        QStringLiteral("输入"), QStringLiteral("输出"), QStringLiteral("时间"),
+        tr("工具"), tr("状态"), tr("权限"), tr("耗时"), tr("输入"), tr("输出"), tr("时间"),
     };
     setColumnCount(labels.size());
     setHorizontalHeaderLabels(labels);
