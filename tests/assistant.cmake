@@ -24,3 +24,14 @@ qtagent_add_test(tst_toolset orvaneassistant)
 target_compile_definitions(tst_toolset PRIVATE "MCP_SCRIPT_SERVER=\"$<TARGET_FILE:mcpscriptserver>\"")
 add_dependencies(tst_toolset mcpscriptserver)
 qtagent_add_test(tst_transcriptpresenter orvaneassistant)
+
+find_package(Qt${QTAGENT_QT_MAJOR} QUIET COMPONENTS LinguistTools)
+if(TARGET assistanttranslations AND TARGET Qt${QTAGENT_QT_MAJOR}::lupdate)
+    qtagent_add_test(tst_translations)
+    target_compile_definitions(tst_translations PRIVATE
+        "LUPDATE=\"$<TARGET_FILE:Qt${QTAGENT_QT_MAJOR}::lupdate>\""
+        "SOURCE_DIR=\"${PROJECT_SOURCE_DIR}\""
+        "TRANSLATION=\"${PROJECT_SOURCE_DIR}/assistant/translations/orvane-assistant_en.ts\""
+        "TRANSLATIONS_DIR=\"${PROJECT_BINARY_DIR}/assistant/translations\"")
+    add_dependencies(tst_translations assistanttranslations)
+endif()
