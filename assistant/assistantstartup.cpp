@@ -2,12 +2,19 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QIcon>
 #include <QLibraryInfo>
 #include <QLocale>
 #include <QPalette>
 #include <QStyle>
 #include <QStyleFactory>
 #include <QTranslator>
+
+// Nothing else refers to them in a static library. The macro has to stand in no namespace.
+static void initPictures()
+{
+    Q_INIT_RESOURCE(orvane_assistant);
+}
 
 namespace {
 
@@ -65,6 +72,11 @@ void applyAssistantIdentity()
     QCoreApplication::setOrganizationName(QStringLiteral("Mirelo"));
     QCoreApplication::setApplicationName(QStringLiteral("orvane-assistant"));
     QGuiApplication::setApplicationDisplayName(QStringLiteral("Orvane"));
+    initPictures();
+    QIcon icon;
+    for (const int size : {16, 32, 48, 128, 256})
+        icon.addFile(QStringLiteral(":/orvane-assistant/orvane-assistant-%1.png").arg(size));
+    QApplication::setWindowIcon(icon);
     QGuiApplication::setDesktopFileName(QStringLiteral("com.mirelo.OrvaneAssistant"));
 }
 

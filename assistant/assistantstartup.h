@@ -7,7 +7,8 @@
 /// pictures on high-density screens, the same on Qt 5 and Qt 6.
 void prepareAssistantApplication();
 
-/// Names the application, by which its data and settings are found. Needs an application object.
+/// Names the application, by which its data, its settings and its menu entry are found, and gives its windows
+/// the icon. Needs an application object.
 void applyAssistantIdentity();
 
 /// Lets the program and Qt's own menus speak @p language, "zh" or "en", or where it is empty that of the

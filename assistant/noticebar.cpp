@@ -22,7 +22,7 @@ NoticeBar::NoticeBar(QWidget *parent)
     m_text->setForegroundRole(QPalette::Text);
     m_action->setObjectName(QStringLiteral("noticeAction"));
     m_close->setObjectName(QStringLiteral("noticeClose"));
-    m_close->setIcon(style()->standardIcon(QStyle::SP_TitleBarCloseButton));
+    m_close->setText(QStringLiteral("×")); // in the colour of the text, which the style's picture is not
     m_close->setAutoRaise(true);
     m_close->setFocusPolicy(Qt::StrongFocus);
     m_close->setToolTip(tr("关闭"));

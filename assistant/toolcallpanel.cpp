@@ -77,7 +77,7 @@ void ToolCallPanel::openRow(int row)
     QStringList lines;
     for (int column = 0; column < m_calls->columnCount(); ++column) {
         const QString heading = m_calls->horizontalHeaderItem(column)->text();
-        lines.append(heading + QStringLiteral("：") + m_calls->item(row, column)->text());
+        lines.append(tr("%1：%2").arg(heading, m_calls->item(row, column)->text()));
     }
     auto *dialog = new QDialog(this);
     dialog->setObjectName(QStringLiteral("toolCallDialog"));

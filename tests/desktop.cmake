@@ -27,18 +27,24 @@ set(appstream_verdict
     PASS_REGULAR_EXPRESSION "Validation (was successful|failed: warnings: 1[^0-9])"
     FAIL_REGULAR_EXPRESSION "E: |W: [^ ]+ ([^u]|u[^r]|ur[^l]|url[^-]|url-[^h])")
 
-set(desktop_dir "${PROJECT_BINARY_DIR}/demo/desktop")
-
-if(desktop_file_validate)
-    add_test(NAME desktop_file_is_valid
-        COMMAND "${desktop_file_validate}" "${desktop_dir}/com.mirelo.OrvaneDemo.desktop")
-    # Warnings and hints leave the exit status at 0.
-    set_tests_properties(desktop_file_is_valid PROPERTIES FAIL_REGULAR_EXPRESSION ".")
-endif()
-if(appstreamcli)
-    add_test(NAME metainfo_is_valid
-        COMMAND "${appstreamcli}" validate --no-net "${desktop_dir}/com.mirelo.OrvaneDemo.metainfo.xml")
-    set_tests_properties(metainfo_is_valid PROPERTIES ${appstream_verdict})
+# Further arguments begin the names of the tests.
+function(qtagent_check_desktop_entry folder id)
+    set(desktop_dir "${PROJECT_BINARY_DIR}/${folder}/desktop")
+    if(desktop_file_validate)
+        add_test(NAME ${ARGN}desktop_file_is_valid
+            COMMAND "${desktop_file_validate}" "${desktop_dir}/${id}.desktop")
+        # Warnings and hints leave the exit status at 0.
+        set_tests_properties(${ARGN}desktop_file_is_valid PROPERTIES FAIL_REGULAR_EXPRESSION ".")
+    endif()
+    if(appstreamcli)
+        add_test(NAME ${ARGN}metainfo_is_valid
+            COMMAND "${appstreamcli}" validate --no-net "${desktop_dir}/${id}.metainfo.xml")
+        set_tests_properties(${ARGN}metainfo_is_valid PROPERTIES ${appstream_verdict})
+    endif()
+endfunction()
+qtagent_check_desktop_entry(demo com.mirelo.OrvaneDemo)
+if(TARGET orvaneassistant)
+    qtagent_check_desktop_entry(assistant com.mirelo.OrvaneAssistant assistant_)
 endif()
 
 if(NOT UNIX OR APPLE)

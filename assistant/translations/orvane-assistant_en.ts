@@ -632,6 +632,10 @@
         <source>工具调用</source>
         <translation>Tool calls</translation>
     </message>
+    <message>
+        <source>%1：%2</source>
+        <translation>%1: %2</translation>
+    </message>
 </context>
 <context>
     <name>ToolsDialog</name>
