@@ -16,11 +16,15 @@ if [[ "${1:-}" == --qt6 ]]; then
     shift
 fi
 
+translation_packages=(qttools5-dev qttools5-dev-tools)
+if ((qt_major == 6)); then
+    translation_packages=(qt6-tools-dev qt6-l10n-tools)
+fi
 install_missing_packages g++ make cmake "$(qt_package)" "$(qt_translations_package)" \
     "libqt${qt_major}sql${qt_major}-sqlite" libcpp-httplib-dev pkg-config desktop-file-utils appstream dpkg-dev \
-    file doxygen
+    file doxygen "${translation_packages[@]}"
 configure "$project_dir" "$build_dir" -DCMAKE_BUILD_TYPE="$build_type" \
-    -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_EXAMPLES=ON -DQTAGENT_BUILD_TESTS=ON
+    -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_ASSISTANT=ON -DQTAGENT_BUILD_EXAMPLES=ON -DQTAGENT_BUILD_TESTS=ON
 if [[ "$(ctest --test-dir "$build_dir" --show-only)" != *" tst_chatmodel"* ]]; then
     explain_requirements
     exit 1

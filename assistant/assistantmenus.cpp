@@ -4,13 +4,14 @@
 #include <QMenu>
 #include <QMenuBar>
 
-AssistantMenus::AssistantMenus(QMenuBar *bar, ChatInput::SendKey sendKey, QObject *parent)
+AssistantMenus::AssistantMenus(QMenuBar *bar, ChatInput::SendKey sendKey, const QString &language,
+                               QObject *parent)
     : QObject(parent)
 {
     addConversationMenu(bar);
     addMessageMenu(bar);
     addViewMenu(bar);
-    addSettingsMenu(bar, sendKey);
+    addSettingsMenu(bar, sendKey, language);
     setCanUndo(false);
 }
 
@@ -59,13 +60,33 @@ void AssistantMenus::addViewMenu(QMenuBar *bar)
         "resetRequested");
 }
 
-void AssistantMenus::addSettingsMenu(QMenuBar *bar, ChatInput::SendKey sendKey)
+void AssistantMenus::addSettingsMenu(QMenuBar *bar, ChatInput::SendKey sendKey, const QString &language)
 {
     QMenu *menu = bar->addMenu(tr("设置(&S)"));
     add(menu, tr("模型(&M)…"), {}, &AssistantMenus::modelsRequested, "modelsRequested");
     add(menu, tr("工具(&T)…"), {}, &AssistantMenus::toolsRequested, "toolsRequested");
     menu->addSeparator();
     addSendKeys(menu, sendKey);
+    menu->addSeparator();
+    addLanguages(menu->addMenu(tr("语言(&L)")), language);
+}
+
+// Each language is called what its readers call it.
+void AssistantMenus::addLanguages(QMenu *menu, const QString &current)
+{
+    auto *group = new QActionGroup(this);
+    const auto addLanguage = [this, menu, group, current](const QString &text, const QString &language,
+                                                          const char *name) {
+        QAction *action = menu->addAction(text);
+        action->setObjectName(QLatin1String(name));
+        action->setCheckable(true);
+        action->setChecked(language == current);
+        group->addAction(action);
+        connect(action, &QAction::triggered, this, [this, language] { Q_EMIT languageRequested(language); });
+    };
+    addLanguage(tr("跟随系统(&S)"), QString(), "languageOfSystem");
+    addLanguage(QStringLiteral("中文"), QStringLiteral("zh"), "languageChinese");
+    addLanguage(QStringLiteral("English"), QStringLiteral("en"), "languageEnglish");
 }
 
 void AssistantMenus::addSendKeys(QMenu *menu, ChatInput::SendKey sendKey)

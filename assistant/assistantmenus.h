@@ -19,8 +19,10 @@ class AssistantMenus : public QObject
     Q_OBJECT
 
 public:
-    /// Fills @p bar, and marks @p sendKey as the one that sends.
-    AssistantMenus(QMenuBar *bar, ChatInput::SendKey sendKey, QObject *parent = nullptr);
+    /// Fills @p bar, and marks @p sendKey as the one that sends and @p language, which may be empty for that
+    /// of the system, as the one that is spoken.
+    AssistantMenus(QMenuBar *bar, ChatInput::SendKey sendKey, const QString &language,
+                   QObject *parent = nullptr);
     ~AssistantMenus() override;
 
     /// Sets whether there is a removed conversation to bring back.
@@ -47,6 +49,7 @@ Q_SIGNALS:
     void modelsRequested();
     void toolsRequested();
     void sendKeyRequested(ChatInput::SendKey key);
+    void languageRequested(const QString &language);
 
 private:
     using Request = void (AssistantMenus::*)();
@@ -54,7 +57,8 @@ private:
     void addConversationMenu(QMenuBar *bar);
     void addMessageMenu(QMenuBar *bar);
     void addViewMenu(QMenuBar *bar);
-    void addSettingsMenu(QMenuBar *bar, ChatInput::SendKey sendKey);
+    void addSettingsMenu(QMenuBar *bar, ChatInput::SendKey sendKey, const QString &language);
+    void addLanguages(QMenu *menu, const QString &current);
     void addSendKeys(QMenu *menu, ChatInput::SendKey sendKey);
     QAction *add(QMenu *menu, const QString &text, const QKeySequence &shortcut, Request request,
                  const char *name);

@@ -10,6 +10,7 @@ namespace {
 const QLatin1String sendKeyKey("sendKey");
 const QLatin1String returnName("return");
 const QLatin1String ctrlReturnName("ctrl+return");
+const QLatin1String languageKey("language");
 const QLatin1String textStepsKey("textSteps");
 const QLatin1String geometryKey("window/geometry");
 const QLatin1String splitterKey("window/splitter");
@@ -36,6 +37,17 @@ ChatInput::SendKey AssistantSettings::sendKey() const
 void AssistantSettings::setSendKey(ChatInput::SendKey key)
 {
     m_file.setValue(sendKeyKey, key == ChatInput::SendKey::Return ? returnName : ctrlReturnName);
+}
+
+QString AssistantSettings::language() const
+{
+    const QString language = m_file.value(languageKey).toString();
+    return language == QLatin1String("zh") || language == QLatin1String("en") ? language : QString();
+}
+
+void AssistantSettings::setLanguage(const QString &language)
+{
+    m_file.setValue(languageKey, language);
 }
 
 int AssistantSettings::textSteps() const

@@ -24,6 +24,10 @@ public:
     ChatInput::SendKey sendKey() const;
     void setSendKey(ChatInput::SendKey key);
 
+    /// The language of the program, "zh" or "en"; empty at first, for that of the system.
+    QString language() const;
+    void setLanguage(const QString &language);
+
     /// How many steps the text is larger than that of the system; 0 at first.
     int textSteps() const;
     void setTextSteps(int steps);

@@ -69,7 +69,7 @@ void AssistantWindow::setUpParts()
     m_keeper->setWatch(m_watch);
     m_removed = new RemovedConversation(m_store, this);
     m_list = new ConversationListModel(m_store, this);
-    m_menus = new AssistantMenus(menuBar(), m_settings->sendKey(), this);
+    m_menus = new AssistantMenus(menuBar(), m_settings->sendKey(), m_settings->language(), this);
     m_notice = new NoticeBar;
     m_notice->setObjectName(QStringLiteral("notice"));
     m_sidebar = new ConversationSidebar(m_list);
@@ -154,10 +154,17 @@ void AssistantWindow::connectViewMenu()
     connect(m_menus, &AssistantMenus::enlargeRequested, m_zoom, &TextZoom::enlarge);
     connect(m_menus, &AssistantMenus::reduceRequested, m_zoom, &TextZoom::reduce);
     connect(m_menus, &AssistantMenus::resetRequested, m_zoom, &TextZoom::reset);
+    connect(m_menus, &AssistantMenus::languageRequested, this, &AssistantWindow::takeLanguage);
     connect(m_menus, &AssistantMenus::sendKeyRequested, this, [this](ChatInput::SendKey key) {
         m_settings->setSendKey(key);
         m_page->input()->setSendKey(key);
     });
+}
+
+void AssistantWindow::takeLanguage(const QString &language)
+{
+    m_settings->setLanguage(language);
+    Q_EMIT languageChanged();
 }
 
 void AssistantWindow::setModel(ChatModel *model, const QString &name)

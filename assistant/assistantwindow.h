@@ -51,6 +51,9 @@ public:
     /// the file at @p path. They are not owned.
     void setToolSet(ToolSet *tools, const QString &path);
 
+    /// Writes down where the window is and which conversation is open, as closing it does.
+    void rememberState();
+
     /// Tells the user of something, until he closes it or something else is told.
     void tell(const QString &text);
 
@@ -59,6 +62,10 @@ public:
 
     /// Reads the conversation in the file at @p path and goes on with it.
     void importFrom(const QString &path);
+
+Q_SIGNALS:
+    /// The user has chosen another language, which windows speak that are made from now on.
+    void languageChanged();
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -76,10 +83,10 @@ private:
     void offerUndo(const QString &title);
     void chooseExport();
     void chooseImport();
-    void rememberState();
     void restoreState();
     void showTitle();
     void takeChoice();
+    void takeLanguage(const QString &language);
     void editProfiles();
     void editTools();
     void takeTools(const ToolSettings &settings);

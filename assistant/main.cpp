@@ -16,27 +16,49 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-int runWindow()
+// The status that asks for another window, in the language that was chosen.
+constexpr int otherLanguage = 100;
+
+struct Parts
 {
     ConversationStore store;
+    AssistantSettings settings;
+    ModelChoice choice{loadProfiles(profileFileCandidates(), QProcessEnvironment::systemEnvironment())};
+    const QString toolsPath =
+        QFileInfo(AssistantSettings::defaultPath()).dir().filePath(QStringLiteral("tools.json"));
+    ToolSet tools{loadToolSettings(toolsPath)};
+};
+
+int showWindow(Parts *parts)
+{
+    applyAssistantLanguage(parts->settings.language());
+    AssistantWindow window(&parts->store, &parts->settings);
+    if (!parts->store.setAsidePath().isEmpty())
+        window.tell(QApplication::translate("main", "对话文件已损坏，原来的文件保存在 %1。")
+                        .arg(parts->store.setAsidePath()));
+    window.setModelChoice(&parts->choice);
+    window.setToolSet(&parts->tools, parts->toolsPath);
+    QObject::connect(&window, &AssistantWindow::languageChanged, &window, [&window] {
+        window.rememberState();
+        QCoreApplication::exit(otherLanguage);
+    });
+    window.show();
+    return QApplication::exec();
+}
+
+int runWindows()
+{
+    Parts parts;
     QString error;
-    if (!store.open(ConversationStore::defaultPath(), &error)) {
+    applyAssistantLanguage(parts.settings.language());
+    if (!parts.store.open(ConversationStore::defaultPath(), &error)) {
         QMessageBox::critical(nullptr, QString(), error);
         return EXIT_FAILURE;
     }
-    AssistantSettings settings;
-    ModelChoice choice(loadProfiles(profileFileCandidates(), QProcessEnvironment::systemEnvironment()));
-    const QString toolsPath =
-        QFileInfo(AssistantSettings::defaultPath()).dir().filePath(QStringLiteral("tools.json"));
-    ToolSet tools(loadToolSettings(toolsPath));
-    AssistantWindow window(&store, &settings);
-    if (!store.setAsidePath().isEmpty())
-        window.tell(QApplication::translate("main", "对话文件已损坏，原来的文件保存在 %1。")
-                        .arg(store.setAsidePath()));
-    window.setModelChoice(&choice);
-    window.setToolSet(&tools, toolsPath);
-    window.show();
-    return QApplication::exec();
+    int status = otherLanguage;
+    while (status == otherLanguage)
+        status = showWindow(&parts);
+    return status;
 }
 
 } // namespace
@@ -57,10 +79,8 @@ int main(int argc, char *argv[])
                                   QStringLiteral("LOOK"));
     parser.addOptions({tour, look});
     parser.process(application);
-    if (!parser.isSet(tour)) {
-        applyAssistantLanguage({});
-        return runWindow();
-    }
+    if (!parser.isSet(tour))
+        return runWindows();
     const QDir folder(parser.value(tour));
     if (!folder.mkpath(QStringLiteral(".")))
         return EXIT_FAILURE;

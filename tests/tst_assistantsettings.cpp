@@ -34,6 +34,7 @@ void TestAssistantSettings::whatIsSetIsRememberedAtTheNextStart()
         AssistantSettings settings(path());
         settings.setSendKey(ChatInput::SendKey::Return);
         settings.setTextSteps(3);
+        settings.setLanguage("en");
         settings.setGeometry("geometry");
         settings.setSplitterState("state");
         settings.setConversationId("id");
@@ -41,6 +42,7 @@ void TestAssistantSettings::whatIsSetIsRememberedAtTheNextStart()
     const AssistantSettings settings(path());
     QCOMPARE(settings.sendKey(), ChatInput::SendKey::Return);
     QCOMPARE(settings.textSteps(), 3);
+    QCOMPARE(settings.language(), QString("en"));
     QCOMPARE(settings.geometry(), QByteArray("geometry"));
     QCOMPARE(settings.splitterState(), QByteArray("state"));
     QCOMPARE(settings.conversationId(), QString("id"));
@@ -49,10 +51,11 @@ void TestAssistantSettings::whatIsSetIsRememberedAtTheNextStart()
 void TestAssistantSettings::nonsenseReadsAsTheDefault()
 {
     QFile file(path());
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("[General]\nsendKey=space\ntextSteps=1000\n") > 0);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("[General]\nsendKey=space\nlanguage=xx\ntextSteps=1000\n") > 0);
     file.close();
     const AssistantSettings settings(path());
     QCOMPARE(settings.sendKey(), ChatInput::SendKey::CtrlReturn);
+    QCOMPARE(settings.language(), QString());
     QCOMPARE(settings.textSteps(), TextZoom::mostSteps);
 }
 

@@ -18,6 +18,7 @@ private Q_SLOTS:
     void searchFindsAndOpensAMessage();
     void newConversationIsEmpty();
     void mockModelSaysHowToSetUpAnother();
+    void languageIsChosen();
 };
 
 void TestAssistantWindow::questionIsAnsweredAndListed()
@@ -120,6 +121,17 @@ void TestAssistantWindow::mockModelSaysHowToSetUpAnother()
     dialog->accept();
     QCOMPARE(user.find<NoticeBar>("hint")->text(), QString());
     QCOMPARE(user.find<QComboBox>("modelCombo")->currentText(), "Works");
+}
+
+void TestAssistantWindow::languageIsChosen()
+{
+    AssistantUser user;
+    user.start();
+    QVERIFY(user.window->findChild<QAction *>("languageOfSystem")->isChecked());
+    QSignalSpy changed(user.window.data(), &AssistantWindow::languageChanged);
+    user.choose("languageEnglish");
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(user.settings.language(), "en");
 }
 
 QTEST_MAIN(TestAssistantWindow)

@@ -95,6 +95,14 @@
         <source>用 Enter 发送(&amp;E)</source>
         <translation>Send with &amp;Enter</translation>
     </message>
+    <message>
+        <source>语言(&amp;L)</source>
+        <translation>&amp;Language</translation>
+    </message>
+    <message>
+        <source>跟随系统(&amp;S)</source>
+        <translation>As the &amp;System</translation>
+    </message>
 </context>
 <context>
     <name>AssistantWindow</name>
