@@ -71,7 +71,6 @@ void applyAssistantIdentity()
 {
     QCoreApplication::setOrganizationName(QStringLiteral("Mirelo"));
     QCoreApplication::setApplicationName(QStringLiteral("orvane-assistant"));
-    QGuiApplication::setApplicationDisplayName(QStringLiteral("Orvane"));
     initPictures();
     QIcon icon;
     for (const int size : {16, 32, 48, 128, 256})
