@@ -51,7 +51,8 @@ void TestAssistantSettings::whatIsSetIsRememberedAtTheNextStart()
 void TestAssistantSettings::nonsenseReadsAsTheDefault()
 {
     QFile file(path());
-    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("[General]\nsendKey=space\nlanguage=xx\ntextSteps=1000\n") > 0);
+    QVERIFY(file.open(QIODevice::WriteOnly)
+            && file.write("[General]\nsendKey=space\nlanguage=xx\ntextSteps=1000\n") > 0);
     file.close();
     const AssistantSettings settings(path());
     QCOMPARE(settings.sendKey(), ChatInput::SendKey::CtrlReturn);

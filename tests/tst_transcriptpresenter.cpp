@@ -95,9 +95,12 @@ void TestTranscriptPresenter::unfinishedAnswerSaysWhy_data()
                              << "已停止，回答不完整。";
     QTest::newRow("failed") << "failed"
                             << "回答中断，不完整。";
-    QTest::newRow("cut") << "length" << "回答达到长度上限，被截断。可以在模型设置里提高上限。";
-    QTest::newRow("filtered") << "filtered" << "回答被服务的内容过滤截断。";
-    QTest::newRow("refused") << "refused" << "模型拒绝回答。";
+    QTest::newRow("cut") << "length"
+                         << "回答达到长度上限，被截断。可以在模型设置里提高上限。";
+    QTest::newRow("filtered") << "filtered"
+                              << "回答被服务的内容过滤截断。";
+    QTest::newRow("refused") << "refused"
+                             << "模型拒绝回答。";
     QTest::newRow("the program died") << "incomplete"
                                       << "程序在回答完成之前关闭，回答不完整。";
 }
