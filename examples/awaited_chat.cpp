@@ -101,7 +101,7 @@ Task Window::talk()
         conversation.append(ChatMessage::user(QLatin1String(question)));
         ChatReply *reply = m_model.chat(conversation, {}, this);
         connect(m_stop, &QPushButton::clicked, reply, &ChatReply::cancel);
-        const ChatResult result = co_await * reply;
+        const ChatResult result = co_await *reply;
         reply->deleteLater();
         showLine(QLatin1String(question), result.text + result.error);
         if (result.end != ChatResult::End::Finished) {

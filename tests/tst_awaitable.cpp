@@ -65,7 +65,7 @@ struct Detached
 
 Task waitFor(ChatReply *reply, std::optional<ChatResult> *result)
 {
-    *result = co_await * reply;
+    *result = co_await *reply;
 }
 
 Task waitFor(GraphRun *run, std::optional<GraphRunResult> *result)
@@ -75,7 +75,7 @@ Task waitFor(GraphRun *run, std::optional<GraphRunResult> *result)
 
 Task waitFor(ToolReply *reply, std::optional<ToolResult> *result)
 {
-    *result = co_await * reply;
+    *result = co_await *reply;
 }
 
 // A graph whose one node ends when its task is told to.
@@ -303,7 +303,7 @@ void TestAwaitable::tenThousandAwaitsOfEveryEnd()
         for (int i = 0; i < awaits; ++i) {
             const QPointer<ChatReply> reply(new ChatReply);
             [](ChatReply *reply, ChatResult::End end, int *resumed) -> Detached {
-                const ChatResult result = co_await * reply;
+                const ChatResult result = co_await *reply;
                 *resumed += result.end == end ? 1 : 0;
             }(reply, end.result.end, &resumed);
             end.end(reply);

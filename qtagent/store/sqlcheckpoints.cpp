@@ -12,19 +12,19 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-namespace {
-
-constexpr int schemaVersion = 1;
-
 // One for each engine, with its clock in milliseconds.
-struct Statements
+struct CheckpointStatements
 {
     QString claim;
     QString save;
     QString remove;
 };
 
-Statements statementsBy(const QString &now)
+namespace {
+
+constexpr int schemaVersion = 1;
+
+CheckpointStatements statementsBy(const QString &now)
 {
     // An owner that is null holds nothing, a next node that is null stands for no checkpoint.
     return {
@@ -43,16 +43,16 @@ Statements statementsBy(const QString &now)
             .arg(now)};
 }
 
-const Statements &sqliteStatements()
+const CheckpointStatements &sqliteStatements()
 {
-    static const Statements statements =
+    static const CheckpointStatements statements =
         statementsBy(QStringLiteral("CAST(ROUND((julianday('now') - 2440587.5) * 86400000) AS INTEGER)"));
     return statements;
 }
 
-const Statements &serverStatements()
+const CheckpointStatements &serverStatements()
 {
-    static const Statements statements =
+    static const CheckpointStatements statements =
         statementsBy(QStringLiteral("CAST(EXTRACT(EPOCH FROM clock_timestamp()) * 1000 AS BIGINT)"));
     return statements;
 }
@@ -147,7 +147,7 @@ Checkpoint checkpointOf(const QSqlQuery &query, const QString &threadId, int col
     return checkpoint;
 }
 
-bool tellOutcome(QString *error, const QString &text)
+bool told(QString *error, const QString &text)
 {
     if (error)
         *error = text;
@@ -184,7 +184,7 @@ private:
     bool refuse(const QString &reason);
 
     const std::unique_ptr<SqlConnection> m_connection;
-    const Statements &m_statements;
+    const CheckpointStatements &m_statements;
     QString m_refusal;
     int m_version = 0; // of the tables; 0 as long as it is not known
 };
@@ -349,12 +349,12 @@ std::unique_ptr<SqlCheckpoints> SqlCheckpoints::openSqlite(const QString &path, 
     auto connection = std::make_unique<SqliteConnection>();
     const auto opening = connection->open(path, fileFormat(), SqliteConnection::Look::Thorough, &text);
     if (opening != SqliteConnection::Opening::Opened) {
-        tellOutcome(error, text);
+        told(error, text);
         return nullptr;
     }
     std::unique_ptr<SqlCheckpoints> checkpoints(new SqlCheckpoints(std::move(connection)));
     const bool isReady = checkpoints->m_tables->prepare();
-    tellOutcome(error, isReady ? QString() : checkpoints->m_tables->errorText());
+    told(error, isReady ? QString() : checkpoints->m_tables->errorText());
     return isReady ? std::move(checkpoints) : nullptr;
 }
 
@@ -372,7 +372,7 @@ SqlCheckpoints::Claim SqlCheckpoints::claim(const QString &threadId, const QStri
                                             QString *error)
 {
     const bool isDone = m_tables->claim(threadId, owner, leaseMs);
-    tellOutcome(error, isDone ? QString() : m_tables->errorText());
+    told(error, isDone ? QString() : m_tables->errorText());
     if (!isDone)
         return Claim::Failed;
     return m_tables->hasChanged() ? Claim::Granted : Claim::Held;
@@ -380,14 +380,14 @@ SqlCheckpoints::Claim SqlCheckpoints::claim(const QString &threadId, const QStri
 
 bool SqlCheckpoints::save(const Checkpoint &checkpoint, const QString &owner, QString *error)
 {
-    return tellOutcome(error, m_tables->save(checkpoint, owner) ? QString() : m_tables->errorText());
+    return told(error, m_tables->save(checkpoint, owner) ? QString() : m_tables->errorText());
 }
 
 Checkpoint SqlCheckpoints::load(const QString &threadId, QString *error) const
 {
     Checkpoint checkpoint;
     const bool isLoaded = m_tables->load(threadId, &checkpoint);
-    tellOutcome(error, isLoaded ? QString() : m_tables->errorText());
+    told(error, isLoaded ? QString() : m_tables->errorText());
     return isLoaded ? checkpoint : Checkpoint();
 }
 
@@ -400,13 +400,13 @@ QVector<Checkpoint> SqlCheckpoints::threads(QString *error) const
 {
     QVector<Checkpoint> checkpoints;
     const bool isRead = m_tables->list(&checkpoints);
-    tellOutcome(error, isRead ? QString() : m_tables->errorText());
+    told(error, isRead ? QString() : m_tables->errorText());
     return isRead ? checkpoints : QVector<Checkpoint>();
 }
 
 bool SqlCheckpoints::remove(const QString &threadId, QString *error)
 {
-    return tellOutcome(error, m_tables->remove(threadId) ? QString() : m_tables->errorText());
+    return told(error, m_tables->remove(threadId) ? QString() : m_tables->errorText());
 }
 
 } // namespace QtAgent
