@@ -62,7 +62,7 @@ check_scripts() {
 
 check_cppcheck() {
     cppcheck --quiet -j "$(job_count)" -I . --library=qt --enable=warning,performance,portability \
-        --inline-suppr --error-exitcode=1 qtagent demo docs examples tests benchmarks fuzz
+        --inline-suppr --error-exitcode=1 qtagent assistant demo docs examples tests benchmarks fuzz
 }
 
 # Qt's headers cost most of the time, so each target is one translation unit.
@@ -79,7 +79,7 @@ check_clang_tidy_of_tests() {
 
 # prepare_clang_tidy FOLDER [CMAKE_ARGUMENT...]: the code that targets generate has to be there.
 prepare_clang_tidy() {
-    configure "$project_dir" "$build_dir/$1" -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_EXAMPLES=ON \
+    configure "$project_dir" "$build_dir/$1" -DQTAGENT_BUILD_DEMO=ON -DQTAGENT_BUILD_ASSISTANT=ON -DQTAGENT_BUILD_EXAMPLES=ON \
         -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DCMAKE_GLOBAL_AUTOGEN_TARGET=ON "${@:2}" &&
         cmake --build "$build_dir/$1" --target autogen
 }
@@ -89,7 +89,7 @@ prepare_clang_tidy() {
 run_clang_tidy() {
     local log="$build_dir/$1/clang-tidy.log"
     run-clang-tidy -quiet -p "$build_dir/$1" -j "$(job_count)" \
-        -header-filter='/(qtagent|demo|docs|examples|tests|benchmarks|fuzz)/' \
+        -header-filter='/(qtagent|assistant|demo|docs|examples|tests|benchmarks|fuzz)/' \
         "${@:3}" "$2" >"$log" 2>&1 || { tail -n 20 "$log" && return 1; }
     [[ -s "$log" ]] && ! grep -A 5 -E '(warning|error): ' "$log"
 }

@@ -43,11 +43,12 @@ void AssistantMenus::addMessageMenu(QMenuBar *bar)
     QMenu *menu = bar->addMenu(tr("消息(&M)"));
     add(menu, tr("停止(&T)"), Qt::Key_Escape, &AssistantMenus::stopRequested, "stopRequested");
     menu->addSeparator();
-    add(menu, tr("重新回答(&R)"), Qt::CTRL | Qt::Key_R, &AssistantMenus::regenerateRequested,
-        "regenerateRequested");
-    add(menu, tr("修改问题(&E)"), Qt::CTRL | Qt::Key_E, &AssistantMenus::editRequested, "editRequested");
-    add(menu, tr("复制消息(&C)"), Qt::CTRL | Qt::SHIFT | Qt::Key_C, &AssistantMenus::copyRequested,
-        "copyRequested");
+    add(menu, tr("重新回答(&R)"), QKeySequence(QStringLiteral("Ctrl+R")),
+        &AssistantMenus::regenerateRequested, "regenerateRequested");
+    add(menu, tr("修改问题(&E)"), QKeySequence(QStringLiteral("Ctrl+E")), &AssistantMenus::editRequested,
+        "editRequested");
+    add(menu, tr("复制消息(&C)"), QKeySequence(QStringLiteral("Ctrl+Shift+C")),
+        &AssistantMenus::copyRequested, "copyRequested");
 }
 
 void AssistantMenus::addViewMenu(QMenuBar *bar)
@@ -56,7 +57,7 @@ void AssistantMenus::addViewMenu(QMenuBar *bar)
     add(menu, tr("放大文字(&L)"), QKeySequence::ZoomIn, &AssistantMenus::enlargeRequested,
         "enlargeRequested");
     add(menu, tr("缩小文字(&S)"), QKeySequence::ZoomOut, &AssistantMenus::reduceRequested, "reduceRequested");
-    add(menu, tr("恢复文字大小(&0)"), Qt::CTRL | Qt::Key_0, &AssistantMenus::resetRequested,
+    add(menu, tr("恢复文字大小(&0)"), QKeySequence(QStringLiteral("Ctrl+0")), &AssistantMenus::resetRequested,
         "resetRequested");
 }
 

@@ -34,6 +34,7 @@ AssistantTour::AssistantTour(const QDir &folder, const QString &prefix, QObject 
     connect(&m_timer, &QTimer::timeout, this, &AssistantTour::look);
     addFirstStates();
     addConversationStates();
+    addListStates();
     addFailureStates();
     addToolStates();
     addDialogStates();
@@ -111,6 +112,10 @@ void AssistantTour::addConversationStates()
             ask(QStringLiteral("cut short"));
         },
         [this] { return isIdle() && shows(QStringLiteral("opens and")); });
+}
+
+void AssistantTour::addListStates()
+{
     add(
         QStringLiteral("thinking"),
         [this] {

@@ -35,7 +35,7 @@ ConversationDelegate::~ConversationDelegate() = default;
 
 QString ConversationDelegate::secondLine(const QModelIndex &index)
 {
-    const QString excerpt = index.data(ConversationListModel::ExcerptRole).toString();
+    QString excerpt = index.data(ConversationListModel::ExcerptRole).toString();
     if (!excerpt.isEmpty())
         return excerpt;
     return QLocale().toString(index.data(ConversationListModel::ChangedRole).toDateTime(),

@@ -11,7 +11,7 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-constexpr qint64 largestFile = 64 * 1024 * 1024;
+constexpr qint64 largestImport = 64 * 1024 * 1024;
 
 bool write(const QString &path, const QByteArray &content, QString *error)
 {
@@ -39,8 +39,8 @@ QString importConversation(ConversationStore *store, const QString &path, QStrin
         *error = file.errorString();
         return {};
     }
-    const QByteArray content = file.read(largestFile + 1);
-    if (content.size() > largestFile) {
+    const QByteArray content = file.read(largestImport + 1);
+    if (content.size() > largestImport) {
         *error = QCoreApplication::translate("ConversationFiles", "文件超过 64 MiB。");
         return {};
     }

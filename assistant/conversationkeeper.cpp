@@ -111,7 +111,7 @@ void ConversationKeeper::setWatch(const AnswerWatch *watch)
 
 QString ConversationKeeper::titleFor(const QString &question)
 {
-    const QString line = question.trimmed().section(QLatin1Char('\n'), 0, 0).simplified();
+    QString line = question.trimmed().section(QLatin1Char('\n'), 0, 0).simplified();
     if (line.size() <= longestTitle)
         return line;
     // Half a character beyond the basic plane is none.

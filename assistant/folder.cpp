@@ -7,7 +7,7 @@
 namespace {
 
 constexpr int mostNames = 1000;
-constexpr qint64 largestFile = 256 * 1024;
+constexpr qint64 largestText = 256 * 1024;
 
 // Qt warns of names that no file can have.
 QString canonicalPathOf(const QString &path)
@@ -52,11 +52,11 @@ QString Folder::read(const QString &path, QString *error) const
     // A FIFO or a device would never end.
     if (!QFileInfo(place).isFile() || !file.open(QIODevice::ReadOnly))
         *error = QStringLiteral("This file cannot be read.");
-    else if (file.size() > largestFile)
+    else if (file.size() > largestText)
         *error = QStringLiteral("The file has more than 256 KiB.");
     if (!error->isEmpty())
         return {};
-    const QByteArray content = file.read(largestFile);
+    const QByteArray content = file.read(largestText);
     if (content.contains('\0'))
         *error = QStringLiteral("The file is not a text.");
     return error->isEmpty() ? QString::fromUtf8(content) : QString();
@@ -90,7 +90,7 @@ QString Folder::writable(const QString &path, QString *error) const
 {
     const QFileInfo target(path.contains(QChar(0)) ? QString() : m_root + QLatin1Char('/') + path);
     if (target.isSymLink() || target.exists()) {
-        const QString place = existing(path, error);
+        QString place = existing(path, error);
         if (error->isEmpty() && !QFileInfo(place).isFile())
             *error = QStringLiteral("This is not a file.");
         return place;

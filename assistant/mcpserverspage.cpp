@@ -15,7 +15,7 @@
 
 namespace {
 
-enum Kind { Program, Service };
+enum ServerKind { Program, Service };
 
 QStringList linesOf(const QPlainTextEdit *edit)
 {

@@ -22,7 +22,8 @@ const QLatin1String hiddenKey("hiddenTools");
 QStringList toTexts(const QJsonValue &value)
 {
     QStringList texts;
-    for (const QJsonValue &text : value.toArray())
+    const QJsonArray array = value.toArray();
+    for (const QJsonValue &text : array)
         texts.append(text.toString());
     return texts;
 }
@@ -62,7 +63,8 @@ ToolSettings loadToolSettings(const QString &path)
     const QJsonObject root = QJsonDocument::fromJson(file.readAll()).object();
     settings.hasClock = root.value(clockKey).toBool(true);
     settings.folder = root.value(folderKey).toString();
-    for (const QJsonValue &server : root.value(serversKey).toArray())
+    const QJsonArray servers = root.value(serversKey).toArray();
+    for (const QJsonValue &server : servers)
         settings.servers.append(serverFrom(server.toObject()));
     return settings;
 }

@@ -49,7 +49,7 @@ void call(CompletionReply *reply, const QString &tool, const QJsonObject &argume
 void answer(CompletionReply *reply, const QString &question, bool hasResult)
 {
     const QStringList words = question.split(QLatin1Char(' '));
-    const QString script = words.first();
+    const QString &script = words.first();
     if (hasResult)
         finish(reply, QStringLiteral("Done."));
     else if (script == QLatin1String("half"))

@@ -125,7 +125,7 @@ private:
 int main(int argc, char *argv[])
 {
     QApplication application(argc, argv);
-    application.setApplicationName(QStringLiteral("review_workflow"));
+    QApplication::setApplicationName(QStringLiteral("review_workflow"));
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::AppDataLocation);
     const QString path =
         argc > 1 ? QString::fromLocal8Bit(argv[1]) : folder + QLatin1String("/checkpoints.sqlite");

@@ -21,7 +21,7 @@ constexpr int messageTimeLimitMs = 10000;
 constexpr int closingTimeLimitMs = 2000;
 constexpr int messageBufferSize = 65536;
 // From this revision on the version is told with every request.
-constexpr QLatin1String firstToldVersion("2025-06-18");
+const QLatin1String firstToldVersion("2025-06-18");
 
 bool isPlainHttp(const QUrl &url)
 {
@@ -114,7 +114,8 @@ HttpTransport::~HttpTransport()
     if (m_isClosing || !hasSession() || !application || application->thread() != thread())
         return;
     // The server may forget the session; nobody waits for that.
-    auto *network = new QNetworkAccessManager(application);
+    // The destructor ends the program where there is no memory left.
+    auto *network = new QNetworkAccessManager(application); // NOLINT(bugprone-unhandled-exception-at-new)
     connect(endSession(network), &QObject::destroyed, network, &QObject::deleteLater);
 }
 

@@ -8,13 +8,13 @@ namespace QtAgent {
 
 namespace {
 
-constexpr QLatin1String idKey("id");
-constexpr QLatin1String methodKey("method");
-constexpr QLatin1String paramsKey("params");
-constexpr QLatin1String resultKey("result");
-constexpr QLatin1String errorKey("error");
-constexpr QLatin1String versionKey("jsonrpc");
-constexpr QLatin1String version("2.0");
+const QLatin1String idKey("id");
+const QLatin1String methodKey("method");
+const QLatin1String paramsKey("params");
+const QLatin1String resultKey("result");
+const QLatin1String errorKey("error");
+const QLatin1String versionKey("jsonrpc");
+const QLatin1String version("2.0");
 
 RpcError readError(const QJsonObject &object)
 {

@@ -40,6 +40,7 @@ void McpCall::send(McpPeer *peer, qint64 timeLimitMs)
             reply->progress(text);
     };
     m_peer = peer;
+    m_session = m_server->session();
     m_requestId = peer->request(QStringLiteral("tools/call"), m_params, expectation);
 }
 

@@ -17,6 +17,9 @@ public:
 
     QString toolName() const { return m_toolName; }
 
+    /// The session of the server that the call was sent in.
+    int session() const { return m_session; }
+
     void send(McpPeer *peer, qint64 timeLimitMs);
 
     // Ends the reply, from the event loop.
@@ -34,6 +37,7 @@ private:
     const HeaderValues m_headers;
     QPointer<McpPeer> m_peer;
     qint64 m_requestId = 0;
+    int m_session = 0;
     bool m_isRepeated = false;
 };
 

@@ -46,7 +46,7 @@ McpAnswer answerFrom(const RpcMessage &message)
 // "message", else "1/3" or "1".
 QString progressText(const QJsonObject &params)
 {
-    const QString message = params.value(QLatin1String("message")).toString();
+    QString message = params.value(QLatin1String("message")).toString();
     if (!message.isEmpty())
         return message;
     const QString progress = params.value(QLatin1String("progress")).toVariant().toString();
@@ -271,6 +271,7 @@ void McpPeer::failAll(const QString &reason)
 void McpPeer::end(const QString &error)
 {
     const QPointer<McpPeer> self(this);
+    // It may die with a call. NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const QString reason = error;
     m_isClosing = true;
     failAll(reason);

@@ -300,6 +300,11 @@ void McpServerPrivate::forget(McpCall *call)
 
 void McpServerPrivate::reopenFor(McpCall *call)
 {
+    // The answer may come when another call has opened the new session already.
+    if (call->session() != m_session) {
+        call->send(m_peer, m_timeLimitMs);
+        return;
+    }
     m_waiting.append(call);
     reopen();
 }
@@ -317,6 +322,7 @@ void McpServerPrivate::reopen()
 // The user may have been asked about a tool that is another one now.
 void McpServerPrivate::sendWaiting(const QStringList &withdrawn)
 {
+    ++m_session;
     const QPointer<McpPeer> peer(m_peer);
     const auto waiting = std::exchange(m_waiting, {});
     for (const QPointer<McpCall> &call : waiting) {

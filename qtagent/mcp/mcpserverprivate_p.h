@@ -42,6 +42,7 @@ public:
     // For tools and calls
 
     ToolReply *call(const CatalogEntry &tool, const QJsonObject &arguments, QObject *parent);
+    int session() const { return m_session; }
     void reopenFor(McpCall *call);
     void forget(McpCall *call);
 
@@ -80,6 +81,7 @@ private:
     // There was a list before, also in an earlier start.
     bool m_wasListed = false;
     bool m_isReopening = false;
+    int m_session = 0; // how often calls could be sent anew
     QByteArray m_errorOutput;
     ToolCatalog m_catalog;
     QHash<QString, ToolPermission> m_permissions;

@@ -25,7 +25,7 @@ Q_SIGNALS:
 
 private:
     void requestPage(const QJsonObject &params);
-    void takePage(const McpAnswer &answer);
+    void takePage(const McpAnswer &received);
     void fail(const McpAnswer &answer);
 
     McpPeer *const m_peer;

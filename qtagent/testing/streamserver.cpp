@@ -67,8 +67,8 @@ void breakConnection(QTcpSocket *socket)
 {
     linger noTime{};
     noTime.l_onoff = 1;
-    ::setsockopt(socket->socketDescriptor(), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char *>(&noTime),
-                 sizeof noTime);
+    ::setsockopt(int(socket->socketDescriptor()), SOL_SOCKET, SO_LINGER,
+                 reinterpret_cast<const char *>(&noTime), sizeof noTime);
     socket->abort();
 }
 

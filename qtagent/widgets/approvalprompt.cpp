@@ -70,8 +70,8 @@ void ApprovalPrompt::executeDialog(ApprovalDialog *dialog, QObject *question, co
 
 void ApprovalPrompt::answer(QObject *question, const ApprovalRequest &request, bool allowed)
 {
-    const ApprovalRequest shown =
-        request; // NOLINT(performance-unnecessary-copy-initialization): it dies with the question
+    // It dies with the question. NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
+    const ApprovalRequest shown = request;
     delete question;
     tellExecutor(shown, allowed && !isWindowGone());
 }
