@@ -173,9 +173,12 @@ void ConversationKeeper::save()
     const qint64 revision = m_conversation.revision;
     m_conversation.setMessages(messages, m_modelName);
     m_conversation.model = m_modelName;
-    if (m_conversation.id.isEmpty() || (!m_store->save(&m_conversation, &error) && !saveCopy(&error)))
+    const bool isSaved =
+        !m_conversation.id.isEmpty() && (m_store->save(&m_conversation, &error) || saveCopy(&error));
+    const QString lastFailure = std::exchange(m_lastFailure, isSaved ? QString() : error);
+    if (!isSaved && error != lastFailure)
         Q_EMIT failed(error);
-    else if (m_conversation.revision != revision)
+    else if (isSaved && m_conversation.revision != revision)
         Q_EMIT saved();
 }
 

@@ -77,7 +77,8 @@ Q_SIGNALS:
     /// The store has changed.
     void saved();
 
-    /// Something could not be read or saved. An answer is saved with the next change again.
+    /// Something could not be read or saved. An answer is saved with the next change again, and where that
+    /// fails for the same reason it is not told anew.
     void failed(const QString &error);
 
 private:
@@ -96,7 +97,8 @@ private:
     MireloQtLib::QtAgent::Conversation m_conversation;
     QPointer<const AnswerWatch> m_watch;
     QString m_modelName;
-    QString m_arrived; // of an answer that is not in the conversation yet
+    QString m_lastFailure; // to save
+    QString m_arrived;     // of an answer that is not in the conversation yet
     QTimer m_timer;
 };
 
