@@ -1,6 +1,7 @@
 #include "conversationkeeper.h"
 
 #include <algorithm>
+#include <utility>
 
 using namespace MireloQtLib::QtAgent;
 
