@@ -28,7 +28,8 @@ public:
     Task(Task &&other) noexcept { swap(other); }
     Task &operator=(Task &&other) noexcept
     {
-        Task(std::move(other)).swap(*this);
+        Task taken(std::move(other));
+        swap(taken);
         return *this;
     }
     ~Task()

@@ -265,7 +265,7 @@ void AgentLoop::execute(const PendingCall &call, AgentTool *tool, ToolPermission
 {
     const QPointer<AgentRun> run(m_run.get());
     auto *execution = new ToolExecution(call, traceOf(call, QString(), permission), run);
-    run->executions.append(execution);
+    m_run->executions.append(execution);
     const bool isAllowed = announce(call, tool, permission);
     if (!run)
         return;
@@ -417,7 +417,7 @@ void AgentLoop::record(const PendingCall &call, const ToolCallTrace &trace, cons
 {
     const QPointer<AgentRun> run(m_run.get());
     // A slot that turns the event loop is not to be overtaken by a step from before.
-    ++run->step;
+    ++m_run->step;
     m_conversation.setResult(call.index, result);
     Q_EMIT m_executor->traceAdded(trace);
     if (run)

@@ -180,8 +180,9 @@ void TestAgentExecutorAsyncTools::oddRepliesFailInWords_data()
     const Action remove = [](ToolReply *reply) { delete reply; };
     const Action cancel = [](ToolReply *reply) { reply->cancel(); };
     const Action finishTwice = [](ToolReply *reply) {
+        const QPointer<ToolReply> finished(reply);
         reply->finish({false, {}, {}, "first", {}});
-        if (reply)
+        if (finished)
             reply->finish(AgentFixture::success("second"));
     };
     const Action finishAndCancel = [](ToolReply *reply) {

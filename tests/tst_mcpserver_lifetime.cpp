@@ -29,8 +29,8 @@ public:
     Session(const QString &moment, const QString &action)
         : m_moment(moment)
         , m_action(action)
+        , m_script(McpScript::legacy("2025-06-18", {McpScript::tool("a"), McpScript::tool("b")}))
     {
-        m_script = McpScript::legacy("2025-06-18", {McpScript::tool("a"), McpScript::tool("b")});
         const QString progress =
             R"({"jsonrpc":"2.0","method":"notifications/progress","params":{"progressToken":$token,"progress":1}})";
         m_script.on("tools/list", {McpScript::result(McpScript::page({McpScript::tool("b")}))})

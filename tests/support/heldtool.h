@@ -42,10 +42,12 @@ public:
         replies.append(reply);
         if (work)
             work(reply);
+        // cppcheck-suppress CastIntegerToAddressAtReturn ; a member that is called reply
         return reply;
     }
 
     /// The reply to the latest call. There must have been one.
+    // cppcheck-suppress CastIntegerToAddressAtReturn ; pointers, not numbers
     ToolReply *lastReply() const { return replies.last(); }
 
     /// Is called inside start(); the tool returns null where it deletes the reply.

@@ -119,7 +119,10 @@ private:
 
     static QStringList asServerUser(const QStringList &command)
     {
-        return otherUser().isEmpty() ? command : QStringList{"runuser", "-u", otherUser(), "--"} + command;
+        const QString user = otherUser();
+        if (user.isEmpty())
+            return command;
+        return QStringList{"runuser", "-u", user, "--"} + command;
     }
 
     bool run(const QStringList &command) const
