@@ -34,6 +34,7 @@ AssistantTour::AssistantTour(const QDir &folder, const QString &prefix, QObject 
     connect(&m_timer, &QTimer::timeout, this, &AssistantTour::look);
     addFirstStates();
     addConversationStates();
+    addCorrectionStates();
     addListStates();
     addFailureStates();
     addToolStates();
@@ -102,6 +103,10 @@ void AssistantTour::addConversationStates()
     add(
         QStringLiteral("stopped"), [this] { press(QStringLiteral("stopButton")); },
         [this] { return isIdle(); });
+}
+
+void AssistantTour::addCorrectionStates()
+{
     add(
         QStringLiteral("editing"), [this] { choose(QStringLiteral("editRequested")); },
         [this] { return find<NoticeBar>(QStringLiteral("editing"))->isVisible(); });

@@ -58,6 +58,7 @@ private:
 
     void addFirstStates();
     void addConversationStates();
+    void addCorrectionStates();
     void addListStates();
     void addFailureStates();
     void addToolStates();
