@@ -40,6 +40,8 @@ QStringList Folder::list(const QString &path, QString *error) const
         QDir(place).entryInfoList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden, QDir::Name);
     for (const QFileInfo &entry : entries.mid(0, mostNames))
         names.append(entry.isDir() ? entry.fileName() + QLatin1Char('/') : entry.fileName());
+    if (entries.size() > mostNames)
+        names.append(QStringLiteral("(%1 more)").arg(entries.size() - mostNames));
     return names;
 }
 
@@ -57,9 +59,11 @@ QString Folder::read(const QString &path, QString *error) const
     if (!error->isEmpty())
         return {};
     const QByteArray content = file.read(largestText);
-    if (content.contains('\0'))
-        *error = QStringLiteral("The file is not a text.");
-    return error->isEmpty() ? QString::fromUtf8(content) : QString();
+    const QString text = QString::fromUtf8(content);
+    // What is read with replacements would be written back with them.
+    if (content.contains('\0') || !content.endsWith(text.toUtf8()))
+        *error = QStringLiteral("The file is not a text in UTF-8.");
+    return error->isEmpty() ? text : QString();
 }
 
 bool Folder::write(const QString &path, const QString &text, QString *error) const

@@ -19,10 +19,11 @@ public:
     /// Returns whether there is such a folder.
     bool isValid() const;
 
-    /// Returns what is in the folder @p path, sorted, folders with "/" at their end: at most 1,000 names.
+    /// Returns what is in the folder @p path, sorted, folders with "/" at their end: at most 1,000
+    /// names, and behind them how many there are more.
     QStringList list(const QString &path, QString *error) const;
 
-    /// Returns the text of the file @p path, of at most 256 KiB.
+    /// Returns the text of the file @p path, of at most 256 KiB in UTF-8.
     QString read(const QString &path, QString *error) const;
 
     /// Replaces the file @p path by @p text, or makes it, in a folder that exists. All of it is written, or

@@ -21,6 +21,7 @@ ToolSet::ToolSet(const ToolSettings &settings, QObject *parent)
     : QObject(parent)
     , m_settings(settings)
 {
+    createOwnTools();
     updateConnections();
     rebuild();
 }
@@ -34,7 +35,11 @@ const ToolSettings &ToolSet::settings() const
 
 void ToolSet::setSettings(const ToolSettings &settings)
 {
+    const bool hasOtherTools =
+        settings.hasClock != m_settings.hasClock || settings.folder != m_settings.folder;
     m_settings = settings;
+    if (hasOtherTools)
+        createOwnTools();
     updateConnections();
     Q_EMIT connectionsChanged();
     rebuild();
@@ -48,6 +53,18 @@ ToolRegistry *ToolSet::registry() const
 const QVector<McpConnection *> &ToolSet::connections() const
 {
     return m_connections;
+}
+
+// They live on while registries are replaced: the user's answer counts for the tool that was asked about.
+void ToolSet::createOwnTools()
+{
+    for (AgentTool *tool : std::exchange(m_ownTools, {}))
+        tool->deleteLater();
+    if (m_settings.hasClock)
+        m_ownTools.append(createClockTool(this));
+    const Folder folder(m_settings.folder);
+    if (folder.isValid())
+        m_ownTools += createFolderTools(folder, this);
 }
 
 void ToolSet::updateConnections()
@@ -77,13 +94,8 @@ void ToolSet::updateConnections()
 void ToolSet::rebuild()
 {
     ToolRegistry *old = std::exchange(m_registry, new ToolRegistry(this));
-    if (m_settings.hasClock)
-        m_registry->registerTool(createClockTool(m_registry));
-    const Folder folder(m_settings.folder);
-    if (folder.isValid()) {
-        for (AgentTool *tool : createFolderTools(folder, m_registry))
-            m_registry->registerTool(tool);
-    }
+    for (AgentTool *tool : qAsConst(m_ownTools))
+        m_registry->registerTool(tool);
     for (const McpConnection *connection : qAsConst(m_connections))
         connection->registerTools(m_registry);
     Q_EMIT registryChanged();

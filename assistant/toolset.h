@@ -8,8 +8,9 @@
 
 namespace MireloQtLib {
 namespace QtAgent {
+class AgentTool;
 class ToolRegistry;
-}
+} // namespace QtAgent
 } // namespace MireloQtLib
 class McpConnection;
 
@@ -43,11 +44,13 @@ Q_SIGNALS:
     void connectionsChanged();
 
 private:
+    void createOwnTools();
     void updateConnections();
     void rebuild();
 
     ToolSettings m_settings;
     QVector<McpConnection *> m_connections;
+    QVector<MireloQtLib::QtAgent::AgentTool *> m_ownTools;
     MireloQtLib::QtAgent::ToolRegistry *m_registry = nullptr;
 };
 

@@ -143,7 +143,8 @@ void TestFolder::whatIsNoTextIsNotRead_data()
 {
     QTest::addColumn<QByteArray>("content");
     QTest::addColumn<QString>("expected");
-    QTest::newRow("bytes") << QByteArray("a\0b", 3) << "The file is not a text.";
+    QTest::newRow("bytes") << QByteArray("a\0b", 3) << "The file is not a text in UTF-8.";
+    QTest::newRow("another encoding") << QByteArray("\xb7\xa7\xc3\xc5") << "The file is not a text in UTF-8.";
     QTest::newRow("too much") << QByteArray(256 * 1024 + 1, 'x') << "The file has more than 256 KiB.";
     QTest::newRow("as much as may be") << QByteArray(256 * 1024, 'x') << "";
 }
