@@ -5,6 +5,28 @@
 #include <QPushButton>
 #include <QToolButton>
 
+namespace {
+
+// A label is at least as wide as its longest word, and would make its window so.
+QString withShortWords(const QString &text)
+{
+    constexpr int longest = 40;
+    const QChar mayBreak(0x200b);
+    QString result;
+    int length = 0;
+    for (const QChar character : text) {
+        length = character.isSpace() ? 0 : length + 1;
+        if (length > longest && !character.isLowSurrogate()) {
+            result += mayBreak;
+            length = 1;
+        }
+        result += character;
+    }
+    return result;
+}
+
+} // namespace
+
 NoticeBar::NoticeBar(QWidget *parent)
     : QFrame(parent)
     , m_icon(new QLabel)
@@ -45,7 +67,7 @@ NoticeBar::~NoticeBar() = default;
 
 void NoticeBar::tell(const QString &text, const QString &action)
 {
-    m_text->setText(text);
+    m_text->setText(withShortWords(text));
     m_action->setText(action);
     m_action->setVisible(!action.isEmpty());
     show();
@@ -59,7 +81,7 @@ void NoticeBar::setIcon(QStyle::StandardPixmap icon)
 
 QString NoticeBar::text() const
 {
-    return isHidden() ? QString() : m_text->text();
+    return isHidden() ? QString() : m_text->text().remove(QChar(0x200b));
 }
 
 void NoticeBar::clear()
