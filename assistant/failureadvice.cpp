@@ -8,12 +8,24 @@ namespace {
 
 using Kind = FailureAdvice::Kind;
 
+// The names that services have for an empty account.
+bool isEmptyAccount(const QString &name)
+{
+    static const QStringList names{
+        QStringLiteral("insufficient_quota"),
+        QStringLiteral("billing_hard_limit_reached"),
+        QStringLiteral("exceeded_current_quota_error"),
+        QStringLiteral("credit_balance_exhausted"),
+    };
+    return names.contains(name) || name.endsWith(QLatin1String("_spend_limit_exceeded"))
+        || name.contains(QLatin1String("PerDay"));
+}
+
 bool isMoney(const ChatFailure &failure)
 {
     constexpr int paymentRequired = 402;
-    return failure.httpStatus == paymentRequired || failure.code == QLatin1String("insufficient_quota")
-        || failure.type == QLatin1String("insufficient_quota")
-        || failure.code == QLatin1String("billing_hard_limit_reached");
+    return isEmptyAccount(failure.code) || isEmptyAccount(failure.type)
+        || (failure.httpStatus == paymentRequired && !failure.isTemporary());
 }
 
 bool isCut(const ChatFailure &failure)
@@ -31,6 +43,11 @@ bool isOffline(const ChatFailure &failure)
         && failure.networkError != QNetworkReply::ProtocolUnknownError;
 }
 
+bool isSlow(const ChatFailure &failure)
+{
+    return failure.httpStatus == 0 && failure.networkError == QNetworkReply::TimeoutError;
+}
+
 Kind kindOf(const ChatFailure &failure)
 {
     if (isMoney(failure))
@@ -39,6 +56,8 @@ Kind kindOf(const ChatFailure &failure)
         return Kind::TooLong;
     if (isCut(failure))
         return Kind::Cut;
+    if (isSlow(failure))
+        return Kind::Slow;
     if (isOffline(failure))
         return Kind::Offline;
     switch (failure.httpStatus) {
@@ -70,12 +89,15 @@ FailureAdvice adviceFor(const ChatFailure &failure)
     case Kind::Offline:
         return {Kind::Offline, FailureAdvice::tr("无法连接到服务"),
                 FailureAdvice::tr("请检查网络和服务地址，然后重试。"), QStyle::SP_DriveNetIcon};
+    case Kind::Slow:
+        return {Kind::Slow, FailureAdvice::tr("服务没有及时回答"),
+                FailureAdvice::tr("请稍后重试，或者在“设置 → 模型”中提高时限。"), QStyle::SP_ComputerIcon};
     case Kind::Key:
         return {Kind::Key, FailureAdvice::tr("密钥无效"), FailureAdvice::tr("请在“设置 → 模型”中更正密钥。"),
                 QStyle::SP_MessageBoxCritical};
     case Kind::Money:
         return {Kind::Money, FailureAdvice::tr("余额或配额不足"),
-                FailureAdvice::tr("请在服务商处充值，或者换一个模型。"), QStyle::SP_MessageBoxCritical};
+                FailureAdvice::tr("请在服务商处充值，或者换一个模型。"), QStyle::SP_DialogNoButton};
     case Kind::Overloaded:
         return {Kind::Overloaded, FailureAdvice::tr("服务繁忙"), FailureAdvice::tr("请稍等片刻再重试。"),
                 QStyle::SP_MessageBoxWarning};
@@ -87,10 +109,10 @@ FailureAdvice adviceFor(const ChatFailure &failure)
                 FailureAdvice::tr("请在“设置 → 模型”中检查地址和模型名称。"), QStyle::SP_MessageBoxQuestion};
     case Kind::Cut:
         return {Kind::Cut, FailureAdvice::tr("回答中途断开"),
-                FailureAdvice::tr("可以重试，已收到的部分会被替换。"), QStyle::SP_BrowserReload};
+                FailureAdvice::tr("可以重试，已收到的部分会被替换。"), QStyle::SP_BrowserStop};
     case Kind::Other:
         break;
     }
     return {Kind::Other, FailureAdvice::tr("请求失败"), FailureAdvice::tr("请检查设置，然后重试。"),
-            QStyle::SP_MessageBoxWarning};
+            QStyle::SP_MessageBoxInformation};
 }

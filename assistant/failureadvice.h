@@ -13,7 +13,7 @@ struct FailureAdvice
 
 public:
     /// The kinds that look different.
-    enum class Kind { Offline, Key, Money, Overloaded, TooLong, Address, Cut, Other };
+    enum class Kind { Offline, Slow, Key, Money, Overloaded, TooLong, Address, Cut, Other };
 
     Kind kind = Kind::Other;
     /// What happened, in a few words.

@@ -12,6 +12,7 @@ class TestFailureAdvice : public QObject
 private Q_SLOTS:
     void failuresAreToldApart_data();
     void failuresAreToldApart();
+    void kindsLookDifferent();
     void wordsOfTheServiceComeLast();
 };
 
@@ -34,10 +35,17 @@ void TestFailureAdvice::failuresAreToldApart_data()
     using Kind = FailureAdvice::Kind;
     row("no network", failure(0, QNetworkReply::HostNotFoundError), Kind::Offline, "无法连接到服务");
     row("nobody listens", failure(0, QNetworkReply::ConnectionRefusedError), Kind::Offline, "无法连接到服务");
+    row("silence", failure(0, QNetworkReply::TimeoutError), Kind::Slow, "服务没有及时回答");
     row("wrong key", failure(401, 204), Kind::Key, "密钥无效");
     row("no right", failure(403, 201), Kind::Key, "密钥无效");
     row("no money", failure(402, 299), Kind::Money, "余额或配额不足");
     row("quota used up", failure(429, 299, "insufficient_quota"), Kind::Money, "余额或配额不足");
+    row("credit used up", failure(429, 299, "exceeded_current_quota_error"), Kind::Money, "余额或配额不足");
+    row("limit of the month", failure(429, 299, "monthly_spend_limit_exceeded"), Kind::Money,
+        "余额或配额不足");
+    ChatFailure waiting = failure(402, 299);
+    waiting.retryAfterMs = 1000;
+    row("no money for a second", waiting, Kind::Overloaded, "服务繁忙");
     row("asked too often", failure(429, 299), Kind::Overloaded, "服务繁忙");
     row("overloaded", failure(503, 403), Kind::Overloaded, "服务繁忙");
     row("too long", failure(400, 302, "context_length_exceeded"), Kind::TooLong, "对话对这个模型来说太长");
@@ -57,6 +65,23 @@ void TestFailureAdvice::failuresAreToldApart()
     QCOMPARE(int(advice.kind), kind);
     QCOMPARE(advice.title, title);
     QVERIFY(!advice.advice.isEmpty());
+}
+
+void TestFailureAdvice::kindsLookDifferent()
+{
+    const QVector<ChatFailure> failures{failure(0, QNetworkReply::HostNotFoundError),
+                                        failure(0, QNetworkReply::TimeoutError),
+                                        failure(401),
+                                        failure(402),
+                                        failure(503),
+                                        failure(413),
+                                        failure(404),
+                                        failure(200, 0, "stream_ended_early"),
+                                        failure(400)};
+    QSet<int> icons;
+    for (const ChatFailure &failed : failures)
+        icons.insert(adviceFor(failed).icon);
+    QCOMPARE(icons.size(), failures.size());
 }
 
 void TestFailureAdvice::wordsOfTheServiceComeLast()
