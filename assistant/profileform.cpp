@@ -16,6 +16,8 @@
 #include <QPushButton>
 #include <QSpinBox>
 
+#include <utility>
+
 using namespace MireloQtLib::QtAgent;
 
 namespace {
@@ -36,6 +38,12 @@ QString toText(const QJsonObject &options)
 {
     return options.isEmpty() ? QString()
                              : QString::fromUtf8(QJsonDocument(options).toJson(QJsonDocument::Indented));
+}
+
+// What the user has not changed stays, also where it is outside of what can be entered.
+qint32 numberIn(const QSpinBox *spin, qint32 before)
+{
+    return spin->value() == qBound(spin->minimum(), before, spin->maximum()) ? before : spin->value();
 }
 
 bool isOptions(const QString &text)
@@ -76,7 +84,8 @@ void ProfileForm::setUpFields(QFormLayout *form)
     m_provider->addItem(tr("DeepSeek"), QStringLiteral("deepseek"));
     m_provider->addItem(tr("离线模拟模型"), QStringLiteral("mock"));
     form->addRow(tr("服务(&P)"), m_provider);
-    connect(m_provider, QOverload<int>::of(&QComboBox::currentIndexChanged), this, &ProfileForm::edit);
+    connect(m_provider, QOverload<int>::of(&QComboBox::currentIndexChanged), this,
+            &ProfileForm::leaveProvider);
     m_baseUrl = addLine(tr("地址(&A)"), QStringLiteral("baseUrlEdit"));
     m_apiKey = addLine(tr("密钥(&K)"), QStringLiteral("apiKeyEdit"));
     m_apiKey->setEchoMode(QLineEdit::Password);
@@ -116,6 +125,8 @@ void ProfileForm::setUpNumbers(QFormLayout *form)
     };
     m_maxTokens = addNumber(tr("回答上限（令牌）(&L)"), QStringLiteral("maxTokensSpin"), 10000000);
     m_timeout = addNumber(tr("时限（毫秒）(&T)"), QStringLiteral("timeoutSpin"), 3600000);
+    m_timeout->setMinimum(0);
+    m_timeout->setSpecialValueText(tr("不限"));
     m_stream = new QCheckBox(tr("逐字显示回答(&S)"));
     m_stream->setObjectName(QStringLiteral("streamCheck"));
     form->addRow(m_stream);
@@ -158,6 +169,7 @@ void ProfileForm::setProfile(const AssistantProfile &profile)
     const ModelConfig &config = profile.config;
     m_name->setText(config.name);
     m_provider->setCurrentIndex(qMax(0, m_provider->findData(config.provider)));
+    m_shownProvider = m_provider->currentData().toString();
     m_baseUrl->setText(config.baseUrl);
     m_apiKey->setText(config.apiKey);
     m_model->clear();
@@ -180,12 +192,25 @@ AssistantProfile ProfileForm::profile() const
     config.baseUrl = m_baseUrl->text().trimmed();
     config.apiKey = m_apiKey->text().trimmed();
     config.model = m_model->currentText().trimmed();
-    config.maxTokens = m_maxTokens->value();
-    config.timeoutMs = m_timeout->value();
+    config.maxTokens = numberIn(m_maxTokens, config.maxTokens);
+    config.timeoutMs = numberIn(m_timeout, config.timeoutMs);
     config.stream = m_stream->isChecked();
     if (isOptions(m_options->toPlainText()))
         profile.options = QJsonDocument::fromJson(m_options->toPlainText().toUtf8()).object();
     return profile;
+}
+
+// What is the default of one service would send the key of the other there.
+void ProfileForm::leaveProvider()
+{
+    const QString left = std::exchange(m_shownProvider, m_provider->currentData().toString());
+    if (m_isFilling)
+        return;
+    if (m_baseUrl->text() == defaultBaseUrl(left))
+        m_baseUrl->clear();
+    if (m_model->currentText() == defaultModelName(left))
+        m_model->clearEditText();
+    edit();
 }
 
 void ProfileForm::edit()

@@ -15,6 +15,7 @@ class QLineEdit;
 class QPlainTextEdit;
 class QSpinBox;
 QT_END_NAMESPACE
+
 /// A form for one profile, with a button that tries it.
 ///
 /// Names: nameEdit, providerCombo, baseUrlEdit, apiKeyEdit, modelEdit, maxTokensSpin, timeoutSpin,
@@ -43,6 +44,7 @@ private:
     void setUpNumbers(QFormLayout *form);
     void setUpOptions(QFormLayout *form);
     void setUpTest(QFormLayout *form);
+    void leaveProvider();
     void edit();
     void showOptionsState();
     void test();
@@ -52,6 +54,7 @@ private:
     void showPlaceholders();
 
     AssistantProfile m_profile;
+    QString m_shownProvider;
     bool m_isFilling = false;
     QLineEdit *m_name = nullptr;
     QComboBox *m_provider = nullptr;

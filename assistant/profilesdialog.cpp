@@ -16,8 +16,10 @@ ProfilesDialog::ProfilesDialog(const AssistantProfiles &profiles, QWidget *paren
     : QDialog(parent)
     , m_profiles(profiles)
 {
-    if (!profiles.isFromFile)
+    if (!profiles.isFromFile) {
         m_profiles.profiles.clear();
+        m_profiles.currentIndex = 0;
+    }
     setWindowTitle(tr("模型"));
     m_model = new ProfileListModel(m_profiles.profiles, this);
     setUpLayout();
@@ -70,8 +72,11 @@ void ProfilesDialog::setUpLayout()
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
     connect(buttons, &QDialogButtonBox::accepted, this, &ProfilesDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &ProfilesDialog::reject);
-    m_file = new QLabel(
-        tr("保存在 %1，密钥也在其中，只有您可以读取。").arg(QDir::toNativeSeparators(m_profiles.path)));
+    QString place =
+        tr("保存在 %1，密钥也在其中，只有您可以读取。").arg(QDir::toNativeSeparators(m_profiles.path));
+    if (m_profiles.isFileDamaged)
+        place += tr("那里的文件已损坏，保存时会改名保留。");
+    m_file = new QLabel(place);
     m_file->setObjectName(QStringLiteral("profileFile"));
     m_file->setTextFormat(Qt::PlainText);
     m_file->setWordWrap(true);
@@ -95,12 +100,10 @@ void ProfilesDialog::accept()
 {
     AssistantProfiles saved = m_profiles;
     saved.profiles = m_model->profiles();
-    saved.currentIndex = qMax(0, m_list->currentIndex().row());
     QString error;
     if (!saveProfiles(saved, &error))
         return m_file->setText(tr("无法保存到 %1：%2").arg(QDir::toNativeSeparators(saved.path), error));
-    saved.isFromFile = true;
-    m_profiles = saved;
+    m_profiles = loadProfiles({saved.path}, QProcessEnvironment());
     QDialog::accept();
 }
 
@@ -113,8 +116,12 @@ void ProfilesDialog::add()
 
 void ProfilesDialog::remove()
 {
-    if (m_list->currentIndex().isValid())
-        m_model->remove(m_list->currentIndex().row());
+    const int row = m_list->currentIndex().row();
+    if (row < 0)
+        return;
+    m_model->remove(row);
+    if (row < m_profiles.currentIndex || m_profiles.currentIndex == m_model->rowCount())
+        m_profiles.currentIndex = qMax(0, m_profiles.currentIndex - 1);
 }
 
 void ProfilesDialog::showCurrent()

@@ -3,34 +3,22 @@
 #include "privatefile.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QStandardPaths>
 
 using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-constexpr qint64 largestFile = 1024 * 1024;
 const QLatin1String profilesKey("profiles");
 const QLatin1String currentKey("currentProfile");
 const QLatin1String optionsKey("options");
 
-// An empty object where there is none that the library would read.
-QJsonObject rootOf(const QString &path)
+// The last profile may have been removed: such a file says nothing, though the library would take its root
+// for a profile.
+bool isEmptyList(const QJsonObject &root)
 {
-    QFile file(path);
-    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly) || file.size() > largestFile)
-        return {};
-    return QJsonDocument::fromJson(file.readAll()).object();
-}
-
-bool isReadable(const QString &path)
-{
-    QFile file(path);
-    return QFileInfo(path).isFile() && file.open(QIODevice::ReadOnly) && file.size() <= largestFile
-        && QJsonDocument::fromJson(file.readAll()).isObject();
+    return root.value(profilesKey).isArray() && root.value(profilesKey).toArray().isEmpty();
 }
 
 // The objects in the order of the profiles that the library makes of them.
@@ -67,17 +55,17 @@ QJsonObject toJson(const AssistantProfile &profile)
 }
 
 // A file with one profile at its root becomes one with a list.
-QByteArray contentOf(const AssistantProfiles &profiles)
+QJsonObject contentOf(const AssistantProfiles &profiles)
 {
-    QJsonObject root = rootOf(profiles.path);
-    if (!root.contains(profilesKey))
+    QJsonObject root;
+    if (!readPrivateObject(profiles.path, &root) || !root.contains(profilesKey))
         root = {};
     QJsonArray entries;
     for (const AssistantProfile &profile : profiles.profiles)
         entries.append(toJson(profile));
     root.insert(profilesKey, entries);
     root.insert(currentKey, profiles.currentIndex);
-    return QJsonDocument(root).toJson();
+    return root;
 }
 
 } // namespace
@@ -94,13 +82,15 @@ AssistantProfiles loadProfiles(const QStringList &candidates, const QProcessEnvi
     QVector<QJsonObject> sources;
     result.path = candidates.last();
     for (const QString &path : candidates) {
-        if (!isReadable(path))
+        QJsonObject root;
+        if (!readPrivateObject(path, &root) || isEmptyList(root))
             continue;
         result.path = path;
         result.isFromFile = true;
-        sources = sourcesIn(rootOf(path));
+        sources = sourcesIn(root);
         break;
     }
+    result.isFileDamaged = isDamagedPrivateFile(result.path);
     const ModelProfiles loaded =
         loadModelProfiles(result.isFromFile ? QStringList(result.path) : QStringList(), environment);
     for (int i = 0; i < loaded.profiles.size(); ++i) {
@@ -113,5 +103,5 @@ AssistantProfiles loadProfiles(const QStringList &candidates, const QProcessEnvi
 
 bool saveProfiles(const AssistantProfiles &profiles, QString *error)
 {
-    return writePrivateFile(profiles.path, contentOf(profiles), error);
+    return writePrivateObject(profiles.path, contentOf(profiles), error);
 }

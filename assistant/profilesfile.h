@@ -25,6 +25,8 @@ struct AssistantProfiles
     QString path;
     /// Whether there was a file. If not, the profile is that of the environment, or the mock model's.
     bool isFromFile = false;
+    /// Whether the file at path is damaged. It is renamed when the profiles are saved.
+    bool isFileDamaged = false;
 };
 
 /// Returns the places where profiles are looked for: those of modelConfigFileCandidates(), and behind them

@@ -52,6 +52,10 @@ QWidget *ToolsDialog::createOwnTools(const ToolSettings &settings)
     auto *explanation =
         new QLabel(tr("模型可以列出并读取这个文件夹里的内容；写入之前会先问您。文件夹之外的内容不能访问。"));
     explanation->setWordWrap(true);
+    auto *damage = new QLabel(tr("保存工具设置的文件已损坏，保存时会改名保留。"));
+    damage->setObjectName(QStringLiteral("damageLabel"));
+    damage->setWordWrap(true);
+    damage->setVisible(settings.isFileDamaged);
 
     auto *page = new QWidget;
     auto *row = new QHBoxLayout;
@@ -61,12 +65,17 @@ QWidget *ToolsDialog::createOwnTools(const ToolSettings &settings)
     form->addRow(m_clock);
     form->addRow(label, row);
     form->addRow(explanation);
+    form->addRow(damage);
     return page;
 }
 
 ToolSettings ToolsDialog::settings() const
 {
-    return {m_clock->isChecked(), m_folder->text(), m_servers->servers()};
+    ToolSettings settings;
+    settings.hasClock = m_clock->isChecked();
+    settings.folder = m_folder->text();
+    settings.servers = m_servers->servers();
+    return settings;
 }
 
 void ToolsDialog::chooseFolder()

@@ -2,9 +2,7 @@
 
 #include "privatefile.h"
 
-#include <QFile>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QJsonObject>
 
 namespace {
@@ -57,10 +55,11 @@ QJsonObject toJson(const McpServerSettings &server)
 ToolSettings loadToolSettings(const QString &path)
 {
     ToolSettings settings;
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    QJsonObject root;
+    if (!readPrivateObject(path, &root)) {
+        settings.isFileDamaged = isDamagedPrivateFile(path);
         return settings;
-    const QJsonObject root = QJsonDocument::fromJson(file.readAll()).object();
+    }
     settings.hasClock = root.value(clockKey).toBool(true);
     settings.folder = root.value(folderKey).toString();
     const QJsonArray servers = root.value(serversKey).toArray();
@@ -76,5 +75,5 @@ bool saveToolSettings(const ToolSettings &settings, const QString &path, QString
         servers.append(toJson(server));
     const QJsonObject root{
         {clockKey, settings.hasClock}, {folderKey, settings.folder}, {serversKey, servers}};
-    return writePrivateFile(path, QJsonDocument(root).toJson(), error);
+    return writePrivateObject(path, root, error);
 }

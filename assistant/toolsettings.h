@@ -29,6 +29,8 @@ struct ToolSettings
     /// The folder that may be used, or empty.
     QString folder;
     QVector<McpServerSettings> servers;
+    /// Whether the file that was read is damaged. It is renamed when the settings are saved.
+    bool isFileDamaged = false;
 };
 
 /// Returns what is in the file at @p path; the default where there is none that can be read.

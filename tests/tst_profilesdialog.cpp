@@ -23,6 +23,12 @@ class TestProfilesDialog : public QObject
 private Q_SLOTS:
     void editedProfilesAreSaved();
     void profilesAreAddedAndRemoved();
+    void lookingAtAProfileDoesNotChooseIt();
+    void chosenProfileStaysWhereOthersGo();
+    void lastProfileMayGo();
+    void timeLimitMayBeNone();
+    void defaultsDoNotGoToAnotherService();
+    void damagedFileIsTold();
     void environmentIsNotWrittenToTheFile();
     void optionsThatAreNoObjectAreNotTaken();
     void testAsksOneShortQuestion();
@@ -86,6 +92,78 @@ void TestProfilesDialog::profilesAreAddedAndRemoved()
     const AssistantProfiles saved = loadProfiles({dialog.profiles().path}, {});
     QCOMPARE(saved.profiles.size(), 1);
     QCOMPARE(saved.profiles.first().config.name, "Home");
+}
+
+void TestProfilesDialog::lookingAtAProfileDoesNotChooseIt()
+{
+    AssistantProfiles two = profiles();
+    two.profiles.append(two.profiles.first());
+    ProfilesDialog dialog(two);
+    auto *list = dialog.findChild<QListView *>("profileList");
+    list->setCurrentIndex(list->model()->index(1, 0));
+    dialog.accept();
+    QCOMPARE(dialog.profiles().currentIndex, 0);
+}
+
+void TestProfilesDialog::chosenProfileStaysWhereOthersGo()
+{
+    AssistantProfiles three = profiles();
+    three.profiles += {three.profiles.first(), three.profiles.first()};
+    three.profiles[1].config.name = "Chosen";
+    three.currentIndex = 1;
+    ProfilesDialog dialog(three);
+    auto *list = dialog.findChild<QListView *>("profileList");
+    QCOMPARE(list->currentIndex().row(), 1);
+    for (const int row : {2, 0}) {
+        list->setCurrentIndex(list->model()->index(row, 0));
+        click(dialog, "removeProfile");
+    }
+    dialog.accept();
+    QCOMPARE(dialog.profiles().profiles.size(), 1);
+    QCOMPARE(dialog.profiles().currentIndex, 0);
+    QCOMPARE(dialog.profiles().profiles.first().config.name, "Chosen");
+}
+
+void TestProfilesDialog::lastProfileMayGo()
+{
+    ProfilesDialog dialog(profiles());
+    click(dialog, "removeProfile");
+    dialog.accept();
+    QVERIFY(!dialog.profiles().isFromFile);
+    QVERIFY(ModelChoice(dialog.profiles()).isUnconfigured());
+}
+
+void TestProfilesDialog::timeLimitMayBeNone()
+{
+    AssistantProfiles unlimited = profiles();
+    unlimited.profiles.first().config.timeoutMs = -1;
+    ProfilesDialog dialog(unlimited);
+    QTest::keyClicks(dialog.findChild<QLineEdit *>("nameEdit"), "!");
+    dialog.accept();
+    QCOMPARE(dialog.profiles().profiles.first().config.timeoutMs, -1);
+    QCOMPARE(dialog.findChild<QSpinBox *>("timeoutSpin")->text(), "不限");
+}
+
+void TestProfilesDialog::defaultsDoNotGoToAnotherService()
+{
+    AssistantProfiles openai = profiles("https://api.openai.com/v1");
+    ProfilesDialog dialog(openai);
+    auto *provider = dialog.findChild<QComboBox *>("providerCombo");
+    provider->setCurrentIndex(provider->findData("deepseek"));
+    QCOMPARE(dialog.findChild<QLineEdit *>("baseUrlEdit")->text(), QString());
+    QCOMPARE(dialog.findChild<QComboBox *>("modelEdit")->currentText(), "m");
+    dialog.findChild<QLineEdit *>("baseUrlEdit")->setText("http://127.0.0.1:9");
+    provider->setCurrentIndex(provider->findData("openai"));
+    QCOMPARE(dialog.findChild<QLineEdit *>("baseUrlEdit")->text(), "http://127.0.0.1:9");
+}
+
+void TestProfilesDialog::damagedFileIsTold()
+{
+    AssistantProfiles damaged = profiles();
+    damaged.isFileDamaged = true;
+    const ProfilesDialog dialog(damaged);
+    QVERIFY(
+        dialog.findChild<QLabel *>("profileFile")->text().endsWith("那里的文件已损坏，保存时会改名保留。"));
 }
 
 void TestProfilesDialog::environmentIsNotWrittenToTheFile()

@@ -18,6 +18,8 @@ private Q_SLOTS:
     void whatIsUnknownStays();
     void loneProfileBecomesAList();
     void fileThatCannotBeWrittenIsTold();
+    void damagedFileIsSetAside();
+    void emptyListSaysNothing();
 
 private:
     QString write(const QString &name, const QByteArray &content) const
@@ -137,6 +139,33 @@ void TestProfilesFile::fileThatCannotBeWrittenIsTold()
     QString error;
     QVERIFY(!saveProfiles(profiles, &error));
     QVERIFY(!error.isEmpty());
+}
+
+void TestProfilesFile::damagedFileIsSetAside()
+{
+    const QString path = write("damaged", R"({"profiles": [{"apiKey": "k")");
+    write("damaged.damaged-1", "older");
+    AssistantProfiles loaded = loadProfiles({path}, {});
+    QVERIFY(loaded.isFileDamaged);
+    QVERIFY(!loaded.isFromFile);
+    QString error;
+    QVERIFY2(saveProfiles(loaded, &error), qPrintable(error));
+    QFile kept(path + ".damaged-2");
+    QVERIFY(kept.open(QIODevice::ReadOnly));
+    QCOMPARE(kept.readAll(), QByteArray(R"({"profiles": [{"apiKey": "k")"));
+    QVERIFY(!loadProfiles({path}, {}).isFileDamaged);
+}
+
+void TestProfilesFile::emptyListSaysNothing()
+{
+    const QString path = write("empty", R"({"profiles": [], "theme": "dark"})");
+    const AssistantProfiles loaded = loadProfiles({path}, {});
+    QVERIFY(!loaded.isFromFile);
+    QVERIFY(!loaded.isFileDamaged);
+    QCOMPARE(loaded.profiles.first().config.provider, "mock");
+    QString error;
+    QVERIFY(saveProfiles(loaded, &error));
+    QCOMPARE(read(path).value("theme").toString(), "dark");
 }
 
 QTEST_GUILESS_MAIN(TestProfilesFile)

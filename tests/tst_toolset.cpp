@@ -23,6 +23,8 @@ private Q_SLOTS:
     void hiddenToolsAreNot();
     void serverThatDoesNotStartSaysWhy();
     void unchangedServersRunOn();
+    void ownToolsOutliveRegistries();
+    void damagedSettingsAreSetAside();
 
 private:
     static QStringList offered(const ToolSet &tools)
@@ -144,6 +146,31 @@ void TestToolSet::unchangedServersRunOn()
     tools.setSettings(settings);
     QCOMPARE(tools.connections(), QVector<McpConnection *>{const_cast<McpConnection *>(before)});
     QCOMPARE(offered(tools), QStringList({"clock", "plant__echo", "plant__wipe"}));
+}
+
+// Otherwise an answer to a question about one of them would no longer count.
+void TestToolSet::ownToolsOutliveRegistries()
+{
+    ToolSettings settings = with(server());
+    settings.hasClock = true;
+    ToolSet tools(settings);
+    const AgentTool *clock = tools.registry()->tool("clock");
+    QTRY_COMPARE(offered(tools), QStringList({"clock", "plant__echo", "plant__wipe"}));
+    QCOMPARE(tools.registry()->tool("clock"), clock);
+}
+
+void TestToolSet::damagedSettingsAreSetAside()
+{
+    const QString path = m_folder.filePath("damaged.json");
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly) && file.write("{\"servers\": [") > 0);
+    file.close();
+    const ToolSettings loaded = loadToolSettings(path);
+    QVERIFY(loaded.isFileDamaged);
+    QString error;
+    QVERIFY2(saveToolSettings(loaded, path, &error), qPrintable(error));
+    QVERIFY(QFile::exists(path + ".damaged-1"));
+    QVERIFY(!loadToolSettings(path).isFileDamaged);
 }
 
 QTEST_GUILESS_MAIN(TestToolSet)

@@ -306,6 +306,14 @@
         <source>请检查设置，然后重试。</source>
         <translation>Check the settings, then try again.</translation>
     </message>
+    <message>
+        <source>服务没有及时回答</source>
+        <translation>The service did not answer in time</translation>
+    </message>
+    <message>
+        <source>请稍后重试，或者在“设置 → 模型”中提高时限。</source>
+        <translation>Try again later, or raise the time limit in Settings → Models.</translation>
+    </message>
 </context>
 <context>
     <name>FailureBar</name>
@@ -592,6 +600,10 @@
             <numerusform>The service has %n models.</numerusform>
         </translation>
     </message>
+    <message>
+        <source>不限</source>
+        <translation>No limit</translation>
+    </message>
 </context>
 <context>
     <name>ProfileListModel</name>
@@ -621,6 +633,10 @@
     <message>
         <source>无法保存到 %1：%2</source>
         <translation>Cannot save to %1: %2</translation>
+    </message>
+    <message>
+        <source>那里的文件已损坏，保存时会改名保留。</source>
+        <translation> The file there is damaged. It will be kept under another name when you save.</translation>
     </message>
 </context>
 <context>
@@ -682,6 +698,10 @@
     <message>
         <source>选择文件夹</source>
         <translation>Choose Folder</translation>
+    </message>
+    <message>
+        <source>保存工具设置的文件已损坏，保存时会改名保留。</source>
+        <translation>The file with the settings of the tools is damaged. It will be kept under another name when you save.</translation>
     </message>
 </context>
 <context>
