@@ -56,13 +56,37 @@ const McpServerSettings &McpConnection::settings() const
     return m_settings;
 }
 
+bool McpConnection::isOver() const
+{
+    return m_isOver;
+}
+
+void McpConnection::restart()
+{
+    if (!m_isOver)
+        return;
+    m_isOver = false;
+    m_error.clear();
+    start();
+    Q_EMIT changed();
+}
+
+void McpConnection::endAndDelete()
+{
+    if (m_isOver)
+        return deleteLater();
+    connect(m_server, &McpServer::ended, this, &QObject::deleteLater);
+    m_server->stop();
+}
+
 QString McpConnection::stateText() const
 {
     if (m_isOver)
         return m_error.isEmpty() ? tr("已停止") : tr("已停止：%1").arg(m_error);
-    return m_server->isReady()
-             ? tr("可以使用，%n 个工具", nullptr, static_cast<int>(m_server->tools().size()))
-             : tr("正在启动…");
+    if (!m_server->isReady())
+        return tr("正在启动…");
+    const QString state = tr("可以使用，%n 个工具", nullptr, static_cast<int>(m_server->tools().size()));
+    return m_error.isEmpty() ? state : tr("%1；不能使用的：%2").arg(state, m_error);
 }
 
 QString McpConnection::words() const
@@ -82,9 +106,13 @@ void McpConnection::registerTools(ToolRegistry *registry) const
 {
     if (!m_server->isReady())
         return;
+    QStringList hidden; // two tools may have one registered name
+    for (const QString &name : m_settings.hiddenTools)
+        hidden.append(registeredName(m_settings.name, name));
     for (const QString &name : toolNames()) {
-        AgentTool *tool = m_all->tool(registeredName(m_settings.name, name));
-        if (tool && !m_settings.hiddenTools.contains(name))
+        const QString registered = registeredName(m_settings.name, name);
+        AgentTool *tool = m_all->tool(registered);
+        if (tool && !hidden.contains(registered))
             registry->registerTool(tool);
     }
 }

@@ -19,6 +19,15 @@ public:
 
     const McpServerSettings &settings() const;
 
+    /// Returns whether the server has ended, or never came up.
+    bool isOver() const;
+
+    /// Starts the server again where it isOver(). changed() is emitted, and again from the event loop.
+    void restart();
+
+    /// Ends the server and deletes this object once it is over, which may take seconds.
+    void endAndDelete();
+
     /// Returns what the user is told of its state.
     QString stateText() const;
 

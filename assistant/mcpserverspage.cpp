@@ -11,7 +11,9 @@
 #include <QListWidget>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScrollArea>
+#include <QTimer>
 
 namespace {
 
@@ -62,9 +64,10 @@ QPlainTextEdit *fewLines(const QString &name)
 
 McpServersPage::McpServersPage(const ToolSet *tools, QWidget *parent)
     : QWidget(parent)
-    , m_tools(tools)
     , m_servers(tools->settings().servers)
 {
+    for (McpConnection *connection : tools->connections())
+        m_connections.append(connection);
     auto *layout = new QHBoxLayout(this);
     layout->addWidget(createList(), 1);
     layout->addWidget(createForm(), 3);
@@ -74,6 +77,9 @@ McpServersPage::McpServersPage(const ToolSet *tools, QWidget *parent)
     connect(tools, &ToolSet::connectionsChanged, this, &McpServersPage::showState);
     m_list->setCurrentRow(m_servers.isEmpty() ? -1 : 0);
     showCurrent();
+    auto *listening = new QTimer(this);
+    connect(listening, &QTimer::timeout, this, &McpServersPage::showWords);
+    listening->start(500);
 }
 
 McpServersPage::~McpServersPage() = default;
@@ -146,12 +152,19 @@ void McpServersPage::addState(QFormLayout *form)
     m_state->setObjectName(QStringLiteral("serverState"));
     m_state->setTextFormat(Qt::PlainText);
     m_state->setWordWrap(true);
+    m_restart = new QPushButton(tr("重新启动(&S)"));
+    m_restart->setObjectName(QStringLiteral("serverRestart"));
+    m_restart->setAutoDefault(false);
+    connect(m_restart, &QPushButton::clicked, this, &McpServersPage::restart);
+    auto *state = new QHBoxLayout;
+    state->addWidget(m_state, 1);
+    state->addWidget(m_restart);
     m_offered = new QListWidget;
     m_offered->setObjectName(QStringLiteral("serverTools"));
     m_offered->setMinimumHeight(4 * fontMetrics().lineSpacing());
     m_words = fewLines(QStringLiteral("serverWords"));
     m_words->setReadOnly(true);
-    form->addRow(tr("状态"), m_state);
+    form->addRow(tr("状态"), state);
     form->addRow(tr("工具(&T)"), m_offered);
     form->addRow(tr("错误输出(&E)"), m_words);
     connect(m_offered, &QListWidget::itemChanged, this, &McpServersPage::takeForm);
@@ -167,9 +180,43 @@ QVector<McpServerSettings> McpServersPage::servers() const
     return complete;
 }
 
+// Empty where the server can be used, and where nothing at all was entered.
+QString McpServersPage::problemOf(int row) const
+{
+    static const QRegularExpression word(QStringLiteral("\\A[A-Za-z0-9_-]{1,24}\\z"));
+    const McpServerSettings &server = m_servers.at(row);
+    const QString target = server.url + server.program;
+    if (server.name.isEmpty() && target.isEmpty())
+        return {};
+    if (!word.match(server.name).hasMatch())
+        return tr("名称要有 1 到 24 个字符，只能是字母、数字、下划线和连字符。");
+    if (target.isEmpty())
+        return tr("还没有程序或地址。");
+    for (int before = 0; before < row; ++before) {
+        if (m_servers.at(before).name == server.name)
+            return tr("另一个服务器已有这个名称。");
+    }
+    return {};
+}
+
+bool McpServersPage::showProblem()
+{
+    for (int row = 0; row < m_servers.size(); ++row) {
+        const QString problem = problemOf(row);
+        if (problem.isEmpty())
+            continue;
+        m_list->setCurrentRow(row);
+        m_state->setText(problem);
+        m_name->setFocus();
+        return true;
+    }
+    return false;
+}
+
 void McpServersPage::add()
 {
     m_servers.append(McpServerSettings());
+    m_connections.append(nullptr);
     m_list->addItem(shownName(m_servers.last()));
     m_list->setCurrentRow(m_list->count() - 1);
     m_name->setFocus();
@@ -181,6 +228,7 @@ void McpServersPage::remove()
     if (row < 0)
         return;
     m_servers.remove(row);
+    m_connections.remove(row);
     delete m_list->takeItem(row);
     showCurrent();
 }
@@ -204,17 +252,35 @@ void McpServersPage::showCurrent()
 
 void McpServersPage::showState()
 {
-    const McpConnection *connection = connectionOf(m_list->currentRow());
+    const McpConnection *connection = m_connections.value(m_list->currentRow());
     const McpServerSettings server = m_servers.value(m_list->currentRow());
     m_isFilling = true;
     m_state->setText(connection ? connection->stateText() : tr("保存后启动。"));
-    m_words->setPlainText(connection ? connection->words() : QString());
+    m_restart->setEnabled(connection && connection->isOver());
+    showWords();
     m_offered->clear();
     for (const QString &name : connection ? connection->toolNames() : QStringList()) {
         auto *item = new QListWidgetItem(name, m_offered);
         item->setCheckState(server.hiddenTools.contains(name) ? Qt::Unchecked : Qt::Checked);
     }
     m_isFilling = false;
+}
+
+// Nothing tells when a server writes. A selection stays until there is more.
+void McpServersPage::showWords()
+{
+    const McpConnection *connection = m_connections.value(m_list->currentRow());
+    const QString words = connection ? connection->words() : QString();
+    if (words == m_shownWords)
+        return;
+    m_shownWords = words;
+    m_words->setPlainText(words);
+}
+
+void McpServersPage::restart()
+{
+    if (McpConnection *connection = m_connections.value(m_list->currentRow()))
+        connection->restart();
 }
 
 void McpServersPage::takeForm()
@@ -229,22 +295,11 @@ void McpServersPage::takeForm()
     server.program = isService ? QString() : m_target->text().trimmed();
     server.arguments = linesOf(m_arguments);
     server.variables = variablesIn(linesOf(m_variables));
-    if (m_offered->count() > 0)
-        server.hiddenTools.clear();
     for (int i = 0; i < m_offered->count(); ++i) {
-        if (m_offered->item(i)->checkState() == Qt::Unchecked)
-            server.hiddenTools.append(m_offered->item(i)->text());
+        const QListWidgetItem *tool = m_offered->item(i);
+        server.hiddenTools.removeAll(tool->text());
+        if (tool->checkState() == Qt::Unchecked)
+            server.hiddenTools.append(tool->text());
     }
     m_list->item(row)->setText(shownName(server));
-}
-
-const McpConnection *McpServersPage::connectionOf(int row) const
-{
-    if (!m_tools || row < 0)
-        return nullptr;
-    for (const McpConnection *connection : m_tools->connections()) {
-        if (connection->settings().name == m_servers.at(row).name)
-            return connection;
-    }
-    return nullptr;
 }

@@ -22,7 +22,7 @@ class ToolSet;
 ///
 /// What was edited takes effect with the next ToolSet::setSettings(). Names: serverList, addServer,
 /// removeServer, serverNameEdit, serverKindCombo, serverTargetEdit, serverArgumentsEdit, serverVariablesEdit,
-/// serverState, serverWords, serverTools.
+/// serverState, serverRestart, serverWords, serverTools.
 class McpServersPage : public QWidget
 {
     Q_OBJECT
@@ -35,6 +35,9 @@ public:
     /// Returns the servers as edited. Those without a name or a target are left out.
     QVector<McpServerSettings> servers() const;
 
+    /// Shows the first server that cannot be used as it was edited, and why. Returns whether there is one.
+    bool showProblem();
+
 private:
     QWidget *createList();
     QWidget *createForm();
@@ -45,11 +48,14 @@ private:
     void showCurrent();
     void showState();
     void takeForm();
-    const McpConnection *connectionOf(int row) const;
+    void showWords();
+    void restart();
+    QString problemOf(int row) const;
 
-    const QPointer<const ToolSet> m_tools;
     QVector<McpServerSettings> m_servers;
+    QVector<QPointer<McpConnection>> m_connections; // of each server, null where it is new
     bool m_isFilling = false;
+    QString m_shownWords;
     QListWidget *m_list = nullptr;
     QPushButton *m_remove = nullptr;
     QWidget *m_form = nullptr;
@@ -59,6 +65,7 @@ private:
     QPlainTextEdit *m_arguments = nullptr;
     QPlainTextEdit *m_variables = nullptr;
     QLabel *m_state = nullptr;
+    QPushButton *m_restart = nullptr;
     QPlainTextEdit *m_words = nullptr;
     QListWidget *m_offered = nullptr;
 };

@@ -1,10 +1,12 @@
 #include "toolsdialog.h"
 
+#include "folder.h"
 #include "mcpserverspage.h"
 #include "toolset.h"
 
 #include <QCheckBox>
 #include <QDialogButtonBox>
+#include <QDir>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -19,15 +21,15 @@ ToolsDialog::ToolsDialog(const ToolSet *tools, QWidget *parent)
     , m_servers(new McpServersPage(tools))
 {
     setWindowTitle(tr("工具"));
-    auto *tabs = new QTabWidget;
-    tabs->setObjectName(QStringLiteral("toolTabs"));
-    tabs->addTab(createOwnTools(tools->settings()), tr("自带工具(&B)"));
-    tabs->addTab(m_servers, tr("MCP 服务器(&M)"));
+    m_tabs = new QTabWidget;
+    m_tabs->setObjectName(QStringLiteral("toolTabs"));
+    m_tabs->addTab(createOwnTools(tools->settings()), tr("自带工具(&B)"));
+    m_tabs->addTab(m_servers, tr("MCP 服务器(&M)"));
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
     connect(buttons, &QDialogButtonBox::accepted, this, &ToolsDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &ToolsDialog::reject);
     auto *layout = new QVBoxLayout(this);
-    layout->addWidget(tabs, 1);
+    layout->addWidget(m_tabs, 1);
     layout->addWidget(buttons);
     resize(700, 540);
 }
@@ -52,6 +54,10 @@ QWidget *ToolsDialog::createOwnTools(const ToolSettings &settings)
     auto *explanation =
         new QLabel(tr("模型可以列出并读取这个文件夹里的内容；写入之前会先问您。文件夹之外的内容不能访问。"));
     explanation->setWordWrap(true);
+    m_folderProblem = new QLabel(tr("没有这个文件夹。请写出完整的路径。"));
+    m_folderProblem->setObjectName(QStringLiteral("folderProblem"));
+    m_folderProblem->hide();
+    connect(m_folder, &QLineEdit::textChanged, m_folderProblem, &QLabel::hide);
     auto *damage = new QLabel(tr("保存工具设置的文件已损坏，保存时会改名保留。"));
     damage->setObjectName(QStringLiteral("damageLabel"));
     damage->setWordWrap(true);
@@ -64,6 +70,7 @@ QWidget *ToolsDialog::createOwnTools(const ToolSettings &settings)
     auto *form = new QFormLayout(page);
     form->addRow(m_clock);
     form->addRow(label, row);
+    form->addRow(m_folderProblem);
     form->addRow(explanation);
     form->addRow(damage);
     return page;
@@ -76,6 +83,20 @@ ToolSettings ToolsDialog::settings() const
     settings.folder = m_folder->text();
     settings.servers = m_servers->servers();
     return settings;
+}
+
+void ToolsDialog::accept()
+{
+    const QString folder = m_folder->text();
+    const bool isFolder = folder.isEmpty() || (QDir::isAbsolutePath(folder) && Folder(folder).isValid());
+    m_folderProblem->setVisible(!isFolder);
+    if (!isFolder) {
+        m_tabs->setCurrentIndex(0);
+        return m_folder->setFocus();
+    }
+    if (m_servers->showProblem())
+        return m_tabs->setCurrentWidget(m_servers);
+    QDialog::accept();
 }
 
 void ToolsDialog::chooseFolder()

@@ -7,14 +7,16 @@
 
 QT_BEGIN_NAMESPACE
 class QCheckBox;
+class QLabel;
 class QLineEdit;
+class QTabWidget;
 QT_END_NAMESPACE
 class McpServersPage;
 class ToolSet;
 
 /// Lets the user choose the tools that are offered to the model.
 ///
-/// Names: toolTabs, clockCheck, folderEdit, folderButton, and those of McpServersPage.
+/// Names: toolTabs, clockCheck, folderEdit, folderButton, folderProblem, and those of McpServersPage.
 class ToolsDialog : public QDialog
 {
     Q_OBJECT
@@ -27,12 +29,18 @@ public:
     /// Returns the settings as edited.
     ToolSettings settings() const;
 
+public Q_SLOTS:
+    /// Stays open where the folder or a server cannot be used, and says why.
+    void accept() override;
+
 private:
     QWidget *createOwnTools(const ToolSettings &settings);
     void chooseFolder();
 
     QCheckBox *m_clock = nullptr;
     QLineEdit *m_folder = nullptr;
+    QLabel *m_folderProblem = nullptr;
+    QTabWidget *m_tabs = nullptr;
     McpServersPage *m_servers = nullptr;
 };
 

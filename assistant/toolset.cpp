@@ -86,7 +86,7 @@ void ToolSet::updateConnections()
     }
     for (McpConnection *connection : qAsConst(old)) {
         connection->disconnect(this);
-        connection->deleteLater();
+        connection->endAndDelete();
     }
 }
 

@@ -349,6 +349,10 @@
         <source>正在启动…</source>
         <translation>Starting…</translation>
     </message>
+    <message>
+        <source>%1；不能使用的：%2</source>
+        <translation>%1; not usable: %2</translation>
+    </message>
 </context>
 <context>
     <name>McpServersPage</name>
@@ -411,6 +415,22 @@
     <message>
         <source>保存后启动。</source>
         <translation>Starts once it is saved.</translation>
+    </message>
+    <message>
+        <source>重新启动(&amp;S)</source>
+        <translation>Re&amp;start</translation>
+    </message>
+    <message>
+        <source>名称要有 1 到 24 个字符，只能是字母、数字、下划线和连字符。</source>
+        <translation>The name needs 1 to 24 characters: letters A to Z, digits, _ and -.</translation>
+    </message>
+    <message>
+        <source>还没有程序或地址。</source>
+        <translation>The program or address is missing.</translation>
+    </message>
+    <message>
+        <source>另一个服务器已有这个名称。</source>
+        <translation>Another server has this name.</translation>
     </message>
 </context>
 <context>
@@ -702,6 +722,10 @@
     <message>
         <source>保存工具设置的文件已损坏，保存时会改名保留。</source>
         <translation>The file with the settings of the tools is damaged. It will be kept under another name when you save.</translation>
+    </message>
+    <message>
+        <source>没有这个文件夹。请写出完整的路径。</source>
+        <translation>There is no such folder. Enter its full path.</translation>
     </message>
 </context>
 <context>
