@@ -180,6 +180,8 @@ void AssistantWindow::setModelChoice(ModelChoice *choice)
     m_choice = choice;
     connect(choice, &ModelChoice::changed, this, &AssistantWindow::takeChoice);
     connect(choice, &ModelChoice::retrying, m_page, &ChatPage::showRetry);
+    connect(choice, &ModelChoice::keyMissing, this,
+            [this](const QString &error) { tell(tr("无法从系统的密钥环读取密钥：%1").arg(error)); });
     connect(m_page, &ChatPage::profileChosen, choice, &ModelChoice::choose);
     connect(m_page, &ChatPage::hintActed, this, &AssistantWindow::editProfiles);
     connect(m_menus, &AssistantMenus::modelsRequested, this, &AssistantWindow::editProfiles);
@@ -204,6 +206,7 @@ void AssistantWindow::takeChoice()
 void AssistantWindow::editProfiles()
 {
     auto *dialog = new ProfilesDialog(m_choice->profiles(), this);
+    dialog->setKeychain(m_choice->keychain());
     dialog->setObjectName(QStringLiteral("profilesDialog"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     connect(dialog, &QDialog::accepted, m_choice,

@@ -1,6 +1,7 @@
 #include "assistantsettings.h"
 #include "assistantstartup.h"
 #include "assistantwindow.h"
+#include "keychain.h"
 #include "modelchoice.h"
 #include "toolset.h"
 #include "tourrun.h"
@@ -23,6 +24,7 @@ struct Parts
 {
     ConversationStore store;
     AssistantSettings settings;
+    Keychain keychain;
     ModelChoice choice{loadProfiles(profileFileCandidates(), QProcessEnvironment::systemEnvironment())};
     const QString toolsPath =
         QFileInfo(AssistantSettings::defaultPath()).dir().filePath(QStringLiteral("tools.json"));
@@ -55,6 +57,7 @@ int runWindows()
         QMessageBox::critical(nullptr, QString(), error);
         return EXIT_FAILURE;
     }
+    parts.choice.setKeychain(&parts.keychain);
     int status = otherLanguage;
     while (status == otherLanguage)
         status = showWindow(&parts);

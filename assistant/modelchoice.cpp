@@ -1,5 +1,8 @@
 #include "modelchoice.h"
 
+#include "keychain.h"
+#include "profilekeys.h"
+
 #include <qtagent/deepseekmodel.h>
 #include <qtagent/mockchatmodel.h>
 #include <qtagent/openaicompatiblemodel.h>
@@ -55,6 +58,47 @@ void ModelChoice::setProfiles(const AssistantProfiles &profiles)
 {
     m_profiles = profiles;
     replaceModel();
+}
+
+void ModelChoice::setKeychain(Keychain *keychain)
+{
+    m_keychain = keychain;
+    if (keychain && keychain->isBuilt())
+        fetchKeys();
+}
+
+Keychain *ModelChoice::keychain() const
+{
+    return m_keychain;
+}
+
+void ModelChoice::fetchKeys()
+{
+    for (const QString &entry : entriesOf(m_profiles)) {
+        const QPointer<ModelChoice> self(this);
+        m_keychain->read(entry, [self, entry](const QString &key, const QString &error) {
+            if (!self)
+                return;
+            if (error.isEmpty())
+                self->takeKey(entry, key);
+            else
+                Q_EMIT self->keyMissing(error);
+        });
+    }
+}
+
+// A key that the user has entered meanwhile stays.
+void ModelChoice::takeKey(const QString &entry, const QString &key)
+{
+    for (int i = 0; i < m_profiles.profiles.size(); ++i) {
+        AssistantProfile &profile = m_profiles.profiles[i];
+        if (profile.keychainEntry != entry || !profile.config.apiKey.isEmpty())
+            continue;
+        profile.config.apiKey = key;
+        if (i == m_profiles.currentIndex)
+            replaceModel();
+        return;
+    }
 }
 
 void ModelChoice::choose(int index)

@@ -7,8 +7,11 @@
 #include <qtagent/retryingmodel.h>
 
 #include <QObject>
+#include <QPointer>
 
 #include <memory>
+
+class Keychain;
 
 /// Returns the options in @p options. What is not said there is as an everyday program wants it: answers that
 /// break off fail, silence ends at the time limit, calls are streamed, tokens are counted, and thinking is
@@ -34,6 +37,13 @@ public:
     /// Replaces the profiles and chooses the current one of them. Requests in flight end without a signal.
     void setProfiles(const AssistantProfiles &profiles);
 
+    /// Fetches the keys of the profiles that are kept in @p keychain, once. It is not owned. changed()
+    /// follows where the chosen profile's key has come, keyMissing() for each that cannot be had.
+    void setKeychain(Keychain *keychain);
+
+    /// Returns the keychain, or null.
+    Keychain *keychain() const;
+
     /// Chooses the profile number @p index.
     void choose(int index);
 
@@ -53,10 +63,16 @@ Q_SIGNALS:
     /// A request failed with @p error and is sent again in @p delayMs milliseconds.
     void retrying(int attempt, qint64 delayMs, const QString &error);
 
+    /// A key could not be had from the keychain.
+    void keyMissing(const QString &error);
+
 private:
+    void fetchKeys();
+    void takeKey(const QString &entry, const QString &key);
     void replaceModel();
 
     AssistantProfiles m_profiles;
+    QPointer<Keychain> m_keychain;
     std::unique_ptr<MireloQtLib::QtAgent::ChatModel> m_service;
     std::unique_ptr<MireloQtLib::QtAgent::RetryingModel> m_model;
 };

@@ -1,6 +1,8 @@
 #include "profilesdialog.h"
 
+#include "keychain.h"
 #include "profileform.h"
+#include "profilekeys.h"
 #include "profilelistmodel.h"
 
 #include <QDialogButtonBox>
@@ -72,14 +74,11 @@ void ProfilesDialog::setUpLayout()
     auto *buttons = new QDialogButtonBox(QDialogButtonBox::Save | QDialogButtonBox::Cancel);
     connect(buttons, &QDialogButtonBox::accepted, this, &ProfilesDialog::accept);
     connect(buttons, &QDialogButtonBox::rejected, this, &ProfilesDialog::reject);
-    QString place =
-        tr("保存在 %1，密钥也在其中，只有您可以读取。").arg(QDir::toNativeSeparators(m_profiles.path));
-    if (m_profiles.isFileDamaged)
-        place += tr("那里的文件已损坏，保存时会改名保留。");
-    m_file = new QLabel(place);
+    m_file = new QLabel;
     m_file->setObjectName(QStringLiteral("profileFile"));
     m_file->setTextFormat(Qt::PlainText);
     m_file->setWordWrap(true);
+    showPlace();
 
     auto *row = new QHBoxLayout;
     row->addWidget(createList(), 1);
@@ -91,6 +90,22 @@ void ProfilesDialog::setUpLayout()
     resize(680, 540);
 }
 
+void ProfilesDialog::showPlace()
+{
+    const QString path = QDir::toNativeSeparators(m_profiles.path);
+    QString place = m_keychain ? tr("保存在 %1，密钥保存在系统的密钥环中。").arg(path)
+                               : tr("保存在 %1，密钥也在其中，只有您可以读取。").arg(path);
+    if (m_profiles.isFileDamaged)
+        place += tr("那里的文件已损坏，保存时会改名保留。");
+    m_file->setText(place);
+}
+
+void ProfilesDialog::setKeychain(Keychain *keychain)
+{
+    m_keychain = keychain && keychain->isBuilt() && m_profiles.isOwnFile ? keychain : nullptr;
+    showPlace();
+}
+
 const AssistantProfiles &ProfilesDialog::profiles() const
 {
     return m_profiles;
@@ -98,12 +113,36 @@ const AssistantProfiles &ProfilesDialog::profiles() const
 
 void ProfilesDialog::accept()
 {
-    AssistantProfiles saved = m_profiles;
-    saved.profiles = m_model->profiles();
+    AssistantProfiles edited = m_profiles;
+    edited.profiles = m_model->profiles();
+    if (!m_keychain)
+        return save(withoutEntries(edited));
+    setEnabled(false);
+    storeKeys(m_keychain, edited, this, [this](const AssistantProfiles &stored, const QString &error) {
+        setEnabled(true);
+        if (error.isEmpty())
+            return save(stored);
+        m_keychain.clear();
+        m_file->setText(tr("系统的密钥环不能使用：%1\n再保存一次，密钥就写入 %2，只有您可以读取。")
+                            .arg(error, QDir::toNativeSeparators(m_profiles.path)));
+    });
+}
+
+void ProfilesDialog::save(const AssistantProfiles &profiles)
+{
     QString error;
-    if (!saveProfiles(saved, &error))
-        return m_file->setText(tr("无法保存到 %1：%2").arg(QDir::toNativeSeparators(saved.path), error));
-    m_profiles = loadProfiles({saved.path}, QProcessEnvironment());
+    if (!saveProfiles(profiles, &error))
+        return m_file->setText(tr("无法保存到 %1：%2").arg(QDir::toNativeSeparators(profiles.path), error));
+    for (const QString &entry : entriesOf(m_profiles)) {
+        if (m_keychain && !entriesOf(profiles).contains(entry))
+            m_keychain->remove(entry);
+    }
+    const bool isOwnFile = m_profiles.isOwnFile;
+    m_profiles =
+        profiles.profiles.isEmpty() ? loadProfiles({profiles.path}, QProcessEnvironment()) : profiles;
+    m_profiles.isFromFile = !profiles.profiles.isEmpty();
+    m_profiles.isFileDamaged = false;
+    m_profiles.isOwnFile = isOwnFile;
     QDialog::accept();
 }
 

@@ -13,6 +13,7 @@ namespace {
 const QLatin1String profilesKey("profiles");
 const QLatin1String currentKey("currentProfile");
 const QLatin1String optionsKey("options");
+const QLatin1String keychainKey("keychainEntry");
 
 // The last profile may have been removed: such a file says nothing, though the library would take its root
 // for a profile.
@@ -41,7 +42,7 @@ QJsonObject toJson(const AssistantProfile &profile)
     QJsonObject json = profile.source;
     json.insert(QStringLiteral("name"), config.name);
     json.insert(QStringLiteral("provider"), config.provider);
-    json.insert(QStringLiteral("apiKey"), config.apiKey);
+    json.insert(QStringLiteral("apiKey"), profile.keychainEntry.isEmpty() ? config.apiKey : QString());
     json.insert(QStringLiteral("baseUrl"), config.baseUrl);
     json.insert(QStringLiteral("model"), config.model);
     json.insert(QStringLiteral("maxTokens"), config.maxTokens);
@@ -51,6 +52,10 @@ QJsonObject toJson(const AssistantProfile &profile)
         json.remove(optionsKey);
     else
         json.insert(optionsKey, profile.options);
+    if (profile.keychainEntry.isEmpty())
+        json.remove(keychainKey);
+    else
+        json.insert(keychainKey, profile.keychainEntry);
     return json;
 }
 
@@ -90,12 +95,14 @@ AssistantProfiles loadProfiles(const QStringList &candidates, const QProcessEnvi
         sources = sourcesIn(root);
         break;
     }
+    result.isOwnFile = result.path == candidates.last();
     result.isFileDamaged = isDamagedPrivateFile(result.path);
     const ModelProfiles loaded =
         loadModelProfiles(result.isFromFile ? QStringList(result.path) : QStringList(), environment);
     for (int i = 0; i < loaded.profiles.size(); ++i) {
         const QJsonObject source = sources.value(i);
-        result.profiles.append({loaded.profiles.at(i), source.value(optionsKey).toObject(), source});
+        const QString entry = result.isOwnFile ? source.value(keychainKey).toString() : QString();
+        result.profiles.append({loaded.profiles.at(i), source.value(optionsKey).toObject(), source, entry});
     }
     result.currentIndex = loaded.currentIndex;
     return result;

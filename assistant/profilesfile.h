@@ -14,6 +14,8 @@ struct AssistantProfile
     QJsonObject options;
     /// All that the file has of it, keys included that only other programs know.
     QJsonObject source;
+    /// What the key is kept as in the system's keychain. Empty where it lies in the file.
+    QString keychainEntry{};
 };
 
 /// The profiles and where they come from.
@@ -27,6 +29,8 @@ struct AssistantProfiles
     bool isFromFile = false;
     /// Whether the file at path is damaged. It is renamed when the profiles are saved.
     bool isFileDamaged = false;
+    /// Whether no other program reads the file at path, so that keys may lie in the keychain.
+    bool isOwnFile = false;
 };
 
 /// Returns the places where profiles are looked for: those of modelConfigFileCandidates(), and behind them
@@ -34,12 +38,13 @@ struct AssistantProfiles
 /// none.
 QStringList profileFileCandidates();
 
-/// Loads what loadModelProfiles() finds, with the options beside each profile. At least one is returned.
+/// Loads what loadModelProfiles() finds, with the options beside each profile. At least one is returned. The
+/// last candidate is the assistant's own file. Keys in the keychain are not read.
 AssistantProfiles loadProfiles(const QStringList &candidates, const QProcessEnvironment &environment);
 
 /// Writes @p profiles to their file, which only the user can read from then on, also where others could
 /// before. What the file has besides, and what of a profile the assistant does not know, stays. Either all of
-/// it is written or nothing.
+/// it is written or nothing. Keys that are kept in the keychain are not written.
 bool saveProfiles(const AssistantProfiles &profiles, QString *error);
 
 #endif

@@ -170,6 +170,10 @@
         <source>模拟模型</source>
         <translation>Mock model</translation>
     </message>
+    <message>
+        <source>无法从系统的密钥环读取密钥：%1</source>
+        <translation>The key could not be read from the system&apos;s keychain: %1</translation>
+    </message>
 </context>
 <context>
     <name>ChatPage</name>
@@ -657,6 +661,16 @@
     <message>
         <source>那里的文件已损坏，保存时会改名保留。</source>
         <translation> The file there is damaged. It will be kept under another name when you save.</translation>
+    </message>
+    <message>
+        <source>保存在 %1，密钥保存在系统的密钥环中。</source>
+        <translation>Saved in %1; the keys are kept in the system&apos;s keychain.</translation>
+    </message>
+    <message>
+        <source>系统的密钥环不能使用：%1
+再保存一次，密钥就写入 %2，只有您可以读取。</source>
+        <translation>The system&apos;s keychain cannot be used: %1
+Save once more to keep the keys in %2, which only you can read.</translation>
     </message>
 </context>
 <context>
