@@ -92,7 +92,7 @@ void AgentLoop::run(const QString &input)
 
 void AgentLoop::requestAnswer()
 {
-    if (m_run->state == AgentRun::State::Over)
+    if (m_run->state != AgentRun::State::Working)
         return;
     if (!m_model) {
         fail(QStringLiteral("智能体模型尚未配置。"));
@@ -192,11 +192,11 @@ QVector<PendingCall> AgentLoop::readCalls(const QJsonArray &toolCalls, QString *
     return calls;
 }
 
+// May come late: where calls overlap, a slot that turns the event loop can be overtaken by the next question
+// or request. Their ends carry the run on.
 void AgentLoop::processNextCall()
 {
-    if (m_run->state == AgentRun::State::Over)
-        return;
-    if (mustWait())
+    if (m_run->state != AgentRun::State::Working || m_run->question || mustWait())
         return;
     if (m_run->pendingCalls.isEmpty()) {
         post(&AgentLoop::requestAnswer);

@@ -28,6 +28,8 @@ private Q_SLOTS:
     void overlappingCallsMayBeTakenUpAnew();
     void unknownToolFailsTheRunBehindTheOthers();
     void slotOfATraceMayCancelWhileAToolStarts();
+    void slotOfATraceMayTurnTheLoopUntilTheNextQuestion();
+    void slotOfATraceMayTurnTheLoopUntilTheNextRequest();
 };
 
 namespace {
@@ -53,6 +55,16 @@ public:
         model->addText({"answer"});
         send("question");
         log.clear();
+    }
+
+    // Finishes "a", and "b" in a slot of its trace, which turns the event loop.
+    void finishNested()
+    {
+        connect(session, &AgentSession::traceAdded, this, [this](const ToolCallTrace &trace) {
+            if (trace.toolName == "a")
+                finish(b, "two");
+        });
+        finish(a, "one");
     }
 
     static void finish(const QPointer<HeldTool> &tool, const QString &text)
@@ -307,6 +319,36 @@ void TestAgentSessionAsyncTools::slotOfATraceMayCancelWhileAToolStarts()
     QCOMPARE(agent.outcomes.size(), 1);
     QVERIFY(!agent.b->lastReply() || agent.b->lastReply()->isCanceled());
     QCOMPARE(agent.conversation().mid(2), (QStringList{"tool c1: one", "tool c2: 已取消。"}));
+}
+
+void TestAgentSessionAsyncTools::slotOfATraceMayTurnTheLoopUntilTheNextQuestion()
+{
+    SlowSession agent;
+    agent.ask({"a", "b", "c", "c", "read"});
+    agent.finishNested();
+    QCOMPARE(agent.requestCount(), 1);
+    QCOMPARE(agent.log.last(), "approval c");
+    QCOMPARE(agent.approvals.size(), 1);
+    QVERIFY(agent.session->answerApproval(agent.approvals.first(), true));
+    SlowSession::finish(agent.c, "three");
+    QVERIFY(agent.session->answerApproval(agent.approvals.last(), true));
+    SlowSession::finish(agent.c, "four");
+    QCOMPARE(agent.conversation().mid(2),
+             (QStringList{"tool c1: one", "tool c2: two", "tool c3: three", "tool c4: four",
+                          "tool c5: read done", "assistant: answer"}));
+}
+
+void TestAgentSessionAsyncTools::slotOfATraceMayTurnTheLoopUntilTheNextRequest()
+{
+    SlowSession agent;
+    agent.model->addToolCalls(AgentFixture::callsOf({"a", "b"}));
+    agent.send("question");
+    agent.finishNested();
+    QCOMPARE(agent.requestCount(), 2);
+    agent.model->lastCall().reply->finish("late");
+    runUntilQuiet();
+    QCOMPARE(agent.conversation().mid(2), (QStringList{"tool c1: one", "tool c2: two", "assistant: late"}));
+    QCOMPARE(agent.outcomes.size(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestAgentSessionAsyncTools)
