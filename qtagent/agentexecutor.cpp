@@ -60,6 +60,11 @@ bool AgentExecutor::answerApproval(const ApprovalRequest &shown, bool allowed)
     return m_loop->answerApproval(shown, allowed);
 }
 
+bool AgentExecutor::isWaitingFor(const ApprovalRequest &shown) const
+{
+    return m_loop->isWaitingFor(shown);
+}
+
 void AgentExecutor::whenApprovalOver(QObject *context, const std::function<void()> &callback)
 {
     m_loop->whenApprovalOver(context, callback);

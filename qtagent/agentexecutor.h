@@ -167,8 +167,11 @@ Q_SIGNALS:
 
 private:
     friend class AgentSession;
+    friend class ApprovalPrompt;
 
     AgentExecutor(std::unique_ptr<AgentLoop> loop, QObject *parent);
+
+    bool isWaitingFor(const ApprovalRequest &shown) const;
 
     const std::unique_ptr<AgentLoop> m_loop;
 };

@@ -480,9 +480,14 @@ void AgentLoop::resolveApproval(const QString &approvalId, bool allowed)
     resolve(call, allowed);
 }
 
+bool AgentLoop::isWaitingFor(const ApprovalRequest &shown) const
+{
+    return m_run && m_run->question && m_run->question->equals(shown);
+}
+
 bool AgentLoop::answerApproval(const ApprovalRequest &shown, bool allowed)
 {
-    if (!m_run || !m_run->question || !m_run->question->equals(shown))
+    if (!isWaitingFor(shown))
         return false;
     const PendingCall call = m_run->question->call();
     const AgentTool *tool = m_registry ? m_registry->tool(call.name) : nullptr;

@@ -103,6 +103,7 @@ public:
     bool isRunning() const;
 
     void resolveApproval(const QString &approvalId, bool allowed);
+    bool isWaitingFor(const ApprovalRequest &shown) const;
     bool answerApproval(const ApprovalRequest &shown, bool allowed);
     void whenApprovalOver(QObject *context, const std::function<void()> &callback);
 

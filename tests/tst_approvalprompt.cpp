@@ -144,6 +144,8 @@ private Q_SLOTS:
     void answerThatDoesNotCountIsNotTold();
     void dialogOfAnEarlierRunAllowsNothingInTheNext_data() { addBlockingRows(); }
     void dialogOfAnEarlierRunAllowsNothingInTheNext();
+    void questionThatAnotherSlotAnsweredIsNotAsked_data() { addBlockingRows(); }
+    void questionThatAnotherSlotAnsweredIsNotAsked();
     void acceptedDialogWhoseRunIsReplacedInsideIsDropped();
     void slotsMayDeleteEverything_data();
     void slotsMayDeleteEverything();
@@ -450,6 +452,35 @@ void TestApprovalPrompt::dialogOfAnEarlierRunAllowsNothingInTheNext()
     QCOMPARE(fixture.log, twiceAskedOnceDenied);
     QCOMPARE(fixture.writtenPath(), "precious");
     QTRY_COMPARE(fixture.dialogs.visibleCount(), 0);
+}
+
+// It turns the event loop until the next question is asked.
+void TestApprovalPrompt::questionThatAnotherSlotAnsweredIsNotAsked()
+{
+    QFETCH(bool, isBlocking);
+    PromptFixture fixture;
+    delete fixture.prompt;
+    connect(fixture.executor, &AgentExecutor::approvalRequired, this,
+            [&fixture](const ApprovalRequest &request) {
+                if (request.approvalId != "c1")
+                    return;
+                QVERIFY(fixture.executor->answerApproval(request, true));
+                QTRY_COMPARE(fixture.dialogs.count(), 1);
+            });
+    ApprovalPrompt prompt(fixture.executor, fixture.page);
+    prompt.setBlocking(isBlocking);
+    QStringList shown;
+    fixture.dialogs.onShown = [&](ApprovalDialog *dialog) {
+        shown.append(fixture.shownArguments());
+        if (isBlocking)
+            press(dialog, false);
+    };
+    fixture.addCalls({PromptFixture::write("c1", "a"), PromptFixture::write("c2", "b")});
+    fixture.run();
+    QTRY_COMPARE(shown, QStringList(R"({ "path": "b" })"));
+    QCOMPARE(fixture.dialogs.count(), 1);
+    fixture.executor->cancel();
+    QTRY_VERIFY(!fixture.dialogs.last());
 }
 
 // The event loop of the first dialog ends only behind that of the second, which shows the same call.

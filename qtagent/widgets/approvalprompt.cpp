@@ -29,6 +29,8 @@ bool ApprovalPrompt::isWindowGone() const
 // A question is an object that lives until it is answered or over, and hides its dialog then.
 void ApprovalPrompt::ask(const ApprovalRequest &request)
 {
+    if (!m_executor->isWaitingFor(request)) // another slot has answered
+        return;
     if (isWindowGone()) {
         tellExecutor(request, false);
         return;

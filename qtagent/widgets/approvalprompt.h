@@ -32,16 +32,18 @@ class ApprovalDialog;
 /// the event loop, for what its slots use may be half gone before.
 ///
 /// The prompt owns neither the executor nor the window. It may be deleted, the run canceled and the next one
-/// begun in a slot of any signal that an answer leads to.
+/// begun in a slot of any signal that an answer leads to. Like its dialogs it belongs to the application's
+/// main thread, and so does its executor.
 class QTAGENT_WIDGETS_EXPORT ApprovalPrompt : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Asks what @p executor requires, in dialogs above @p window, which may be any widget in it, also one
-    /// that gets there later: the parent of a dialog is what QWidget::window() is at that moment. Where
-    /// @p window is null, dialogs have no parent; where it has been deleted, every question is denied
-    /// unasked.
+    /// Asks what @p executor requires, which must not be null, in dialogs above @p window, which may be any
+    /// widget in it, also one that gets there later: the parent of a dialog is what QWidget::window() is at
+    /// that moment. Where @p window is null, dialogs have no parent; where it has been deleted, every
+    /// question is denied unasked. A question that another slot of approvalRequired() has answered is not
+    /// asked either.
     ApprovalPrompt(AgentExecutor *executor, QWidget *window, QObject *parent = nullptr);
     ~ApprovalPrompt() override;
 
