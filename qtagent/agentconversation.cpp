@@ -1,7 +1,5 @@
 #include "agentconversation_p.h"
 
-#include <QUuid>
-
 #include <algorithm>
 
 namespace MireloQtLib {
@@ -44,20 +42,18 @@ void appendRound(const Position &answer, const Position &end, QVector<ChatMessag
     ChatMessage message = *answer;
     QVector<ChatMessage> round;
     for (QJsonValueRef value : message.toolCalls) {
-        QJsonObject call = value.toObject();
-        const QString sentId = call.value(QLatin1String("id")).toString();
-        const QString id = sentId.isEmpty() ? QUuid::createUuid().toString(QUuid::WithoutBraces) : sentId;
-        call.insert(QStringLiteral("id"), id);
-        value = call;
+        const QJsonObject sent = value.toObject();
+        const QString sentId = sent.value(QLatin1String("id")).toString();
+        const PendingCall call = parseToolCall(sent);
+        value = completedToolCall(sent, call);
         const auto result =
             std::find_if(results.begin(), results.end(),
                          [&sentId](const ChatMessage &result) { return result.toolCallId == sentId; });
-        const QJsonObject function = call.value(QLatin1String("function")).toObject();
         if (result == results.end()) {
-            round.append(missingResult(id, function.value(QLatin1String("name")).toString()));
+            round.append(missingResult(call.id, call.name));
         } else {
             round.append(*result);
-            round.last().toolCallId = id;
+            round.last().toolCallId = call.id;
             results.erase(result);
         }
     }

@@ -9,7 +9,7 @@ namespace MireloQtLib {
 namespace QtAgent {
 
 // Returns @p messages as a strict server takes them: tool messages that are missing are filled in, those that
-// answer no call are dropped, calls without an id get one, and instructions come first.
+// answer no call are dropped, calls get what they lack, and instructions come first.
 QVector<ChatMessage> completedConversation(const QVector<ChatMessage> &messages);
 
 // The conversation of an agent. A strict server takes it at any moment: directly behind an answer with tool

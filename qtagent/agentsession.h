@@ -82,10 +82,11 @@ using RunEnd = RunOutcome::End;
 /// trace of that tool; one that a tool replaces ends at once, and the tool's call counts as not executed.
 ///
 /// The conversation is one that a strict server accepts, at any moment: the system prompt comes first, the
-/// calls of an answer have ids, and behind it stands a tool message for each of them, in their order. It says
-/// "未执行。" until its call was executed or where it never is, "已取消。" where a tool at work was canceled,
-/// and the error of the trace where it was denied. A question that was not answered stays, and so does what
-/// had arrived of an answer; one with tool calls that cannot be read is left out.
+/// calls of an answer have an id, the type "function" and a text as their arguments, whatever they came with,
+/// and behind it stands a tool message for each of them, in their order. It says "未执行。" until its call
+/// was executed or where it never is, "已取消。" where a tool at work was canceled, and the error of the
+/// trace where it was denied. A question that was not answered stays, and so does what had arrived of an
+/// answer; one with tool calls that cannot be read is left out.
 ///
 /// Used through a pointer to AgentExecutor a session behaves the same. Its requests' replies are deleted when
 /// they are over. It belongs to the thread of its model and tools, may be deleted in a slot of any of its
@@ -125,7 +126,7 @@ public:
     QVector<ChatMessage> conversation() const;
 
     /// Replaces the conversation, completed: tool messages that are missing are filled in, those that answer
-    /// no call are dropped, calls without an id get one, and the messages of the role "system" come first. An
+    /// no call are dropped, calls get what they lack, and the messages of the role "system" come first. An
     /// empty one begins anew. Returns false, without any effect, while a run is in flight.
     bool setConversation(const QVector<ChatMessage> &conversation);
 

@@ -7,23 +7,6 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-namespace {
-
-// Returns @p sent, which was read as @p call, with an id and with arguments that can be read.
-QJsonObject completedCall(const QJsonObject &sent, const PendingCall &call)
-{
-    QJsonObject result = sent;
-    result.insert(QStringLiteral("id"), call.id);
-    if (!call.error.isEmpty()) {
-        QJsonObject function = sent.value(QLatin1String("function")).toObject();
-        function.insert(QStringLiteral("arguments"), QStringLiteral("{}"));
-        result.insert(QStringLiteral("function"), function);
-    }
-    return result;
-}
-
-} // namespace
-
 SessionLoop::SessionLoop(AgentSession *session)
     : AgentLoop(session)
     , m_session(session)
@@ -163,7 +146,7 @@ ChatMessage SessionLoop::messageOf(const ChatReply &reply, const QVector<Pending
     ChatMessage message = reply.message();
     message.metadata = ReasoningFields::of(reply);
     for (const PendingCall &call : calls)
-        message.toolCalls[call.index] = completedCall(message.toolCalls.at(call.index).toObject(), call);
+        message.toolCalls[call.index] = completedToolCall(message.toolCalls.at(call.index).toObject(), call);
     return message;
 }
 

@@ -52,5 +52,20 @@ PendingCall parseToolCall(const QJsonObject &toolCall)
     return call;
 }
 
+QJsonObject completedToolCall(const QJsonObject &toolCall, const PendingCall &call)
+{
+    QJsonObject completed = toolCall;
+    completed.insert(QStringLiteral("id"), call.id);
+    if (!toolCall.contains(QLatin1String("type")))
+        completed.insert(QStringLiteral("type"), QStringLiteral("function"));
+    QJsonObject function = toolCall.value(QLatin1String("function")).toObject();
+    if (!call.error.isEmpty() || !function.value(QLatin1String("arguments")).isString()) {
+        const QByteArray arguments = QJsonDocument(call.arguments).toJson(QJsonDocument::Compact);
+        function.insert(QStringLiteral("arguments"), QString::fromUtf8(arguments));
+        completed.insert(QStringLiteral("function"), function);
+    }
+    return completed;
+}
+
 } // namespace QtAgent
 } // namespace MireloQtLib

@@ -32,6 +32,10 @@ struct PendingCall : ToolCallRequest
 // arguments are empty.
 PendingCall parseToolCall(const QJsonObject &toolCall);
 
+// Returns @p toolCall, which was read as @p call, as a strict server takes it back: with an id, a type, and
+// arguments that are a text, "{}" where they could not be read. What is there already stays as it came.
+QJsonObject completedToolCall(const QJsonObject &toolCall, const PendingCall &call);
+
 } // namespace QtAgent
 } // namespace MireloQtLib
 

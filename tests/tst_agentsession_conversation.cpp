@@ -29,6 +29,8 @@ private Q_SLOTS:
     void callsThatAreNotExecutedSaySo();
     void callWithoutAnIdIsEchoedWithTheOneMadeUp();
     void executorEchoesCallsAsTheyCame();
+    void callsAreEchoedWithWhatTheyLack_data();
+    void callsAreEchoedWithWhatTheyLack();
     void responseThatCannotBeReadIsLeftOut_data();
     void responseThatCannotBeReadIsLeftOut();
     void badCallsMayBeToldToTheModel();
@@ -236,6 +238,36 @@ void TestAgentSessionConversation::executorEchoesCallsAsTheyCame()
     agent.model->addToolCalls(callsWithoutIds());
     agent.run();
     QCOMPARE(agent.model->lastCall().messages.at(1).toolCalls, callsWithoutIds());
+}
+
+void TestAgentSessionConversation::callsAreEchoedWithWhatTheyLack_data()
+{
+    QTest::addColumn<QJsonObject>("call");
+    QTest::addColumn<QString>("arguments");
+    const QJsonObject pump{{"pump", 4}};
+    QTest::newRow("text") << AgentFixture::callWithText("read", "{ \"pump\": 4}") << "{ \"pump\": 4}";
+    QTest::newRow("object") << AgentFixture::callWith("read", pump) << "{\"pump\":4}";
+    QTest::newRow("null") << AgentFixture::callWith("read", QJsonValue()) << "{}";
+    QTest::newRow("no arguments") << AgentFixture::callWith("read", QJsonValue::Undefined) << "{}";
+    QJsonObject typeless = AgentFixture::callWithText("read", "");
+    typeless.remove("type");
+    QTest::newRow("no type") << typeless << "";
+}
+
+void TestAgentSessionConversation::callsAreEchoedWithWhatTheyLack()
+{
+    QFETCH(QJsonObject, call);
+    QFETCH(QString, arguments);
+    SessionFixture agent;
+    agent.model->addToolCalls({call});
+    agent.model->addText({"done"});
+    agent.send("question");
+    QCOMPARE(agent.log.last(), "ended Finished");
+    const QJsonArray echoed = agent.model->lastCall().messages.at(1).toolCalls;
+    QCOMPARE(echoed, QJsonArray{AgentFixture::callWithText("read", arguments)});
+    // A conversation that was kept as the model sent it is completed in the same way.
+    QVERIFY(agent.session->setConversation({ChatMessage::user("Hi"), ChatMessage::assistant("", {call})}));
+    QCOMPARE(agent.session->conversation().at(1).toolCalls, echoed);
 }
 
 void TestAgentSessionConversation::responseThatCannotBeReadIsLeftOut_data()

@@ -20,6 +20,10 @@ QString callFault(const QJsonObject &call)
         return "a call without an id";
     if (function["name"].toString().isEmpty())
         return "a call without a name";
+    if (call["type"].toString() != "function")
+        return "a call that is no function";
+    if (!function["arguments"].isString())
+        return "arguments that are no text";
     if (!isBlankOrObject(function["arguments"].toString()))
         return "arguments that are no object";
     return {};
@@ -81,14 +85,17 @@ private:
 
 bool isEcho(const QJsonObject &call, const QJsonObject &sent)
 {
-    const QJsonObject function = sent["function"].toObject();
     QJsonObject expected = sent;
     if (sent["id"].toString().isEmpty())
         expected.insert("id", call["id"]);
-    if (!isBlankOrObject(function["arguments"].toString())) {
-        QJsonObject mended = function;
-        mended.insert("arguments", "{}");
-        expected.insert("function", mended);
+    if (!sent.contains("type"))
+        expected.insert("type", "function");
+    QJsonObject function = sent["function"].toObject();
+    const QJsonValue arguments = function["arguments"];
+    if (!arguments.isString() || !isBlankOrObject(arguments.toString())) {
+        const QByteArray text = QJsonDocument(arguments.toObject()).toJson(QJsonDocument::Compact);
+        function.insert("arguments", QString::fromUtf8(text));
+        expected.insert("function", function);
     }
     return call == expected;
 }

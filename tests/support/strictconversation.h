@@ -10,14 +10,15 @@
 /// empty text:
 /// - "system" stands first or not at all, a question behind it, and no answer follows another;
 /// - every content is a text;
-/// - calls have an id, a name, and arguments that are blank or the text of an object;
+/// - calls have an id, the type "function", a name, and arguments that are a text: a blank one, or that of an
+///   object;
 /// - behind an answer with calls stands one tool message for each of them, in their order, and nowhere else.
 QString strictFault(const QJsonArray &messages);
 
 /// Returns what is wrong with @p messages as the next request to a service that sent @p sentCalls, one array
 /// for each answer with calls, so far: in addition to strictFault(), the last message is a question or a
-/// result, and each call is one that was sent, with the id that it had if it had one. Broken arguments may
-/// stand as "{}".
+/// result, and each call is one that was sent. An id, a type and a text as arguments are added where it came
+/// without; broken arguments stand as "{}".
 QString strictRequestFault(const QJsonArray &messages, const QVector<QJsonArray> &sentCalls);
 
 /// Returns @p messages as they are sent.
