@@ -438,6 +438,8 @@ void TestAgentSessionConversation::strictServerAcceptsAWholeConversation()
         completion("Let me write.", {makeToolCall("w1", "write", {}), makeToolCall("r1", "read", {})}),
         completion("", {AgentFixture::callWithText("read", "[")}),
         completion("Done."),
+        QJsonObject(), // none
+        completion("At last."),
     };
     LoopbackServer server;
     server.setHandler([&](const LoopbackRequest &request) {
@@ -445,6 +447,8 @@ void TestAgentSessionConversation::strictServerAcceptsAWholeConversation()
         if (!fault.isEmpty())
             return LoopbackAnswer::withStatus(400, fault.toUtf8());
         const QJsonObject answer = answers.takeFirst();
+        if (answer.isEmpty())
+            return LoopbackAnswer::withStatus(500, "down");
         const QJsonArray calls = answer["choices"][0]["message"]["tool_calls"].toArray();
         if (!calls.isEmpty())
             sentCalls.append(calls);
@@ -467,10 +471,20 @@ void TestAgentSessionConversation::strictServerAcceptsAWholeConversation()
     agent.session->send("third");
     agent.session->send("fourth");
     QTRY_COMPARE(agent.outcomes.size(), 4);
+    agent.session->send("fifth");
+    QTRY_COMPARE(agent.outcomes.size(), 5);
+    agent.session->send("sixth");
+    agent.session->cancel();
+    agent.session->send("seventh");
+    delete agent.session->findChildren<ChatReply *>().last();
+    agent.session->send("eighth");
+    QTRY_COMPARE(agent.outcomes.size(), 8);
     QStringList ends;
     for (const RunOutcome &outcome : agent.outcomes)
-        ends.append(QVariant::fromValue(outcome.end).toString() + outcome.error);
-    QCOMPARE(ends, (QStringList{"Finished", "Denied", "Replaced", "Finished"}));
+        ends.append(QVariant::fromValue(outcome.end).toString());
+    QCOMPARE(ends, (QStringList{"Finished", "Denied", "Replaced", "Finished", "Failed", "Canceled",
+                                "Abandoned", "Finished"}));
+    QVERIFY(agent.outcomes.at(4).error.contains("HTTP status: 500"));
     QVERIFY(answers.isEmpty());
 }
 
