@@ -56,6 +56,7 @@ using RunEnd = RunOutcome::End;
 /// every end.
 ///
 /// @code
+/// auto *panel = new AgentChatPanel(this);
 /// auto *session = new AgentSession(this);
 /// session->setModel(model);
 /// session->setToolRegistry(registry);

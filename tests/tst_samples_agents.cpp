@@ -46,7 +46,7 @@ public:
     }
 
     int runs = 0;
-    AgentChatPanel *const panel = new AgentChatPanel(this);
+    AgentChatPanel *panel = new AgentChatPanel(this);
     ToolRegistry *const registry = new ToolRegistry(this);
 };
 
@@ -115,8 +115,8 @@ class SessionWindow : public ToolWindow
 {
     void paste() override
     {
-        AgentChatPanel *const panel = this->panel; // for lambdas to capture
 #include "agentsession_1.inc"
+        ToolWindow::panel = panel;
     }
 };
 
@@ -124,8 +124,8 @@ class ChatWindow : public ToolWindow
 {
     void paste() override
     {
-        AgentChatPanel *const panel = this->panel; // for lambdas to capture
 #include "agentchatpanel_1.inc"
+        ToolWindow::panel = panel;
     }
 };
 

@@ -26,6 +26,7 @@ class LineBreakingCost;
 ///
 /// The panel knows nothing of models. Its host answers the signals and shows what arrives:
 /// @code
+/// auto *panel = new AgentChatPanel(this);
 /// connect(panel, &AgentChatPanel::sendRequested, this, [=](const QString &text) {
 ///     panel->appendUserMessage(text);
 ///     panel->beginAgentMessage();
