@@ -36,7 +36,8 @@ public:
 
     /// What ended the run.
     End end = End::Canceled;
-    /// The answer; what had arrived of it where the run did not finish.
+    /// The answer; where the run did not finish, what had arrived of the one that was awaited. So it is empty
+    /// where the run ended while a tool was at work or the user was asked.
     QString text;
     /// The text of AgentExecutor::failed(), else empty.
     QString error;

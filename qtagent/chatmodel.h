@@ -109,8 +109,10 @@ public:
     /// tells it; from the next turn of the event loop where the reply had ended already, and where it is
     /// deleted. In the last case a window that owns it may be half gone, which is why nothing is called then.
     ///
-    /// Callbacks come in the order in which they were registered, and never once @p context is deleted. One
-    /// may delete the reply. A null @p context or an empty @p callback registers nothing.
+    /// Callbacks come in the order in which they were registered, and never once @p context is deleted. So
+    /// one that a slot of the ending signal registers behind others comes once that slot has returned, even
+    /// where the slot runs an event loop. A callback may delete the reply. Nothing is registered where
+    /// @p context is null or @p callback empty.
     void whenEnded(QObject *context, const std::function<void(const ChatResult &)> &callback);
 
     /// @name For models

@@ -75,7 +75,7 @@ struct QTAGENT_EXPORT ChatFailure
 /// @endcode
 ///
 /// What a service does not tell stays empty. What it tells is set before the signal of ChatReply that
-/// follows. Reasoning is never part of text().
+/// follows. Reasoning is never part of text(). A reply belongs to the thread of its model.
 class QTAGENT_EXPORT CompletionReply : public ChatReply
 {
     Q_OBJECT

@@ -18,7 +18,7 @@ namespace QtAgent {
 /// @endcode
 ///
 /// The reasoning that came with tool calls goes back with them, whatever RequestOptions::keepReasoning says:
-/// the service asks for it.
+/// the service asks for it. Like every model it is used on the thread that it belongs to.
 class QTAGENT_EXPORT DeepSeekModel : public OpenAICompatibleModel
 {
     Q_OBJECT

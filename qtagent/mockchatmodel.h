@@ -26,7 +26,7 @@ namespace QtAgent {
 /// apart. Every word ends in a space, and so does the whole text. Tool calls arrive on the next turn as
 /// responseReceived() and an empty finished(); a canceled reply still emits that responseReceived().
 ///
-/// A reply that is owned by somebody else goes on when the model is deleted.
+/// A reply that is owned by somebody else goes on when the model is deleted. Both belong to one thread.
 class QTAGENT_EXPORT MockChatModel : public ChatModel
 {
     Q_OBJECT

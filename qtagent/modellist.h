@@ -20,7 +20,8 @@ namespace QtAgent {
 ///
 /// A reply ends with exactly one of finished(), failed() and canceled(), the first two from the event loop,
 /// unless it or the model is deleted first. It belongs to its parent; call deleteLater() when it has ended.
-/// It may be deleted or canceled at any time, which aborts the request.
+/// It may be deleted or canceled at any time, which aborts the request. It belongs to the thread of its
+/// model.
 class QTAGENT_EXPORT ModelListReply : public QObject
 {
     Q_OBJECT

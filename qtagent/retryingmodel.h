@@ -29,7 +29,8 @@ namespace QtAgent {
 ///
 /// Canceling or deleting a reply ends its wait and its request. So does deleting this model, without a
 /// signal. Besides the texts of the other model, ChatReply::failed() reports "Model is gone." where that
-/// model is null or was deleted, and "Model returned no reply." where it returned null.
+/// model is null or was deleted, and "Model returned no reply." where it returned null. Both models belong to
+/// one thread.
 class QTAGENT_EXPORT RetryingModel : public ChatModel
 {
     Q_OBJECT

@@ -72,6 +72,8 @@ class McpServerPrivate;
 ///
 /// A call that may have run is never repeated, but for one whose session the server had lost: it is opened
 /// anew and the call sent once more.
+///
+/// A server, its tools and the registry belong to one thread, whose event loop it needs.
 class QTAGENT_MCP_EXPORT McpServer : public QObject
 {
     Q_OBJECT

@@ -36,7 +36,7 @@ class RecordingFile;
 /// as they are.
 ///
 /// A recording is never overwritten: where the file exists, it is not touched, error() says so, and requests
-/// are only passed on.
+/// are only passed on. Both models belong to one thread.
 class QTAGENT_TESTING_EXPORT RecordingModel : public ChatModel
 {
     Q_OBJECT

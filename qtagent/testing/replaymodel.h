@@ -36,6 +36,8 @@ struct Recording;
 /// - "Recording %1 cannot be read: %2", with the system's words;
 /// - "Recording %1 is damaged in line %2.";
 /// - "Recording %1 was made by a newer version.".
+///
+/// Like every model it is used on the thread that it belongs to.
 class QTAGENT_TESTING_EXPORT ReplayModel : public ChatModel
 {
     Q_OBJECT

@@ -19,7 +19,7 @@ namespace QtAgent {
 /// @endcode
 ///
 /// The recorder does not own the reply; either may be deleted first. Make it right behind ChatModel::chat(),
-/// before the event loop runs: what was emitted by then is not known to it.
+/// before the event loop runs: what was emitted by then is not known to it. Both belong to one thread.
 class QTAGENT_TESTING_EXPORT ReplyRecorder : public QObject
 {
     Q_OBJECT

@@ -28,7 +28,7 @@ struct ReplyStep;
 ///
 /// Every request takes the next answer, which begins on the next turn of the event loop. One that finds no
 /// answer fails with "ScriptedModel has no answer left.". The profile is ignored. A reply that is owned by
-/// somebody else goes on when the model is deleted.
+/// somebody else goes on when the model is deleted. Both belong to one thread.
 class QTAGENT_TESTING_EXPORT ScriptedModel : public ChatModel
 {
     Q_OBJECT

@@ -56,7 +56,8 @@ class LineBreakingCost;
 /// A button that is disabled while it has the keyboard focus gives it to the input, and 清空 takes it by
 /// the Tab key alone: what the user types next presses no button. The panel may be deleted in a slot of any
 /// of its signals. For style sheets and user-interface tests its children are named agentChatHistory,
-/// agentChatInput, agentChatSend, agentChatStop and agentChatClear.
+/// agentChatInput, agentChatSend, agentChatStop and agentChatClear. Like every widget the panel belongs to
+/// the application's main thread.
 class QTAGENT_WIDGETS_EXPORT AgentChatPanel : public QWidget
 {
     Q_OBJECT

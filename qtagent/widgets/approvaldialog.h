@@ -40,7 +40,8 @@ namespace QtAgent {
 ///   that begin with "↪ ", which is nothing that arguments can contain.
 ///
 /// For style sheets and user-interface tests the children are named approvalTool, approvalPermission,
-/// approvalReason, approvalArguments, approvalAllow and approvalDeny.
+/// approvalReason, approvalArguments, approvalAllow and approvalDeny. Like every widget the dialog belongs to
+/// the application's main thread.
 class QTAGENT_WIDGETS_EXPORT ApprovalDialog : public QDialog
 {
     Q_OBJECT

@@ -42,7 +42,7 @@ class GraphRun;
 /// accessible name is "流程图", the accessible description tells the selected node, its state and its routes.
 ///
 /// The same graph has the same picture everywhere; names longer than 24 characters are cut, and whole in the
-/// tool tip.
+/// tool tip. Like every widget the view belongs to the application's main thread.
 class QTAGENT_WIDGETS_EXPORT GraphView : public QGraphicsView
 {
     Q_OBJECT

@@ -70,7 +70,7 @@ class TranscriptDocument;
 /// Functions of QTextEdit and QTextBrowser that change the document are not to be used. The transcript may be
 /// deleted in a slot of followingChanged() and anchorClicked(), though not while the program calls a function
 /// of QTextEdit that scrolls, such as find(). For style sheets and user-interface tests the buttons are named
-/// transcriptCopyCode.
+/// transcriptCopyCode. Like every widget it belongs to the application's main thread.
 class QTAGENT_WIDGETS_EXPORT MarkdownTranscript : public QTextBrowser
 {
     Q_OBJECT

@@ -38,7 +38,8 @@ namespace QtAgent {
 /// baseUrlEdit, apiKeyEdit, modelEdit, maxTokensSpin and timeoutSpin.
 ///
 /// A slot of configChanged() may delete the widget, choose another profile and call setProfiles(). What was
-/// being filled in is then given up, so that the values of two profiles never mix.
+/// being filled in is then given up, so that the values of two profiles never mix. Like every widget the form
+/// belongs to the application's main thread.
 class QTAGENT_WIDGETS_EXPORT ModelConfigWidget : public QWidget
 {
     Q_OBJECT

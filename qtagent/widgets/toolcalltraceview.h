@@ -32,6 +32,8 @@ namespace QtAgent {
 /// blanks. A cell measures and paints no more than the first 200 characters, so a result of several
 /// megabytes costs the window what a short one costs; the item's text() is complete. The tool tip of a
 /// name, an input and an output shows its first 1,000 characters, unless the item was given another.
+///
+/// Like every widget the view belongs to the application's main thread.
 class QTAGENT_WIDGETS_EXPORT ToolCallTraceView : public QTableWidget
 {
     Q_OBJECT
