@@ -10,9 +10,6 @@ using namespace MireloQtLib::QtAgent;
 
 namespace {
 
-const QString startNode = QStringLiteral("__start__");
-const QString endNode = QStringLiteral("__end__");
-
 QString textOf(const QJsonObject &state, const char *key)
 {
     return state.value(QLatin1String(key)).toString();
@@ -61,8 +58,8 @@ StateGraph stateFlowGraph()
         return update("answer",
                       QStringLiteral("%1 是在 Orvane 流程中流转的数据。").arg(textOf(state, "topic")));
     });
-    graph.addEdge(startNode, QStringLiteral("explain"));
-    graph.addEdge(QStringLiteral("explain"), endNode);
+    graph.addEdge(StartNode, QStringLiteral("explain"));
+    graph.addEdge(QStringLiteral("explain"), EndNode);
     return graph;
 }
 
@@ -75,9 +72,9 @@ StateGraph multiStepGraph()
     graph.addNode(QStringLiteral("polish"), [](const QJsonObject &state) {
         return update("answer", textOf(state, "draft") + QStringLiteral(" -> 已整理为最终回答。"));
     });
-    graph.addEdge(startNode, QStringLiteral("draft"));
+    graph.addEdge(StartNode, QStringLiteral("draft"));
     graph.addEdge(QStringLiteral("draft"), QStringLiteral("polish"));
-    graph.addEdge(QStringLiteral("polish"), endNode);
+    graph.addEdge(QStringLiteral("polish"), EndNode);
     return graph;
 }
 
@@ -96,12 +93,12 @@ StateGraph routingGraph()
     graph.addNode(workflow, [](const QJsonObject &) {
         return update("answer", QStringLiteral("流程关注有状态路由、循环和人工审核。"));
     });
-    graph.addEdge(startNode, QStringLiteral("classify"));
+    graph.addEdge(StartNode, QStringLiteral("classify"));
     graph.addConditionalEdges(QStringLiteral("classify"),
                               [](const QJsonObject &state) { return textOf(state, "route"); },
                               {{chain, chain}, {workflow, workflow}});
-    graph.addEdge(chain, endNode);
-    graph.addEdge(workflow, endNode);
+    graph.addEdge(chain, EndNode);
+    graph.addEdge(workflow, EndNode);
     return graph;
 }
 
@@ -117,13 +114,13 @@ StateGraph loopGraph()
         log.append(QStringLiteral("第 %1 步已执行").arg(count));
         return QJsonObject{{QStringLiteral("count"), count}, {QStringLiteral("log"), log}};
     });
-    graph.addEdge(startNode, step);
+    graph.addEdge(StartNode, step);
     graph.addConditionalEdges(step,
                               [](const QJsonObject &state) {
                                   const bool again = state.value(QStringLiteral("count")).toInt() < rounds;
                                   return again ? QStringLiteral("again") : QStringLiteral("done");
                               },
-                              {{QStringLiteral("again"), step}, {QStringLiteral("done"), endNode}});
+                              {{QStringLiteral("again"), step}, {QStringLiteral("done"), EndNode}});
     return graph;
 }
 
@@ -138,8 +135,8 @@ StateGraph memoryGraph()
             QStringLiteral("%1\n用户：%2\n%3").arg(textOf(state, "history"), input, reply);
         return QJsonObject{{QStringLiteral("history"), history}, {QStringLiteral("answer"), reply}};
     });
-    graph.addEdge(startNode, QStringLiteral("chat"));
-    graph.addEdge(QStringLiteral("chat"), endNode);
+    graph.addEdge(StartNode, QStringLiteral("chat"));
+    graph.addEdge(QStringLiteral("chat"), EndNode);
     return graph;
 }
 
@@ -156,15 +153,15 @@ StateGraph reviewGraph(bool approvalGiven)
     graph.addNode(review, appendToResult(QStringLiteral("；已进入人工审核")));
     graph.addNode(execute, appendToResult(QStringLiteral("；审核通过并已执行")));
     graph.addNode(reject, appendToResult(QStringLiteral("；审核拒绝并已停止")));
-    graph.addEdge(startNode, draft);
+    graph.addEdge(StartNode, draft);
     graph.addEdge(draft, review);
     graph.addConditionalEdges(review,
                               [execute, reject](const QJsonObject &state) {
                                   return state.value(QStringLiteral("approved")).toBool() ? execute : reject;
                               },
                               {{execute, execute}, {reject, reject}});
-    graph.addEdge(execute, endNode);
-    graph.addEdge(reject, endNode);
+    graph.addEdge(execute, EndNode);
+    graph.addEdge(reject, EndNode);
     if (!approvalGiven)
         graph.addInterruptBefore(review);
     return graph;
@@ -174,8 +171,8 @@ StateGraph toolNodeGraph(AgentTool *tool)
 {
     StateGraph graph;
     graph.addNode(QStringLiteral("tool"), lookUpNode([tool] { return tool; }));
-    graph.addEdge(startNode, QStringLiteral("tool"));
-    graph.addEdge(QStringLiteral("tool"), endNode);
+    graph.addEdge(StartNode, QStringLiteral("tool"));
+    graph.addEdge(QStringLiteral("tool"), EndNode);
     return graph;
 }
 
@@ -192,7 +189,7 @@ StateGraph agentGraph(const QString &question, ToolRegistry *registry)
     graph.addNode(finalNode, [](const QJsonObject &state) {
         return update("answer", QStringLiteral("最终回答：%1").arg(textOf(state, "toolOutput")));
     });
-    graph.addEdge(startNode, agent);
+    graph.addEdge(StartNode, agent);
     graph.addConditionalEdges(agent,
                               [tools](const QJsonObject &state) {
                                   return state.value(QStringLiteral("needsTool")).toBool()
@@ -201,6 +198,6 @@ StateGraph agentGraph(const QString &question, ToolRegistry *registry)
                               },
                               {{tools, tools}, {QStringLiteral("done"), finalNode}});
     graph.addEdge(tools, finalNode);
-    graph.addEdge(finalNode, endNode);
+    graph.addEdge(finalNode, EndNode);
     return graph;
 }

@@ -25,9 +25,9 @@ static StateGraph reviewGraph(int wantedDrafts)
         return state[QLatin1String("drafts")].toInt() < wantedDrafts ? draft : send;
     };
     const QMap<QString, QString> routes{{draft, draft}, {send, send}};
-    graph.addConditionalEdges(QStringLiteral("__start__"), afterStart, routes);
+    graph.addConditionalEdges(StartNode, afterStart, routes);
     graph.addConditionalEdges(draft, afterDraft, routes);
-    graph.addEdge(send, QStringLiteral("__end__"));
+    graph.addEdge(send, EndNode);
     return graph;
 }
 
