@@ -50,11 +50,11 @@ int main(int argc, char *argv[])
     LineModel model;
     model.setConfig(modelConfigFromJson({{QStringLiteral("baseUrl"), arguments.value(1)}}));
     ChatReply *reply = model.chat({ChatMessage::user(arguments.value(2))}, {}, &model);
-    QObject::connect(reply, &ChatReply::finished, reply,
-                     [](const QString &text) { std::puts(qUtf8Printable(text)); });
-    QObject::connect(reply, &ChatReply::finished, &application, &QCoreApplication::quit);
-    QObject::connect(reply, &ChatReply::failed, reply,
-                     [](const QString &error) { qCritical("%s", qUtf8Printable(error)); });
-    QObject::connect(reply, &ChatReply::failed, reply, [] { QCoreApplication::exit(EXIT_FAILURE); });
+    reply->whenEnded(&application, [](const ChatResult &result) {
+        const bool isFinished = result.end == ChatResult::End::Finished; // else failed, canceled or deleted
+        const QString message = isFinished ? result.text : result.error;
+        std::fprintf(isFinished ? stdout : stderr, "%s\n", qUtf8Printable(message));
+        QCoreApplication::exit(isFinished ? EXIT_SUCCESS : EXIT_FAILURE);
+    });
     return QCoreApplication::exec();
 }

@@ -38,7 +38,7 @@ private:
     QTimer m_answering;
 };
 
-// The dialog has an event loop of its own, so it is answered from a timer that waits for it.
+// The dialog opens once the model has asked for the tool: a timer waits for it.
 void TestAgentApproval::answerDialog(const QString &answer)
 {
     m_question.clear();
