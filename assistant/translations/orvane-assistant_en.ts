@@ -438,6 +438,45 @@
     </message>
 </context>
 <context>
+    <name>MireloQtLib::QtAgent::AgentChatPanel</name>
+    <message>
+        <source>智能体</source>
+        <translation>Agent</translation>
+    </message>
+    <message>
+        <source>发送</source>
+        <translation>Send</translation>
+    </message>
+    <message>
+        <source>停止</source>
+        <translation>Stop</translation>
+    </message>
+    <message>
+        <source>清空</source>
+        <translation>Clear</translation>
+    </message>
+    <message>
+        <source>用户</source>
+        <translation>User</translation>
+    </message>
+    <message>
+        <source>系统</source>
+        <translation>System</translation>
+    </message>
+    <message>
+        <source>对话记录</source>
+        <translation>Transcript</translation>
+    </message>
+    <message>
+        <source>问题</source>
+        <translation>Question</translation>
+    </message>
+    <message>
+        <source>请输入 Orvane 问题...</source>
+        <translation>Ask Orvane a question...</translation>
+    </message>
+</context>
+<context>
     <name>MireloQtLib::QtAgent::AgentExecutor</name>
     <message>
         <source>该工具拥有 %1 权限，需要用户确认后才能执行。</source>
@@ -487,6 +526,45 @@
     </message>
 </context>
 <context>
+    <name>MireloQtLib::QtAgent::GraphView</name>
+    <message>
+        <source>未运行</source>
+        <translation>not run</translation>
+    </message>
+    <message>
+        <source>已运行 %1 次</source>
+        <translation>has run, times: %1</translation>
+    </message>
+    <message>
+        <source>正在运行</source>
+        <translation>running</translation>
+    </message>
+    <message>
+        <source>等待继续</source>
+        <translation>waiting to go on</translation>
+    </message>
+    <message>
+        <source>出错</source>
+        <translation>failed</translation>
+    </message>
+    <message>
+        <source>%1：%2</source>
+        <translation>%1: %2</translation>
+    </message>
+    <message>
+        <source>运行前暂停</source>
+        <translation>runs stop before it</translation>
+    </message>
+    <message>
+        <source>；</source>
+        <translation>; </translation>
+    </message>
+    <message>
+        <source>流程图</source>
+        <translation>Graph</translation>
+    </message>
+</context>
+<context>
     <name>MireloQtLib::QtAgent::MarkdownTranscript</name>
     <message>
         <source>对话记录</source>
@@ -495,6 +573,49 @@
     <message>
         <source>复制消息</source>
         <translation>Copy Message</translation>
+    </message>
+</context>
+<context>
+    <name>MireloQtLib::QtAgent::ModelConfigWidget</name>
+    <message>
+        <source>模拟模型</source>
+        <translation>Mock model</translation>
+    </message>
+    <message>
+        <source>模型配置 %1</source>
+        <translation>Profile %1</translation>
+    </message>
+    <message>
+        <source> 秒</source>
+        <translation> s</translation>
+    </message>
+    <message>
+        <source>随配置保存，但不应用于请求。</source>
+        <translation>Saved with the profile, but not applied to requests.</translation>
+    </message>
+    <message>
+        <source>配置名称</source>
+        <translation>Profile</translation>
+    </message>
+    <message>
+        <source>模型提供方</source>
+        <translation>Provider</translation>
+    </message>
+    <message>
+        <source>模型名称</source>
+        <translation>Model</translation>
+    </message>
+    <message>
+        <source>最大 Token</source>
+        <translation>Maximum tokens</translation>
+    </message>
+    <message>
+        <source>超时时间</source>
+        <translation>Time limit</translation>
+    </message>
+    <message>
+        <source>默认配置</source>
+        <translation>Default profile</translation>
     </message>
 </context>
 <context>

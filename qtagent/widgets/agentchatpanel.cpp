@@ -39,8 +39,9 @@ QString messageBlock(const QString &color, const QString &label, const QString &
 QString agentHeader()
 {
     // The division is left open: what is inserted behind it takes neither colour nor weight of the label.
-    return QStringLiteral("<p style='margin:10px 0 4px 0;color:#059669;font-weight:600;'>智能体</p>"
-                          "<div style='white-space:pre-wrap;'>");
+    return QStringLiteral("<p style='margin:10px 0 4px 0;color:#059669;font-weight:600;'>%1</p>"
+                          "<div style='white-space:pre-wrap;'>")
+        .arg(escaped(AgentChatPanel::tr("智能体")));
 }
 
 QTextBlockFormat labelFormat()
@@ -98,9 +99,9 @@ AgentChatPanel::AgentChatPanel(QWidget *parent)
     : QWidget(parent)
     , m_history(new QTextBrowser(this))
     , m_input(new QPlainTextEdit(this))
-    , m_sendButton(new QPushButton(QStringLiteral("发送"), this))
-    , m_stopButton(new QPushButton(QStringLiteral("停止"), this))
-    , m_clearButton(new QPushButton(QStringLiteral("清空"), this))
+    , m_sendButton(new QPushButton(tr("发送"), this))
+    , m_stopButton(new QPushButton(tr("停止"), this))
+    , m_clearButton(new QPushButton(tr("清空"), this))
     , m_layoutTimer(new QTimer(this))
     , m_lineBreakingCost(std::make_unique<LineBreakingCost>())
 {
@@ -120,12 +121,12 @@ AgentChatPanel::~AgentChatPanel()
 
 void AgentChatPanel::appendUserMessage(const QString &text)
 {
-    appendMessage(QStringLiteral("#1d4ed8"), QStringLiteral("用户"), text);
+    appendMessage(QStringLiteral("#1d4ed8"), tr("用户"), text);
 }
 
 void AgentChatPanel::appendSystemMessage(const QString &text)
 {
-    appendMessage(QStringLiteral("#64748b"), QStringLiteral("系统"), text);
+    appendMessage(QStringLiteral("#64748b"), tr("系统"), text);
 }
 
 void AgentChatPanel::beginAgentMessage()
@@ -185,13 +186,13 @@ bool AgentChatPanel::focusNextPrevChild(bool next)
 void AgentChatPanel::setUpChildren()
 {
     m_history->setObjectName(QStringLiteral("agentChatHistory"));
-    m_history->setAccessibleName(QStringLiteral("对话记录"));
+    m_history->setAccessibleName(tr("对话记录"));
     m_history->setOpenExternalLinks(true);
     m_history->installEventFilter(this);
     m_history->viewport()->installEventFilter(this);
     m_input->setObjectName(QStringLiteral("agentChatInput"));
-    m_input->setAccessibleName(QStringLiteral("问题"));
-    m_input->setPlaceholderText(QStringLiteral("请输入 Orvane 问题..."));
+    m_input->setAccessibleName(tr("问题"));
+    m_input->setPlaceholderText(tr("请输入 Orvane 问题..."));
     m_input->setFixedHeight(inputHeight);
     m_input->setTabChangesFocus(true);
     m_input->installEventFilter(this);

@@ -58,8 +58,8 @@ namespace {
 // In the order of the marks.
 QString stateText(GraphMark mark, int runs)
 {
-    const QString texts[] = {QStringLiteral("未运行"), QStringLiteral("已运行 %1 次").arg(runs),
-                             QStringLiteral("正在运行"), QStringLiteral("等待继续"), QStringLiteral("出错")};
+    const QString texts[] = {GraphView::tr("未运行"), GraphView::tr("已运行 %1 次").arg(runs),
+                             GraphView::tr("正在运行"), GraphView::tr("等待继续"), GraphView::tr("出错")};
     return texts[int(mark)];
 }
 
@@ -230,10 +230,9 @@ void GraphView::Private::describe()
 QString GraphView::Private::description(int box) const
 {
     const auto nameOf = [this](int index) { return singleLine(picture.layout.boxes.at(index).name); };
-    QStringList parts{
-        QStringLiteral("%1：%2").arg(nameOf(box), stateText(picture.marks.at(box), picture.runs.at(box)))};
+    QStringList parts{tr("%1：%2").arg(nameOf(box), stateText(picture.marks.at(box), picture.runs.at(box)))};
     if (picture.layout.boxes.at(box).isInterrupted)
-        parts += QStringLiteral("运行前暂停");
+        parts += tr("运行前暂停");
     for (const GraphArrow &arrow : picture.layout.arrows) {
         if (arrow.from == box)
             parts += arrow.isRoute ? QStringLiteral("%1 → %2").arg(singleLine(arrow.key), nameOf(arrow.to))
@@ -241,7 +240,7 @@ QString GraphView::Private::description(int box) const
     }
     for (const QString &problem : picture.problemsOf(box))
         parts += singleLine(problem);
-    return parts.join(QStringLiteral("；"));
+    return parts.join(tr("；"));
 }
 
 void GraphView::Private::fit()
@@ -315,7 +314,7 @@ GraphView::GraphView(QWidget *parent)
     setDragMode(ScrollHandDrag);
     setTransformationAnchor(AnchorUnderMouse);
     setFocusPolicy(Qt::StrongFocus);
-    setAccessibleName(QStringLiteral("流程图"));
+    setAccessibleName(tr("流程图"));
     viewport()->setCursor(Qt::ArrowCursor);
 }
 

@@ -30,7 +30,7 @@ QComboBox *createProviderCombo()
 {
     auto *combo = new QComboBox;
     combo->setObjectName(QStringLiteral("providerCombo"));
-    combo->addItem(QStringLiteral("模拟模型"), QStringLiteral("mock"));
+    combo->addItem(ModelConfigWidget::tr("模拟模型"), QStringLiteral("mock"));
     combo->addItem(QStringLiteral("OpenAI-compatible"), QStringLiteral("openai"));
     combo->addItem(QStringLiteral("DeepSeek"), QStringLiteral("deepseek"));
     return combo;
@@ -58,7 +58,7 @@ QString displayName(const ModelConfig &profile, int index)
     if (!name.isEmpty())
         return name;
     const QString model = profile.model.trimmed();
-    return model.isEmpty() ? QStringLiteral("模型配置 %1").arg(index + 1) : model;
+    return model.isEmpty() ? ModelConfigWidget::tr("模型配置 %1").arg(index + 1) : model;
 }
 
 // The service whose defaults give way when the user picks provider.
@@ -123,8 +123,8 @@ ModelConfigWidget::ModelConfigWidget(QWidget *parent)
     , m_timeoutSpin(createSpinBox(QStringLiteral("timeoutSpin"), 5, 300, 60))
 {
     m_apiKeyEdit->setEchoMode(QLineEdit::Password);
-    m_timeoutSpin->setSuffix(QStringLiteral(" 秒"));
-    m_timeoutSpin->setToolTip(QStringLiteral("随配置保存，但不应用于请求。"));
+    m_timeoutSpin->setSuffix(tr(" 秒"));
+    m_timeoutSpin->setToolTip(tr("随配置保存，但不应用于请求。"));
     addRows();
     connectInputs();
 }
@@ -146,15 +146,15 @@ void ModelConfigWidget::addRows()
 {
     auto *form = new QFormLayout(this);
     form->setContentsMargins(0, 0, 0, 0);
-    form->addRow(QStringLiteral("配置名称"), m_profileCombo);
-    form->addRow(QStringLiteral("模型提供方"), m_providerCombo);
+    form->addRow(tr("配置名称"), m_profileCombo);
+    form->addRow(tr("模型提供方"), m_providerCombo);
     form->addRow(QStringLiteral("Base URL"), m_baseUrlEdit);
     const QString address = defaultBaseUrl(QStringLiteral("openai"));
     m_baseUrlEdit->setMinimumWidth(fontMetrics().horizontalAdvance(address) + addressMargin);
     form->addRow(QStringLiteral("API Key"), m_apiKeyEdit);
-    form->addRow(QStringLiteral("模型名称"), m_modelEdit);
-    form->addRow(QStringLiteral("最大 Token"), m_maxTokensSpin);
-    form->addRow(QStringLiteral("超时时间"), m_timeoutSpin);
+    form->addRow(tr("模型名称"), m_modelEdit);
+    form->addRow(tr("最大 Token"), m_maxTokensSpin);
+    form->addRow(tr("超时时间"), m_timeoutSpin);
 }
 
 void ModelConfigWidget::connectInputs()
@@ -205,7 +205,7 @@ bool ModelConfigWidget::loadProfile(const ModelConfig &profile)
     const Fill fill(this);
     m_loading = true;
     if (m_profileCombo->count() == 0)
-        m_profileCombo->addItem(profile.name.isEmpty() ? QStringLiteral("默认配置") : profile.name);
+        m_profileCombo->addItem(profile.name.isEmpty() ? tr("默认配置") : profile.name);
     m_providerCombo->setCurrentIndex(qMax(0, m_providerCombo->findData(profile.provider)));
     fill.setText(&ModelConfigWidget::m_baseUrlEdit, profile.baseUrl);
     fill.setText(&ModelConfigWidget::m_apiKeyEdit, profile.apiKey);
