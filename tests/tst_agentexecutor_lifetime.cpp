@@ -1,5 +1,7 @@
 #include "support/agentfixture.h"
 
+#include <qtagent/agentsession.h>
+
 #include <QtTest>
 
 using namespace MireloQtLib::QtAgent;
@@ -111,18 +113,32 @@ void addScript(AgentFixture &agent, Place place)
         agent.model->addText({"first"});
 }
 
+const QVector<QPair<const char *, Place>> places{
+    {"in a slot of assistantDelta", Place::Delta},
+    {"in a slot of assistantFinished", Place::Finished},
+    {"in a slot of failed", Place::Failed},
+    {"in a slot of traceAdded", Place::ReadTrace},
+    {"in a slot of approvalRequired", Place::Approval},
+    {"in a slot of traceAdded, approved", Place::WriteTrace},
+    {"inside a tool", Place::ReadTool},
+    {"inside an approved tool", Place::WriteTool},
+    {"in a slot of traceAdded, denied", Place::DeniedTrace},
+};
+
+// A session is an executor, too.
 void addPlaceRows()
 {
+    QTest::addColumn<bool>("isSession");
     QTest::addColumn<Place>("place");
-    QTest::newRow("in a slot of assistantDelta") << Place::Delta;
-    QTest::newRow("in a slot of assistantFinished") << Place::Finished;
-    QTest::newRow("in a slot of failed") << Place::Failed;
-    QTest::newRow("in a slot of traceAdded") << Place::ReadTrace;
-    QTest::newRow("in a slot of approvalRequired") << Place::Approval;
-    QTest::newRow("in a slot of traceAdded, approved") << Place::WriteTrace;
-    QTest::newRow("in a slot of traceAdded, denied") << Place::DeniedTrace;
-    QTest::newRow("inside a tool") << Place::ReadTool;
-    QTest::newRow("inside an approved tool") << Place::WriteTool;
+    for (const auto &[name, place] : places) {
+        QTest::addRow("%s", name) << false << place;
+        QTest::addRow("session, %s", name) << true << place;
+    }
+}
+
+AgentExecutor *newExecutor(bool isSession)
+{
+    return isSession ? new AgentSession : new AgentExecutor;
 }
 
 } // namespace
@@ -134,8 +150,9 @@ void TestAgentExecutorLifetime::cancelEndsTheRun_data()
 
 void TestAgentExecutorLifetime::cancelEndsTheRun()
 {
+    QFETCH(bool, isSession);
     QFETCH(Place, place);
-    AgentFixture agent;
+    AgentFixture agent(newExecutor(isSession));
     int requests = 0;
     Visitor visitor(agent, place, [&agent, &requests] {
         requests = agent.requestCount();
@@ -152,7 +169,7 @@ void TestAgentExecutorLifetime::cancelEndsTheRun()
                                                          : QStringList();
     QCOMPARE(agent.log, visitor.logBefore + traced);
     QCOMPARE(agent.requestCount(), requests);
-    QVERIFY(agent.model->lastCall().reply->isCanceled());
+    QVERIFY(isSession || agent.model->lastCall().reply->isCanceled());
 }
 
 void TestAgentExecutorLifetime::newRunReplacesTheRun_data()
@@ -162,8 +179,9 @@ void TestAgentExecutorLifetime::newRunReplacesTheRun_data()
 
 void TestAgentExecutorLifetime::newRunReplacesTheRun()
 {
+    QFETCH(bool, isSession);
     QFETCH(Place, place);
-    AgentFixture agent;
+    AgentFixture agent(newExecutor(isSession));
     int requests = 0;
     Visitor visitor(agent, place, [&agent, &requests] {
         requests = agent.requestCount();
@@ -180,7 +198,7 @@ void TestAgentExecutorLifetime::newRunReplacesTheRun()
                             + (QStringList{"delta ", "call read", "trace read success", "delta second",
                                            "finished second"}));
     QCOMPARE(agent.requestCount(), requests + 2);
-    QVERIFY(!agent.model->calls().at(requests - 1).reply->isCanceled());
+    QVERIFY(isSession || !agent.model->calls().at(requests - 1).reply->isCanceled());
     QCOMPARE(agent.messages(requests), (QJsonArray{QJsonObject{{"role", "user"}, {"content", "again"}}}));
     const QJsonArray last = agent.messages(requests + 1);
     QCOMPARE(last.size(), 3);
@@ -194,8 +212,9 @@ void TestAgentExecutorLifetime::newRunAfterCancelReplacesTheRun_data()
 
 void TestAgentExecutorLifetime::newRunAfterCancelReplacesTheRun()
 {
+    QFETCH(bool, isSession);
     QFETCH(Place, place);
-    AgentFixture agent;
+    AgentFixture agent(newExecutor(isSession));
     int requests = 0;
     Visitor visitor(agent, place, [&agent, &requests] {
         requests = agent.requestCount();
@@ -218,8 +237,9 @@ void TestAgentExecutorLifetime::executorMayDie_data()
 
 void TestAgentExecutorLifetime::executorMayDie()
 {
+    QFETCH(bool, isSession);
     QFETCH(Place, place);
-    AgentFixture agent;
+    AgentFixture agent(newExecutor(isSession));
     int requests = 0;
     Visitor visitor(agent, place, [&agent, &requests] {
         requests = agent.requestCount();
@@ -234,20 +254,10 @@ void TestAgentExecutorLifetime::executorMayDie()
 
 void TestAgentExecutorLifetime::othersMayDie_data()
 {
+    QTest::addColumn<bool>("isSession");
     QTest::addColumn<Place>("place");
     QTest::addColumn<QString>("victim");
     QTest::addColumn<QString>("end");
-    const QList<QPair<QString, Place>> places{
-        {"assistantDelta", Place::Delta},
-        {"assistantFinished", Place::Finished},
-        {"failed", Place::Failed},
-        {"traceAdded", Place::ReadTrace},
-        {"approvalRequired", Place::Approval},
-        {"traceAdded, approved", Place::WriteTrace},
-        {"a tool", Place::ReadTool},
-        {"an approved tool", Place::WriteTool},
-        {"traceAdded, denied", Place::DeniedTrace},
-    };
     // How the run ends where the object that dies is still needed at each of the places above.
     const QMap<QString, QStringList> ends{
         {"model",
@@ -271,18 +281,25 @@ void TestAgentExecutorLifetime::othersMayDie_data()
           "finished first", "finished first", "finished first", "trace writer denied"}},
     };
     for (auto it = ends.cbegin(); it != ends.cend(); ++it) {
-        for (int i = 0; i < places.size(); ++i)
-            QTest::addRow("%s in %s", qPrintable(it.key()), qPrintable(places.at(i).first))
-                << places.at(i).second << it.key() << it.value().at(i);
+        for (int i = 0; i < places.size(); ++i) {
+            const auto &[name, place] = places.at(i);
+            QTest::addRow("%s %s", qPrintable(it.key()), name)
+                << false << place << it.key() << it.value().at(i);
+            // A session gives up the answer of a model that died.
+            const bool isAbandoned = it.key() == "model" && place == Place::Delta;
+            QTest::addRow("session, %s %s", qPrintable(it.key()), name)
+                << true << place << it.key() << (isAbandoned ? "delta Let me see." : it.value().at(i));
+        }
     }
 }
 
 void TestAgentExecutorLifetime::othersMayDie()
 {
+    QFETCH(bool, isSession);
     QFETCH(Place, place);
     QFETCH(QString, victim);
     QFETCH(QString, end);
-    AgentFixture agent;
+    AgentFixture agent(newExecutor(isSession));
     Visitor visitor(agent, place, [&agent, &victim] {
         if (victim == "model")
             delete agent.model;

@@ -1,8 +1,11 @@
+#include "support/approvaldialogs.h"
 #include "support/heldtool.h"
 #include "support/runledger.h"
 #include "support/strictconversation.h"
 #include "support/torture.h"
 #include "support/watchedmodel.h"
+
+#include <qtagent/widgets/approvalprompt.h>
 
 #include <QtTest>
 
@@ -32,6 +35,69 @@ struct SessionPlot
     bool isUsedAsExecutor = false; // what both classes have is called through a pointer to the executor
     bool isAsynchronous = false;   // the tools are
     bool overlaps = false;         // those that only read
+    bool isPrompted = false;       // the user answers in the dialogs of a prompt
+};
+
+// The user who answers in dialogs, each in the turn after it opened, and the window that they are above.
+// Those of a run that is over are left to the prompt.
+class DialogUser : public QObject
+{
+public:
+    DialogUser(AgentExecutor *executor, RunLedger *ledger, bool allows)
+        : m_executor(executor)
+        , m_ledger(ledger)
+        , m_prompt(new ApprovalPrompt(executor, m_window, this))
+    {
+        connect(executor, &AgentExecutor::approvalRequired, this, [this](const ApprovalRequest &request) {
+            if (m_dialogs.count() > m_shown.size()) // what was answered before is not asked
+                m_shown.append({m_dialogs.last(), request});
+        });
+        m_dialogs.onShown = [this, allows](ApprovalDialog *dialog) {
+            const QVector<Shown> all = m_shown;
+            for (const Shown &shown : all) {
+                if (shown.dialog == dialog && m_executor && m_executor->isRunning())
+                    answer(shown, allows);
+            }
+        };
+    }
+
+    ~DialogUser() override { delete m_window; }
+
+    // Every dialog that is still there is answered, also once more.
+    void answerAll(bool allows)
+    {
+        const QVector<Shown> all = m_shown;
+        for (const Shown &shown : all)
+            answer(shown, allows);
+    }
+
+    ApprovalPrompt *prompt() const { return m_prompt; }
+    QWidget *window() const { return m_window; }
+    ApprovalDialog *lastDialog() const { return m_dialogs.last(); }
+    bool seesADialog() const { return m_dialogs.visibleCount() > 0; }
+
+private:
+    struct Shown
+    {
+        QPointer<ApprovalDialog> dialog;
+        ApprovalRequest request;
+    };
+
+    void answer(const Shown &shown, bool allows)
+    {
+        const QPointer<ApprovalDialog> dialog = shown.dialog;
+        if (dialog && allows)
+            m_ledger->allow(shown.request, [dialog] { dialog->accept(); });
+        else if (dialog)
+            dialog->reject();
+    }
+
+    const QPointer<AgentExecutor> m_executor;
+    RunLedger *const m_ledger;
+    ApprovalDialogs m_dialogs;
+    const QPointer<QWidget> m_window{new QWidget};
+    const QPointer<ApprovalPrompt> m_prompt;
+    QVector<Shown> m_shown;
 };
 
 // A session with a call that only reads and one that needs an approval, then a text in two pieces.
@@ -68,6 +134,8 @@ protected:
 
     void inspect() override
     {
+        if (m_plot.isPrompted)
+            inspectDialogs();
         const bool isAlive = m_session;
         if (!m_ledger.fault().isEmpty())
             reportFault(m_ledger.fault());
@@ -84,6 +152,15 @@ protected:
     }
 
 private:
+    // Nobody answers where the prompt is gone.
+    void inspectDialogs()
+    {
+        if (m_session && !m_user->prompt())
+            m_session->cancel();
+        if (m_user->seesADialog())
+            reportFault("a dialog is left");
+    }
+
     RunEnd lastEnd() const
     {
         if (!m_plot.isAllowed && !m_plot.goesOnAfterDenial)
@@ -153,6 +230,8 @@ private:
         addVictim("tool write", [this] { return m_write.data(); });
         addVictim("tool reply", [this] { return m_toolReply.data(); });
         addVictim("reply", [this] { return lastReply(); });
+        if (m_plot.isPrompted)
+            addVictim("prompt", [this] { return m_user->prompt(); });
     }
 
     void addActions()
@@ -174,6 +253,13 @@ private:
         });
         addAction("allow what was asked", [this] { answerAll(true); });
         addAction("deny what was asked", [this] { answerAll(false); });
+        if (!m_plot.isPrompted)
+            return;
+        addAction("accept the dialogs", [this] { m_user->answerAll(true); });
+        addAction("reject the dialogs", [this] { m_user->answerAll(false); });
+        // Qt's dialogs do not survive it inside their own signals, and these lie on the stack.
+        addAction("delete the window later", [this] { deleteLater(m_user->window()); });
+        addAction("delete the dialog later", [this] { deleteLater(m_user->lastDialog()); });
     }
 
     ChatReply *lastReply() const
@@ -182,6 +268,12 @@ private:
     }
 
     AgentExecutor *executor() const { return m_session.data(); }
+
+    static void deleteLater(QObject *object)
+    {
+        if (object)
+            object->deleteLater();
+    }
 
     // The dialogs of all questions so far are answered once more.
     void answerAll(bool allowed)
@@ -198,9 +290,19 @@ private:
         m_model->onAnswer = [this](ChatReply *reply) { actAfterwards(reply); };
         watch(m_session, watchedSignals());
         watch(&m_tool);
-        connect(m_session, &AgentSession::approvalRequired, this, &SessionStage::answer);
+        if (m_plot.isPrompted)
+            addUser();
+        else
+            connect(m_session, &AgentSession::approvalRequired, this, &SessionStage::answer);
         actAfterwards(m_session);
         actAfterwards(&m_tool);
+    }
+
+    void addUser()
+    {
+        m_user = std::make_unique<DialogUser>(executor(), &m_ledger, m_plot.isAllowed);
+        watch(m_user->prompt());
+        actAfterwards(m_user->prompt());
     }
 
     // One change of the conversation may be told for two calls that end inside each other: it is not counted.
@@ -232,6 +334,7 @@ private:
     QPointer<AgentTool> m_read;
     QPointer<AgentTool> m_write;
     QPointer<ToolReply> m_toolReply;
+    std::unique_ptr<DialogUser> m_user;
 };
 
 } // namespace
@@ -278,11 +381,17 @@ void TestTortureSession::initTestCase()
         slowPlot.isAsynchronous = true;
         addScenarios(plot.key() + ", slow tools", slowPlot);
     }
+    for (const bool isAllowed : {true, false}) {
+        SessionPlot prompted;
+        prompted.isAllowed = isAllowed;
+        prompted.isPrompted = true;
+        addScenarios(isAllowed ? "allowed in a dialog" : "denied in a dialog", prompted);
+    }
     SessionPlot overlapping;
     overlapping.isAsynchronous = true;
     overlapping.overlaps = true;
     addScenarios("overlapping tools", overlapping);
 }
 
-QTEST_GUILESS_MAIN(TestTortureSession)
+QTEST_MAIN(TestTortureSession)
 #include "tst_torture_session.moc"
