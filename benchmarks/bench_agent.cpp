@@ -1,6 +1,7 @@
 // What the agent loop costs: a tool call through an executor and a session beside the same call made by hand,
 // and the time and memory of a run. The model answers at once, so everything measured is the library's own.
 // And what it costs to register tools and to ask for their definitions (goal: linear in their number).
+// To compare with an earlier version, run the programs of both in turns and take the median of the ratios.
 
 #include "../tests/support/eventloop.h"
 #include "../tests/support/heapusage.h"
