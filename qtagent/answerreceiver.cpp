@@ -1,5 +1,6 @@
 #include "answerreceiver_p.h"
 
+#include "readahead_p.h"
 #include "reasoningfields_p.h"
 #include "reasoningmemory_p.h"
 #include "servicefailure_p.h"
@@ -89,7 +90,7 @@ void AnswerReceiver::receiveWhole()
 void AnswerReceiver::receiveStream()
 {
     m_isStream = true;
-    limitReadingAhead();
+    limitReadingAhead(m_networkReply, readAhead);
     connect(m_networkReply, &QNetworkReply::readyRead, this, &AnswerReceiver::readStream,
             Qt::QueuedConnection);
     connect(
@@ -137,17 +138,6 @@ void AnswerReceiver::abandon()
 bool AnswerReceiver::isWanted() const
 {
     return m_reply && !m_reply->isCanceled() && !m_isOver;
-}
-
-// Without a limit a fast server fills the memory. Qt forgets one that is set before the network thread
-// knows the request, which it does on the next turn of the event loop, or by the time of the head where a
-// network has to be opened first. While bytes arrive the thread may not look for a new limit, so the head
-// alone would be too late. A whole answer is read at its end, which one beyond the limit never reaches.
-void AnswerReceiver::limitReadingAhead()
-{
-    const auto setLimit = [this] { m_networkReply->setReadBufferSize(readAhead); };
-    QMetaObject::invokeMethod(m_networkReply, setLimit, Qt::QueuedConnection);
-    connect(m_networkReply, &QNetworkReply::metaDataChanged, this, setLimit);
 }
 
 void AnswerReceiver::end(void (AnswerReceiver::*handle)())

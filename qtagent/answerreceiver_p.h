@@ -65,7 +65,6 @@ public:
 
 private:
     bool isWanted() const;
-    void limitReadingAhead();
     void end(void (AnswerReceiver::*handle)());
 
     void endWhole();

@@ -1,3 +1,4 @@
+#include "support/heapusage.h"
 #include "support/mcpendpoint.h"
 #include "support/mcpfixture.h"
 #include "support/mcpscript.h"
@@ -19,6 +20,7 @@ private Q_SLOTS:
     void badAnswersFail();
     void endlessAnswersFail_data();
     void endlessAnswersFail();
+    void fastServerWaitsForTheReader();
     void refusedHandshakesEndTheServer_data();
     void refusedHandshakesEndTheServer();
     void secretsAreInNoText();
@@ -216,6 +218,46 @@ void TestMcpServerHttpFaults::endlessAnswersFail()
     QCOMPARE(openAt(mcp, endpoint.url()), QString());
     QCOMPARE(mcp.result("echo").error, invalid);
     QVERIFY(mcp.server->isReady());
+}
+
+void TestMcpServerHttpFaults::fastServerWaitsForTheReader()
+{
+    constexpr int megabyte = 1024 * 1024;
+    constexpr int eventsInAPortion = 100;
+    constexpr int portions = 1000;
+    McpEndpoint endpoint;
+    endpoint.speakLegacy("2025-11-25", {McpScript::tool("echo")});
+    qint64 eventSize = 0;
+    endpoint.on("tools/call", [&eventSize](const LoopbackRequest &request) {
+        QByteArray event = McpEndpoint::event(McpEndpoint::progress(request, 1));
+        event.prepend(":" + QByteArray(1000, 'x') + "\n");
+        eventSize = event.size();
+        QVector<QByteArray> pieces(portions, event.repeated(eventsInAPortion));
+        pieces.append(McpEndpoint::event(McpEndpoint::answerTo(request, McpEndpoint::contentOf("done"))));
+        return LoopbackAnswer::stream(pieces);
+    });
+    McpFixture mcp;
+    QCOMPARE(openAt(mcp, endpoint.url()), QString());
+
+    const ToolReply *reply = mcp.call("echo");
+    const qint64 sentBefore = endpoint.server.bytesSent();
+    const qint64 heapBefore = heapUsage().value_or(0);
+    qint64 read = 0;
+    qint64 longestLead = 0;
+    qint64 largestHeap = 0;
+    connect(reply, &ToolReply::progressed, this, [&] {
+        mcp.log.clear();
+        read += eventSize;
+        longestLead = qMax(longestLead, endpoint.server.bytesSent() - sentBefore - read);
+        largestHeap = qMax(largestHeap, heapUsage().value_or(0) - heapBefore);
+    });
+    QSignalSpy finished(reply, &ToolReply::finished);
+    QVERIFY(finished.wait(60000));
+    QCOMPARE(reply->result().content, "done");
+    QCOMPARE(read, eventSize * eventsInAPortion * portions);
+    // Between the two lie the system's buffers of the sockets as well.
+    QVERIFY2(longestLead < 48 * megabyte, qPrintable(QString::number(longestLead)));
+    QVERIFY2(largestHeap < 8 * megabyte, qPrintable(QString::number(largestHeap)));
 }
 
 void TestMcpServerHttpFaults::refusedHandshakesEndTheServer_data()

@@ -1,5 +1,6 @@
 #include "httpexchange_p.h"
 
+#include "../readahead_p.h"
 #include "httptransport_p.h"
 
 #include <QTimer>
@@ -12,8 +13,7 @@ namespace QtAgent {
 namespace {
 
 constexpr int maximumMessageLength = 16 * 1024 * 1024;
-// Without it the network's thread runs ahead of a slow reader.
-constexpr int readBufferSize = 1024 * 1024;
+constexpr int readAhead = 1024 * 1024;
 constexpr int shortestRetryMs = 100;
 constexpr int usualRetryMs = 1000;
 
@@ -75,7 +75,7 @@ HttpExchange::~HttpExchange()
 void HttpExchange::begin(QNetworkReply *reply)
 {
     m_reply = reply;
-    connect(reply, &QNetworkReply::metaDataChanged, this, &HttpExchange::limitBuffer);
+    limitReadingAhead(reply, readAhead);
     connect(reply, &QNetworkReply::readyRead, this, &HttpExchange::read, Qt::QueuedConnection);
     connect(reply, &QNetworkReply::finished, this, &HttpExchange::end, Qt::QueuedConnection);
 }
@@ -95,12 +95,6 @@ void HttpExchange::releaseReply()
     // Its destructor aborts it. Where abort() does, Qt warns of a failure that is on its way already.
     m_reply->deleteLater();
     m_reply = nullptr;
-}
-
-// A size that is set before the head has arrived is lost.
-void HttpExchange::limitBuffer()
-{
-    m_reply->setReadBufferSize(readBufferSize);
 }
 
 void HttpExchange::read()

@@ -35,7 +35,6 @@ public:
     std::optional<qint64> requestId() const { return m_requestId; }
 
 private:
-    void limitBuffer();
     void read();
     void end();
     void endUnconnected();

@@ -1,5 +1,6 @@
 #include "httptransport_p.h"
 
+#include "../readahead_p.h"
 #include "httpexchange_p.h"
 
 #include <QCoreApplication>
@@ -93,8 +94,7 @@ QNetworkReply *postOnce(QNetworkAccessManager *network, const QNetworkRequest &r
 void limitReply(QNetworkReply *reply, int timeLimitMs)
 {
     QTimer::singleShot(timeLimitMs, reply, &QNetworkReply::abort);
-    QObject::connect(reply, &QNetworkReply::metaDataChanged, reply,
-                     [reply] { reply->setReadBufferSize(messageBufferSize); });
+    limitReadingAhead(reply, messageBufferSize);
     QObject::connect(reply, &QNetworkReply::finished, reply, &QObject::deleteLater);
 }
 
