@@ -1,3 +1,5 @@
+#include "support/heapusage.h"
+
 #include <qtagent/widgets/approvaldialog.h>
 
 #include <QJsonArray>
@@ -120,6 +122,9 @@ private Q_SLOTS:
     void longLinesAreBrokenBetweenCharacters_data();
     void longLinesAreBrokenBetweenCharacters();
     void endlessAccentsAreBrokenToo();
+    void argumentsThatIndentingBlowsUpAreCompact_data();
+    void argumentsThatIndentingBlowsUpAreCompact();
+    void argumentsOfManyLinesAreIndented();
 };
 
 void TestApprovalDialogTexts::labelsArePlainText()
@@ -402,6 +407,48 @@ void TestApprovalDialogTexts::endlessAccentsAreBrokenToo()
     for (const QString &line : lines)
         QVERIFY(line.size() <= 1002);
     QCOMPARE(parsed(joined(lines.join('\n'))), arguments);
+}
+
+void TestApprovalDialogTexts::argumentsThatIndentingBlowsUpAreCompact_data()
+{
+    QTest::addColumn<QByteArray>("value");
+    const auto nested = [](const QByteArray &begin, const QByteArray &inside, const QByteArray &end) {
+        return begin.repeated(1000) + inside + end.repeated(1000);
+    };
+    QByteArray numbers = QByteArray("1,").repeated(49000) + "1";
+    QTest::newRow("nested arrays") << nested("[", numbers, "]");
+    QTest::newRow("nested objects") << nested("{\"a\":", "[" + numbers + "]", "}");
+    QTest::newRow("numbers") << "[" + numbers + "]";
+    QTest::newRow("members, and the most of them deep")
+        << "[" + QByteArray("0,").repeated(100) + nested("[", numbers, "]") + "]";
+}
+
+void TestApprovalDialogTexts::argumentsThatIndentingBlowsUpAreCompact()
+{
+    QFETCH(QByteArray, value);
+    const QJsonObject arguments = parsed("{\"a\":" + value + "}");
+    QVERIFY(!arguments.isEmpty());
+    const qint64 heapBefore = heapUsage().value_or(0);
+    const ApprovalDialog dialog(requestWith(arguments));
+    QVERIFY(heapUsage().value_or(0) - heapBefore < 4 * 1024 * 1024);
+
+    const QStringList lines = argumentLines(dialog);
+    QVERIFY(lines.size() < 200);
+    QVERIFY(lines.first().startsWith("{\"a\":"));
+    QVERIFY(lines.at(1).startsWith("↪ "));
+    QCOMPARE(lines.last(), "");
+    QCOMPARE(parsed(joined(lines.join('\n'))), arguments);
+}
+
+void TestApprovalDialogTexts::argumentsOfManyLinesAreIndented()
+{
+    QJsonArray numbers;
+    for (int i = 0; i < 19990; ++i)
+        numbers.append(i);
+    const ApprovalDialog dialog(requestWith({{"a", numbers}}));
+    const QStringList lines = argumentLines(dialog);
+    QCOMPARE(lines.size(), numbers.size() + 5);
+    QCOMPARE(lines.at(2), "        0,");
 }
 
 QTEST_MAIN(TestApprovalDialogTexts)

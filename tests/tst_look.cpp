@@ -12,6 +12,7 @@
 #include <QComboBox>
 #include <QGroupBox>
 #include <QLineEdit>
+#include <QScrollArea>
 #include <QSpinBox>
 #include <QStyleOptionButton>
 #include <QStyleOptionFrame>
@@ -33,10 +34,9 @@ void addLooks()
     QTest::newRow("plain") << false;
 }
 
-QImage pictureOfWindow(QWidget *window, const QWidget *part)
+QImage pictureOfWindow(QWidget *window, const QRect &rect)
 {
     constexpr int surroundings = 4;
-    const QRect rect(part->mapTo(window, QPoint()), part->size());
     return picture(window, rect.adjusted(-surroundings, -surroundings, surroundings, surroundings));
 }
 
@@ -71,6 +71,30 @@ QList<Change> changesOfFrame(const QImage &before, const QImage &after)
     return changes;
 }
 
+// The contrast of the line that the focus puts around the field, to what lies on both of its sides and to
+// what is there without the focus. It may lie outside of the field.
+double contrastOfFocus(QWidget *window, QWidget *field, int outside = 0)
+{
+    const QRect rect =
+        QRect(field->mapTo(window, QPoint()), field->size()).adjusted(-outside, -outside, outside, outside);
+    field->setFocus();
+    field->clearFocus();
+    const QImage before = pictureOfWindow(window, rect);
+    field->setFocus();
+    if (!field->hasFocus())
+        return 0;
+    const QImage after = pictureOfWindow(window, rect);
+    const QColor inner = groundOf(after.copy(after.rect().adjusted(8, 8, -8, -8)));
+    const QColor outer = after.pixelColor(after.width() / 2, 0);
+    double best = 0;
+    for (const Change &change : changesOfFrame(before, after)) {
+        const auto reached = {contrast(change.after, inner), contrast(change.after, outer),
+                              contrast(change.after, change.before)};
+        best = qMax(best, std::min(reached));
+    }
+    return best;
+}
+
 double advance(const QFont &font, const QString &text)
 {
     return QFontMetricsF(font).horizontalAdvance(text);
@@ -94,6 +118,8 @@ private Q_SLOTS:
 
     void focusIsSeen_data();
     void focusIsSeen();
+    void focusOfAReasonThatScrollsIsSeen_data();
+    void focusOfAReasonThatScrollsIsSeen();
     void focusDoesNotMoveTheText_data();
     void focusDoesNotMoveTheText();
     void checkedBoxHasATick_data();
@@ -133,8 +159,6 @@ void TestLook::focusIsSeen_data()
         QTest::newRow(field) << "记忆检查点";
 }
 
-// There is a line around the field that is seen on what lies on both of its sides, and that is not there
-// without the focus.
 void TestLook::focusIsSeen()
 {
     QFETCH(QString, title);
@@ -143,23 +167,28 @@ void TestLook::focusIsSeen()
     auto *field = shown.page()->findChild<QWidget *>(QTest::currentDataTag());
     if (!field)
         field = shown.window()->findChild<QWidget *>(QTest::currentDataTag());
-    field->setFocus();
-    field->clearFocus();
-    const QImage before = pictureOfWindow(shown.window(), field);
+    const double reached = contrastOfFocus(shown.window(), field);
+    QVERIFY2(reached >= visibleContrast, qPrintable(QString::number(reached)));
+}
 
-    field->setFocus();
+void TestLook::focusOfAReasonThatScrollsIsSeen_data()
+{
+    addLooks();
+}
 
-    QVERIFY(field->hasFocus());
-    const QImage after = pictureOfWindow(shown.window(), field);
-    const QColor inside = groundOf(after.copy(after.rect().adjusted(8, 8, -8, -8)));
-    const QColor outside = after.pixelColor(after.width() / 2, 0);
-    double best = 0;
-    for (const Change &change : changesOfFrame(before, after)) {
-        const auto reached = {contrast(change.after, inside), contrast(change.after, outside),
-                              contrast(change.after, change.before)};
-        best = qMax(best, std::min(reached));
-    }
-    QVERIFY2(best >= visibleContrast, qPrintable(QString::number(best)));
+void TestLook::focusOfAReasonThatScrollsIsSeen()
+{
+    QFETCH(bool, dark);
+    useStyleSheet(dark);
+    ApprovalRequest request;
+    request.reason = QString("line\n").repeated(20);
+    ApprovalDialog dialog(request);
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowActive(&dialog));
+    QWidget *area = dialog.findChild<QScrollArea *>();
+    QVERIFY(area->focusPolicy() & Qt::TabFocus);
+    const double reached = contrastOfFocus(&dialog, area, 2);
+    QVERIFY2(reached >= visibleContrast, qPrintable(QString::number(reached)));
 }
 
 void TestLook::focusDoesNotMoveTheText_data()

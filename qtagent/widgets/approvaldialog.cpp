@@ -8,6 +8,7 @@
 #include <QBoxLayout>
 #include <QDialogButtonBox>
 #include <QEvent>
+#include <QFocusFrame>
 #include <QLabel>
 #include <QPainter>
 #include <QPlainTextEdit>
@@ -18,6 +19,7 @@
 #include <QStaticText>
 #include <QStyle>
 #include <QtMath>
+#include <qdrawutil.h>
 
 namespace MireloQtLib {
 namespace QtAgent {
@@ -28,6 +30,7 @@ constexpr int paintedLength = 1000;
 constexpr int reasonLength = 50000;
 constexpr int reasonLines = 5; // without scrolling
 constexpr int argumentsHeight = 140;
+constexpr int focusFrameWidth = 2;
 
 // As wide as it is made, whatever its text is, and one line high at least.
 class NarrowLabel : public QLabel
@@ -131,7 +134,21 @@ private:
     mutable QFont m_font;
 };
 
-// As high as its label up to a few lines, then it scrolls.
+// Not every style paints one, and one that can be seen.
+class VisibleFocusFrame : public QFocusFrame
+{
+public:
+    using QFocusFrame::QFocusFrame;
+
+protected:
+    void paintEvent(QPaintEvent * /*event*/) override
+    {
+        QPainter painter(this);
+        qDrawPlainRect(&painter, rect(), palette().color(foregroundRole()), focusFrameWidth);
+    }
+};
+
+// As high as its label up to a few lines, then it scrolls, also by the keyboard.
 class ReasonArea : public QScrollArea
 {
 public:
@@ -157,6 +174,22 @@ public:
 
     QSize sizeHint() const override { return {0, fontMetrics().lineSpacing()}; }
     QSize minimumSizeHint() const override { return sizeHint(); }
+
+protected:
+    void focusInEvent(QFocusEvent *event) override
+    {
+        QScrollArea::focusInEvent(event);
+        m_focusFrame->setWidget(this);
+    }
+
+    void focusOutEvent(QFocusEvent *event) override
+    {
+        QScrollArea::focusOutEvent(event);
+        m_focusFrame->setWidget(nullptr);
+    }
+
+private:
+    QFocusFrame *const m_focusFrame = new VisibleFocusFrame(this); // a child of the dialog while it is shown
 };
 
 // The Tab key reaches 拒绝 first, whatever order the style puts the buttons into.

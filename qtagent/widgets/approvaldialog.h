@@ -34,10 +34,12 @@ namespace QtAgent {
 ///   lines and paragraphs, variation selectors, fillers, and each blank but the ordinary one.
 /// - The name stays on one line. One that is too long for the dialog ends in "…", and its tool tip shows
 ///   more.
-/// - The reason keeps its line breaks and scrolls where it has more than five lines. What follows its first
+/// - The reason keeps its line breaks and scrolls where it has more than five lines; the Tab key reaches it
+///   then, and a frame shows that. What follows its first
 ///   50,000 characters is left out, and a line below says so.
-/// - The arguments are shown whole, as indented JSON. A line of more than 1,000 characters goes on in lines
-///   that begin with "↪ ", which is nothing that arguments can contain.
+/// - The arguments are shown whole, as indented JSON, or without indentation where it would take more than
+///   20,000 lines or 1,000,000 blanks. A line of more than 1,000 characters goes on in lines that begin with
+///   "↪ ", which is nothing that arguments can contain.
 ///
 /// For style sheets and user-interface tests the children are named approvalTool, approvalPermission,
 /// approvalReason, approvalArguments, approvalAllow and approvalDeny. Like every widget the dialog belongs to

@@ -1,5 +1,6 @@
 #include "visibletext_p.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 
 #include <algorithm>
@@ -11,6 +12,8 @@ namespace QtAgent {
 namespace {
 
 constexpr int lineLength = 1000;
+constexpr int mostIndentedLines = 20000;
+constexpr qint64 mostBlanks = 1000000;
 const QChar continuationMark(0x21aa);
 
 struct CodePointRange
@@ -30,6 +33,7 @@ constexpr CodePointRange blankCharacters[] = {
     {0xfe00, 0xfe0f},   // variation selectors
     {0xffa0, 0xffa0},   // halfwidth Hangul filler
     {0xfffc, 0xfffc},   // object replacement
+    {0x1d159, 0x1d159}, // musical null notehead
     {0xe0100, 0xe01ef}, // further variation selectors
 };
 
@@ -101,6 +105,50 @@ QString withEscapes(const QString &text, bool (*isShown)(uint))
     return result;
 }
 
+// Counts what indenting adds to a value, until it is too much: a line for each value, and blanks that grow
+// with its depth. A hundred kilobytes can become hundreds of megabytes.
+class Indentation
+{
+public:
+    bool isTooMuch() const { return m_lines > mostIndentedLines || m_blanks > mostBlanks; }
+
+    template<typename Container>
+    void addMembers(const Container &members, int depth)
+    {
+        for (auto member = members.constBegin(); member != members.constEnd() && !isTooMuch(); ++member) {
+            addLine(depth + 1);
+            addValue(*member, depth + 1);
+        }
+        addLine(depth);
+    }
+
+private:
+    void addValue(const QJsonValue &value, int depth)
+    {
+        if (value.isObject())
+            addMembers(value.toObject(), depth);
+        else if (value.isArray())
+            addMembers(value.toArray(), depth);
+    }
+
+    void addLine(int depth)
+    {
+        ++m_lines;
+        m_blanks += 4 * qint64(depth);
+    }
+
+    int m_lines = 0;
+    qint64 m_blanks = 0;
+};
+
+QByteArray readableJson(const QJsonObject &object)
+{
+    Indentation indentation;
+    indentation.addMembers(object, 0);
+    const QJsonDocument document(object);
+    return indentation.isTooMuch() ? document.toJson(QJsonDocument::Compact) + '\n' : document.toJson();
+}
+
 // How many units stand together at a position of JSON text: an escape, or a character.
 int unitsOfSymbol(const QString &json, int position)
 {
@@ -131,7 +179,7 @@ QString withShortLines(const QString &json)
         }
         position = end;
     }
-    return result; // JSON ends in a line break
+    return result; // the JSON ends in a line break
 }
 
 } // namespace
@@ -143,7 +191,7 @@ QString visibleText(const QString &text)
 
 QString visibleJson(const QJsonObject &object)
 {
-    const QString json = QString::fromUtf8(QJsonDocument(object).toJson());
+    const QString json = QString::fromUtf8(readableJson(object));
     return withShortLines(withEscapes(json, isVisibleInJson));
 }
 
