@@ -82,6 +82,7 @@ private Q_SLOTS:
     void toolTipIsPlainTextAndCut();
     void toolTipsAreOnNameInputAndOutput();
     void toolTipCanBeReplaced();
+    void toolTipOfARunningRowStays();
 };
 
 void TestToolCallTraceView::columnsHaveTheirLabels()
@@ -371,6 +372,20 @@ void TestToolCallTraceView::toolTipsAreOnNameInputAndOutput()
     for (int column = 0; column < view.columnCount(); ++column)
         hasTip.append(!view.item(0, column)->toolTip().isEmpty());
     QCOMPARE(hasTip, QVector<bool>({true, false, false, false, true, false, false}));
+}
+
+void TestToolCallTraceView::toolTipOfARunningRowStays()
+{
+    ToolCallTraceView view;
+    ToolCallTrace trace = exportTrace();
+    view.showRunning(trace);
+    view.item(0, Output)->setToolTip("another");
+    view.item(0, Status)->setToolTip("since 14:05");
+    trace.toolName = "renamed";
+    view.addTrace(trace);
+    QCOMPARE(view.item(0, Output)->toolTip(), "another");
+    QCOMPARE(view.item(0, Status)->toolTip(), "since 14:05");
+    QCOMPARE(QTextDocumentFragment::fromHtml(view.item(0, Name)->toolTip()).toPlainText(), "renamed");
 }
 
 void TestToolCallTraceView::toolTipCanBeReplaced()

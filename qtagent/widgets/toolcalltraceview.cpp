@@ -14,6 +14,7 @@ namespace QtAgent {
 
 namespace {
 
+constexpr int nameColumn = 0;
 constexpr int statusColumn = 1;
 constexpr int inputColumn = 4;
 constexpr int outputColumn = 5;
@@ -44,6 +45,19 @@ public:
         return role == Qt::ToolTipRole && !value.isValid() ? plainToolTip(text()) : value;
     }
 };
+
+bool hasToolTip(int column)
+{
+    return column == nameColumn || column == inputColumn || column == outputColumn;
+}
+
+QTableWidgetItem *createCell(int column, const QString &text)
+{
+    QTableWidgetItem *cell = hasToolTip(column) ? new ToolTipItem(text) : new QTableWidgetItem(text);
+    if (column == inputColumn || column == outputColumn)
+        cell->setFont(fixedWidthFont());
+    return cell;
+}
 
 QString compactJson(const QJsonObject &object)
 {
@@ -86,7 +100,7 @@ void ToolCallTraceView::showRunning(const ToolCallTrace &call)
 {
     const int row = appendRow();
     fillRow(row, call, QStringLiteral("running"), QString());
-    item(row, 0)->setData(Qt::UserRole, call.callId);
+    item(row, nameColumn)->setData(Qt::UserRole, call.callId);
     m_running.append(model()->index(row, 0));
     scrollToBottom();
 }
@@ -114,19 +128,21 @@ int ToolCallTraceView::appendRow()
 void ToolCallTraceView::fillRow(int row, const ToolCallTrace &trace, const QString &status,
                                 const QString &duration)
 {
-    const QVector<QTableWidgetItem *> items{
-        new ToolTipItem(trace.toolName),
-        new QTableWidgetItem(status),
-        new QTableWidgetItem(permissionToString(trace.permission)),
-        new QTableWidgetItem(duration),
-        new ToolTipItem(compactJson(trace.arguments)),
-        new ToolTipItem(trace.error.isEmpty() ? trace.output : trace.error),
-        new QTableWidgetItem(trace.timestamp.toString(QStringLiteral("HH:mm:ss"))),
+    const QStringList texts{
+        trace.toolName,
+        status,
+        permissionToString(trace.permission),
+        duration,
+        compactJson(trace.arguments),
+        trace.error.isEmpty() ? trace.output : trace.error,
+        trace.timestamp.toString(QStringLiteral("HH:mm:ss")),
     };
-    for (const int column : {inputColumn, outputColumn})
-        items.at(column)->setFont(fixedWidthFont());
-    for (int column = 0; column < items.size(); ++column)
-        setItem(row, column, items.at(column));
+    for (int column = 0; column < texts.size(); ++column) {
+        if (QTableWidgetItem *cell = item(row, column))
+            cell->setText(texts.at(column));
+        else
+            setItem(row, column, createCell(column, texts.at(column)));
+    }
 }
 
 void ToolCallTraceView::clearRunning()
