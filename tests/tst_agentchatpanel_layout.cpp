@@ -222,7 +222,16 @@ void TestAgentChatPanelLayout::wrappingThatTheHostChoseStays()
         m_clear->click();
         m_panel->appendUserMessage("words");
         QCOMPARE(m_history->wordWrapMode(), mode);
+        m_clear->click();
     }
+
+    m_history->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    m_panel->appendUserMessage(QString(20000, 'x'));
+    QCOMPARE(m_history->wordWrapMode(), QTextOption::WrapAnywhere); // chosen by the panel
+    m_history->setWordWrapMode(QTextOption::NoWrap);
+    m_clear->click();
+    m_panel->appendUserMessage("words");
+    QCOMPARE(m_history->wordWrapMode(), QTextOption::NoWrap);
 }
 
 QTEST_MAIN(TestAgentChatPanelLayout)

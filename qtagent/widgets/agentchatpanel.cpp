@@ -331,7 +331,7 @@ void AgentChatPanel::chooseWrapping(const QString &text)
 {
     if (m_history->document()->isEmpty()) {
         *m_lineBreakingCost = LineBreakingCost();
-        if (m_breaksAnywhere)
+        if (m_breaksAnywhere && m_history->wordWrapMode() == QTextOption::WrapAnywhere)
             m_history->setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
         m_breaksAnywhere = false;
     }

@@ -48,7 +48,8 @@ class LineBreakingCost;
 ///
 /// Deltas may arrive at any rate. Those of one turn of the event loop are laid out once, together with
 /// their paragraph. Where that takes longer than a few milliseconds, because the paragraph is long, the
-/// next layout waits for as long: it never takes more than half of the time, and the buttons keep answering.
+/// next layout waits for as long, though for 5 seconds at most: layouts that take no longer than that never
+/// take more than half of the time, and the buttons keep answering.
 /// A paragraph with more than 10,000 characters in a row that no line can end at, such as data in
 /// hexadecimal, makes the transcript break its lines anywhere until it is cleared.
 ///
