@@ -6,16 +6,20 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-static QString threwText(const QString &node, const QString &thrown)
+namespace {
+
+QString threwText(const QString &node, const QString &thrown)
 {
     return QStringLiteral("Node '%1' threw: %2").arg(node, thrown);
 }
 
-static int renewalInterval(qint64 leaseMs)
+int renewalInterval(qint64 leaseMs)
 {
     constexpr qint64 renewals = 3;
     return int(qBound(qint64(1), leaseMs / renewals, qint64(std::numeric_limits<int>::max())));
 }
+
+} // namespace
 
 void GraphSettings::setAsyncNode(const QString &name, const AsyncNode &node)
 {

@@ -5,13 +5,17 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+namespace {
+
 // A reply for a task that is over; it deletes itself, for the task may be gone before it fails.
-static ChatReply *lateReply()
+ChatReply *lateReply()
 {
     ChatReply *reply = ChatReply::failLater(QStringLiteral("The task has ended."), nullptr);
     reply->whenEnded(reply, [reply](const ChatResult &) { reply->deleteLater(); });
     return reply;
 }
+
+} // namespace
 
 GraphTask::GraphTask(const QString &node, const QString &branch, const Checkpoint &checkpoint,
                      GraphExecution *execution, QObject *parent)

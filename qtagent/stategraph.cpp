@@ -10,6 +10,71 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+namespace {
+
+// Where a run may go from each name that something leads on from.
+QMap<QString, QStringList> waysOn(const StateGraph &graph)
+{
+    QMap<QString, QStringList> ways;
+    const QMap<QString, QString> edges = graph.edges();
+    for (auto edge = edges.cbegin(); edge != edges.cend(); ++edge)
+        ways.insert(edge.key(), {edge.value()});
+    const QStringList routeSources = graph.routeSources();
+    for (const QString &from : routeSources)
+        ways.insert(from, graph.routes(from).values());
+    return ways;
+}
+
+using Names = QSet<QString>;
+
+Names namesIn(const QStringList &list)
+{
+    return Names(list.cbegin(), list.cend());
+}
+
+Names reachable(const QMap<QString, QStringList> &ways)
+{
+    QStringList reached{StartNode};
+    Names known{StartNode, EndNode};
+    for (int i = 0; i < reached.size(); ++i) {
+        const QStringList targets = ways.value(reached.at(i));
+        for (const QString &target : targets) {
+            if (!known.contains(target))
+                reached.append(target);
+            known.insert(target);
+        }
+    }
+    return known;
+}
+
+// @p text filled with each of @p names.
+QStringList listed(const QString &text, const Names &names)
+{
+    QStringList sorted = names.values();
+    sorted.sort();
+    for (QString &entry : sorted)
+        entry = text.arg(entry);
+    return sorted;
+}
+
+// With its length before it, so that no two lists of texts are written alike, and in an order of bytes that
+// no machine changes.
+void write(const QString &text, QByteArray *bytes)
+{
+    bytes->append(QByteArray::number(text.size())).append(':');
+    for (const QChar character : text)
+        bytes->append(char(character.row())).append(char(character.cell()));
+}
+
+void write(const QStringList &texts, QByteArray *bytes)
+{
+    bytes->append(QByteArray::number(texts.size())).append('#');
+    for (const QString &text : texts)
+        write(text, bytes);
+}
+
+} // namespace
+
 bool operator==(const GraphStep &left, const GraphStep &right)
 {
     return left.node == right.node && left.route == right.route && left.before == right.before
@@ -106,51 +171,6 @@ QStringList StateGraph::interrupts() const
     return m_interruptBefore;
 }
 
-// Where a run may go from each name that something leads on from.
-static QMap<QString, QStringList> waysOn(const StateGraph &graph)
-{
-    QMap<QString, QStringList> ways;
-    const QMap<QString, QString> edges = graph.edges();
-    for (auto edge = edges.cbegin(); edge != edges.cend(); ++edge)
-        ways.insert(edge.key(), {edge.value()});
-    const QStringList routeSources = graph.routeSources();
-    for (const QString &from : routeSources)
-        ways.insert(from, graph.routes(from).values());
-    return ways;
-}
-
-using Names = QSet<QString>;
-
-static Names namesIn(const QStringList &list)
-{
-    return Names(list.cbegin(), list.cend());
-}
-
-static Names reachable(const QMap<QString, QStringList> &ways)
-{
-    QStringList reached{StartNode};
-    Names known{StartNode, EndNode};
-    for (int i = 0; i < reached.size(); ++i) {
-        const QStringList targets = ways.value(reached.at(i));
-        for (const QString &target : targets) {
-            if (!known.contains(target))
-                reached.append(target);
-            known.insert(target);
-        }
-    }
-    return known;
-}
-
-// @p text filled with each of @p names.
-static QStringList listed(const QString &text, const Names &names)
-{
-    QStringList sorted = names.values();
-    sorted.sort();
-    for (QString &entry : sorted)
-        entry = text.arg(entry);
-    return sorted;
-}
-
 QStringList StateGraph::problems() const
 {
     const QMap<QString, QStringList> ways = waysOn(*this);
@@ -170,22 +190,6 @@ QStringList StateGraph::problems() const
          + listed(QStringLiteral("Edge from unknown node '%1'."), sources - nodes - start)
          + listed(QStringLiteral("Interrupt before unknown node '%1'."), namesIn(m_interruptBefore) - nodes)
          + listed(QStringLiteral("Node '%1' is never reached."), nodes - reachable(ways));
-}
-
-// With its length before it, so that no two lists of texts are written alike, and in an order of bytes that
-// no machine changes.
-static void write(const QString &text, QByteArray *bytes)
-{
-    bytes->append(QByteArray::number(text.size())).append(':');
-    for (const QChar character : text)
-        bytes->append(char(character.row())).append(char(character.cell()));
-}
-
-static void write(const QStringList &texts, QByteArray *bytes)
-{
-    bytes->append(QByteArray::number(texts.size())).append('#');
-    for (const QString &text : texts)
-        write(text, bytes);
 }
 
 QString StateGraph::fingerprint() const
