@@ -34,6 +34,9 @@ namespace QtAgent {
 /// defaultModelName()); anything else stays, whichever provider was shown before. The mock model changes no
 /// field.
 ///
+/// The time limit is kept with the profile, and the tool tip of timeoutSpin says that requests do not apply
+/// it. A program whose models do, with RequestOptions::applyTimeLimit, gives it another tool tip.
+///
 /// For style sheets and user-interface tests the inputs are named profileCombo, providerCombo,
 /// baseUrlEdit, apiKeyEdit, modelEdit, maxTokensSpin and timeoutSpin.
 ///
