@@ -6,6 +6,7 @@
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QTableWidget>
+#include <QTextBrowser>
 #include <QTreeWidget>
 #include <QtTest>
 
@@ -100,6 +101,8 @@ class TestKeyboard : public QObject
 private Q_SLOTS:
     void disabledButtonHandsTheFocusToTheInput_data();
     void disabledButtonHandsTheFocusToTheInput();
+    void blankAfterSendingAndStoppingIsTyped_data();
+    void blankAfterSendingAndStoppingIsTyped();
     void endOfARunHandsTheFocusToTheInput_data();
     void endOfARunHandsTheFocusToTheInput();
     void focusElsewhereStaysDuringARun();
@@ -146,6 +149,48 @@ void TestKeyboard::disabledButtonHandsTheFocusToTheInput()
     QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
     QVERIFY(!shown.isRunning());
     QCOMPARE(input->toPlainText(), "  question");
+}
+
+void TestKeyboard::blankAfterSendingAndStoppingIsTyped_data()
+{
+    QTest::addColumn<QString>("title");
+    QTest::addColumn<Press>("how");
+    for (const char *title : {"基础对话", "数据分析"}) {
+        QTest::addRow("%s, mouse", title) << title << Press::Mouse;
+        QTest::addRow("%s, blank", title) << title << Press::Blank;
+    }
+}
+
+// 清空 stands beside the two buttons.
+void TestKeyboard::blankAfterSendingAndStoppingIsTyped()
+{
+    QFETCH(QString, title);
+    QFETCH(Press, how);
+    const ShownPage shown(title);
+    QPlainTextEdit *input = shown.editor("agentChatInput");
+    const auto *history = shown.child<QTextBrowser>("agentChatHistory");
+    QPushButton *send = shown.button("agentChatSend");
+    QPushButton *stop = shown.button("agentChatStop");
+    const auto typeBlank = [] { QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space); };
+
+    input->setPlainText("first");
+    press(send, how);
+    QVERIFY(stop->isEnabled());
+    typeBlank();
+    QCOMPARE(input->toPlainText(), " ");
+    press(stop, how);
+    QVERIFY(send->isEnabled());
+    typeBlank();
+    QCOMPARE(input->toPlainText(), "  ");
+
+    input->setPlainText("second");
+    press(send, how);
+    stop->setFocus();
+    QTRY_VERIFY(send->isEnabled());
+    typeBlank();
+    QCOMPARE(input->toPlainText(), " ");
+    for (const char *question : {"first", "second"})
+        QVERIFY(history->toPlainText().contains(question));
 }
 
 void TestKeyboard::endOfARunHandsTheFocusToTheInput_data()
