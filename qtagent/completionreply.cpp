@@ -28,6 +28,12 @@ bool isTemporaryStatus(qint32 status, bool hasWait)
     return status >= 500 || temporary.contains(status) || (status == 402 && hasWait);
 }
 
+// Some services count their errors beyond what a status can be.
+bool isStatus(qint32 code)
+{
+    return code >= 100 && code < 600;
+}
+
 bool isTemporaryError(qint32 networkError)
 {
     const QList<qint32> temporary{
@@ -89,9 +95,8 @@ bool ChatFailure::isTemporary() const
         return isTemporaryError(networkError);
     if (isOutOfQuota(type) || isOutOfQuota(code) || code.contains(QLatin1String("PerDay")))
         return false;
-    bool isNumber = false;
-    const qint32 status = isError ? httpStatus : code.toInt(&isNumber);
-    if (isError || isNumber)
+    const qint32 status = isError ? httpStatus : code.toInt();
+    if (isError || isStatus(status))
         return isTemporaryStatus(status, retryAfterMs >= 0);
     return isTemporaryWord(type) || isTemporaryCode(code);
 }

@@ -114,6 +114,15 @@ qint64 waitInHeaders(const QNetworkReply &networkReply)
     return waitInSeconds(networkReply.rawHeader("Retry-After"), QDateTime::currentDateTimeUtc());
 }
 
+// Date and time apart: together they would be taken for local ones, of which some do not exist.
+QDateTime dateFrom(const QString &text)
+{
+    const QString dayFormat = QStringLiteral("ddd, dd MMM yyyy");
+    const QDate day = QLocale::c().toDate(text.left(dayFormat.size()), dayFormat);
+    const QTime time = QTime::fromString(text.mid(dayFormat.size()), QStringLiteral("' 'hh:mm:ss' GMT'"));
+    return day.isValid() && time.isValid() ? QDateTime(day, time, Qt::UTC) : QDateTime();
+}
+
 qint32 retryAdvice(const QByteArray &header)
 {
     const QByteArray word = header.trimmed().toLower();
@@ -156,12 +165,8 @@ qint64 waitInSeconds(const QByteArray &header, const QDateTime &now)
     const double seconds = header.trimmed().toDouble(&isNumber);
     if (isNumber)
         return wait(seconds * 1000);
-    const QString text = QString::fromLatin1(header.trimmed());
-    QDateTime date = QLocale::c().toDateTime(text, QStringLiteral("ddd, dd MMM yyyy hh:mm:ss 'GMT'"));
-    if (!date.isValid())
-        return -1;
-    date.setTimeSpec(Qt::UTC);
-    return wait(double(qMax<qint64>(0, now.msecsTo(date))));
+    const QDateTime date = dateFrom(QString::fromLatin1(header.trimmed()));
+    return date.isValid() ? wait(double(qMax<qint64>(0, now.msecsTo(date)))) : -1;
 }
 
 } // namespace QtAgent

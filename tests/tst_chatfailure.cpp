@@ -3,7 +3,12 @@
 #include "support/completionrecorder.h"
 #include "support/httpendpoint.h"
 
+#include <qtagent/servicefailure_p.h>
+
+#include <QScopeGuard>
 #include <QtTest>
+
+#include <ctime>
 
 using namespace MireloQtLib::QtAgent;
 
@@ -17,6 +22,7 @@ private Q_SLOTS:
     void waitIsRead_data();
     void waitIsRead();
     void waitUntilADateIsRead();
+    void dateIsNoneOfTheLocalClock();
     void adviceIsRead_data();
     void adviceIsRead();
     void temporaryFailures_data();
@@ -155,6 +161,24 @@ void TestChatFailure::waitUntilADateIsRead()
     QVERIFY2(wait > 3500 * 1000 && wait <= 3600 * 1000, qPrintable(QString::number(wait)));
 }
 
+// An hour that is left out where summer time begins.
+void TestChatFailure::dateIsNoneOfTheLocalClock()
+{
+    const QByteArray zone = qgetenv("TZ");
+    const auto restore = qScopeGuard([&zone] {
+        zone.isEmpty() ? qunsetenv("TZ") : qputenv("TZ", zone);
+        tzset();
+    });
+    qputenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3");
+    tzset();
+    const QByteArray header = "Sun, 29 Mar 2026 02:30:00 GMT";
+    const QDateTime before(QDate(2026, 3, 29), QTime(2, 0), Qt::UTC);
+    QCOMPARE(waitInSeconds(header, before), qint64(30 * 60 * 1000));
+    QCOMPARE(waitInSeconds(header, before.addSecs(3600)), qint64(0));
+    QCOMPARE(waitInSeconds("Sun, 29 Mar 2026 02:30:00", before), qint64(-1));
+    QCOMPARE(waitInSeconds("Sun, 29 Mar 2026 02:60:00 GMT", before), qint64(-1));
+}
+
 void TestChatFailure::adviceIsRead_data()
 {
     QTest::addColumn<QByteArray>("header");
@@ -207,6 +231,11 @@ void TestChatFailure::temporaryFailures_data()
     row("advice for no money", {429, 299, "insufficient_quota", {}, {}, -1, 1}, true);
     row("a code like a status inside a 200", {200, 0, {}, "503", {}, -1, -1}, true);
     row("a code like a bad request inside a 200", {200, 0, {}, "400", {}, -1, -1}, false);
+    row("a code like the highest status inside a 200", {200, 0, {}, "599", {}, -1, -1}, true);
+    for (const char *code : {"20015", "3280", "600", "99", "-503", "99999999999"})
+        row(QByteArray("a code that is no status inside a 200: ") + code, {200, 0, {}, code, {}, -1, -1},
+            false);
+    row("a failed server inside a 200, with a number", {200, 0, "server_error", "20015", {}, -1, -1}, true);
     row("no money inside a 200", {200, 0, "insufficient_quota", "429", {}, -1, -1}, false);
     row("a failed server inside a 200", {200, 0, "server_error", {}, {}, -1, -1}, true);
     row("a code of a failed server inside a 200", {200, 0, {}, "server_error", {}, -1, -1}, true);

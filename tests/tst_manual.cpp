@@ -71,7 +71,7 @@ const QStringList noErrors{
     "API Key",
     "Bearer %1",
     "Time limit",
-    "ddd, dd MMM yyyy hh:mm:ss 'GMT'",
+    "ddd, dd MMM yyyy",
     "digraph {",
     "    node [shape=box];",
     "flowchart TD",
