@@ -60,11 +60,8 @@ void changeBody(const RequestOptions &options, QJsonObject *body)
     }
 }
 
-// Whether JSON may begin so: with an object, an array or a byte-order mark.
-bool mayBeginJson(char character)
-{
-    return character == '{' || character == '[' || character == '\xef';
-}
+constexpr char byteOrderMark[] = "\xef\xbb\xbf";
+constexpr int byteOrderMarkSize = 3;
 
 } // namespace
 
@@ -177,12 +174,30 @@ void SummarizedBody::append(const QByteArray &bytes)
     const char *begin = bytes.cbegin();
     if (m_bytes.isEmpty())
         begin = std::find_if_not(begin, bytes.cend(), isWhiteSpace);
-    if (begin == bytes.cend())
-        return;
-    if (mayBeginJson(m_bytes.isEmpty() ? *begin : m_bytes.front()))
+    if (m_form == Form::Unknown)
+        begin = appendBeginning(begin, bytes.cend());
+    if (m_form == Form::Json)
         m_bytes.append(begin, int(bytes.cend() - begin));
-    else
+    else if (m_form == Form::Text)
         appendText(begin, bytes.cend());
+}
+
+// Reads to the byte that tells the form, which follows a byte-order mark and blanks, and returns where that
+// stands. No more blanks are kept than a text would show.
+const char *SummarizedBody::appendBeginning(const char *begin, const char *end)
+{
+    for (; begin != end; ++begin) {
+        const auto size = int(m_bytes.size());
+        const bool isBehindMark = size >= byteOrderMarkSize;
+        if (isBehindMark ? !isWhiteSpace(*begin) : *begin != byteOrderMark[size]) {
+            const bool mayBeJson = (size == 0 || isBehindMark) && (*begin == '{' || *begin == '[');
+            m_form = mayBeJson ? Form::Json : Form::Text;
+            return begin;
+        }
+        if (size < summaryLimit)
+            m_bytes.append(*begin);
+    }
+    return end;
 }
 
 // Behind the limit one byte that is not white space tells that the white space before it is not the end.

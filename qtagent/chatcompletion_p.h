@@ -64,8 +64,12 @@ public:
     const QByteArray &bytes() const;
 
 private:
+    enum class Form { Unknown, Json, Text };
+
+    const char *appendBeginning(const char *begin, const char *end);
     void appendText(const char *begin, const char *end);
 
+    Form m_form = Form::Unknown;
     QByteArray m_bytes;
 };
 

@@ -96,7 +96,20 @@ void TestChatCompletion::noMoreIsKeptThanTheSummaryNeeds_data()
     QTest::newRow("white space alone") << QByteArray(9000, ' ') << 0;
     QTest::newRow("an object") << "  {" + QByteArray(9000, 'x') << 9001;
     QTest::newRow("an array") << "[" + QByteArray(9000, 'x') << 9001;
-    QTest::newRow("a byte-order mark") << "\xef\xbb\xbf{" + QByteArray(9000, 'x') << 9004;
+    const QByteArray mark = "\xef\xbb\xbf";
+    QTest::newRow("an object behind a byte-order mark") << mark + "{" + QByteArray(9000, 'x') << 9004;
+    QTest::newRow("an object behind a byte-order mark and blanks")
+        << mark + " \n[" + QByteArray(9000, 'x') << 9006;
+    QTest::newRow("JSON behind a byte-order mark and many blanks")
+        << mark + QByteArray(9000, ' ') + R"({"message":"M"})" << 2015;
+    QTest::newRow("text behind a byte-order mark and many blanks")
+        << mark + QByteArray(9000, ' ') + QByteArray(9000, 'x') << 2001;
+    QTest::newRow("a byte-order mark and blanks alone") << mark + QByteArray(9000, ' ') << 2000;
+    QTest::newRow("a stream behind a byte-order mark")
+        << mark + QByteArray("data: {}\n\n").repeated(1000) << 2001;
+    QTest::newRow("half a byte-order mark") << "\xef\xbb{" + QByteArray(9000, 'x') << 2001;
+    QTest::newRow("text that begins like a byte-order mark")
+        << QByteArray("\xef\xbc\xa1").repeated(3000) << 2001;
 }
 
 void TestChatCompletion::noMoreIsKeptThanTheSummaryNeeds()
