@@ -41,6 +41,12 @@ public:
         ChatReply *attempt = m_model->m_model->chat(m_messages, m_tools, this);
         if (!self)
             return {};
+        // The other model may have called somebody who ended this request.
+        if (m_isStopped) {
+            m_current = attempt;
+            stop();
+            return {};
+        }
         if (!attempt)
             return QStringLiteral("Model returned no reply.");
         follow(attempt);
@@ -65,6 +71,7 @@ private:
         });
         connect(attempt, &ChatReply::responseReceived, this, [this](const QJsonObject &response) {
             passOnDetails();
+            passOnReasoningFields();
             m_reply->setResponse(response);
         });
         connect(attempt, &ChatReply::finished, this, &RetriedRequest::finish);
@@ -97,12 +104,19 @@ private:
         m_reply->setFinishReason(attempt->finishReason());
         m_reply->setRefusal(attempt->refusal());
         m_reply->setUsage(attempt->usage());
-        ReasoningFields::set(m_reply, ReasoningFields::of(*attempt));
+    }
+
+    // Of which a piece more costs all that came before.
+    void passOnReasoningFields()
+    {
+        if (const auto *attempt = qobject_cast<CompletionReply *>(m_current))
+            ReasoningFields::set(m_reply, ReasoningFields::of(*attempt));
     }
 
     void finish(const QString &text)
     {
         passOnDetails();
+        passOnReasoningFields();
         releaseCurrent();
         m_reply->finish(text);
     }
@@ -119,6 +133,7 @@ private:
             return;
         }
         passOnDetails();
+        passOnReasoningFields();
         releaseCurrent();
         m_reply->setFailure(failure);
         m_reply->fail(error);
@@ -209,7 +224,7 @@ void RetryingModel::setMaximumWait(qint64 ms)
 ChatReply *RetryingModel::chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
                                QObject *parent)
 {
-    auto *reply = new CompletionReply(parent ? parent : this);
+    const QPointer<CompletionReply> reply(new CompletionReply(parent ? parent : this));
     auto *request = new RetriedRequest(this, reply, messages, tools);
     const QPointer<RetriedRequest> guard(request);
     const QString error = request->attempt();

@@ -31,11 +31,13 @@ public:
     ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
                     QObject *parent) override
     {
-        auto *reply = new CompletionReply(parent);
+        const QPointer<CompletionReply> reply = new CompletionReply(parent);
         replies.append(reply);
         lastMessages = messages;
         lastTools = tools;
-        if (!answers.isEmpty()) {
+        if (onChat)
+            onChat(int(replies.size()));
+        if (reply && !answers.isEmpty()) {
             const Answer answer = answers.takeFirst();
             QTimer::singleShot(0, reply, [reply, answer] { answer(reply); });
         }
@@ -64,6 +66,8 @@ public:
     }
 
     QVector<Answer> answers;
+    // Called by each request with its number.
+    std::function<void(int)> onChat;
     QVector<QPointer<CompletionReply>> replies;
     QVector<ChatMessage> lastMessages;
     QVector<ToolDefinition> lastTools;
@@ -127,6 +131,8 @@ private Q_SLOTS:
     void modelThatIsGone_data();
     void modelThatIsGone();
     void modelThatReturnsNoReply();
+    void slotOfTheOtherModelMayEndTheReply_data();
+    void slotOfTheOtherModelMayEndTheReply();
     void serviceThatIsBusyIsAskedAgain();
 };
 
@@ -459,6 +465,43 @@ void TestRetryingModel::modelThatReturnsNoReply()
     ReplyRecorder recorder(retrying.chat({}, {}, nullptr));
     QVERIFY(recorder.waitForEnd());
     QCOMPARE(recorder.entries(), QStringList{"failed: Model returned no reply."});
+}
+
+void TestRetryingModel::slotOfTheOtherModelMayEndTheReply_data()
+{
+    QTest::addColumn<int>("attempt");
+    QTest::addColumn<AttemptsEnd>("end");
+    const auto cancel = [](Attempts &, CompletionReply *reply) { reply->cancel(); };
+    const auto deleteReply = [](Attempts &, CompletionReply *reply) { delete reply; };
+    const auto deleteModel = [](Attempts &all, CompletionReply *) { all.retrying.reset(); };
+    QTest::newRow("canceled") << 2 << AttemptsEnd(cancel);
+    QTest::newRow("deleted") << 2 << AttemptsEnd(deleteReply);
+    QTest::newRow("the model deleted") << 2 << AttemptsEnd(deleteModel);
+    QTest::newRow("the model deleted in the first attempt") << 1 << AttemptsEnd(deleteModel);
+}
+
+// While it begins the request.
+void TestRetryingModel::slotOfTheOtherModelMayEndTheReply()
+{
+    QFETCH(int, attempt);
+    QFETCH(AttemptsEnd, end);
+    Attempts attempts;
+    QObject owner;
+    QPointer<CompletionReply> reply;
+    attempts.model->onChat = [&](int number) {
+        if (number == attempt)
+            end(attempts, reply);
+    };
+    for (int i = 0; i < attempt; ++i)
+        attempts.model->addFailure();
+    reply = attempts.ask(&owner);
+    QVERIFY(reply);
+    CompletionRecorder recorder(reply);
+    QTRY_COMPARE(attempts.model->replies.size(), attempt);
+    QTRY_VERIFY(!attempts.model->replies.last());
+    runUntilQuiet();
+    QCOMPARE(attempts.model->replies.size(), attempt);
+    QVERIFY(recorder.entries().filter("canceled").size() == recorder.entries().size());
 }
 
 void TestRetryingModel::serviceThatIsBusyIsAskedAgain()
