@@ -156,10 +156,11 @@ void AnswerReceiver::endWhole()
     if (outcome.hasFailed())
         fail(outcome.report(body), outcome, body);
     else
-        readWhole(std::exchange(body, {}));
+        readWhole(std::exchange(body, {}), outcome);
 }
 
-void AnswerReceiver::readWhole(const QByteArray &body)
+// Of a body that came as a stream only what a report needs may be left.
+void AnswerReceiver::readWhole(const QByteArray &body, const RequestOutcome &outcome)
 {
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(body, &error);
@@ -167,7 +168,11 @@ void AnswerReceiver::readWhole(const QByteArray &body)
         deliver(document.object());
         return;
     }
-    fail(invalidJsonReport(error, body), outcomeOf(*m_networkReply, body.size()), body);
+    const QString report = invalidJsonReport(error, body);
+    if (m_errorEvent.isEmpty())
+        fail(report, outcome, body);
+    else
+        failByEvent(report, outcome);
 }
 
 void AnswerReceiver::deliver(const QJsonObject &response)
@@ -301,7 +306,7 @@ void AnswerReceiver::endSoundStream(const RequestOutcome &outcome)
     if (!isWhole && !fault.isEmpty())
         failStream(fault, outcome);
     else if (isWhole || (isNoStream && m_rules.assemblesCalls()))
-        readWhole(m_stream.body());
+        readWhole(m_stream.body(), outcome);
     else
         handOver();
 }
@@ -369,14 +374,25 @@ void AnswerReceiver::fail(const QString &error, const RequestOutcome &outcome, c
 void AnswerReceiver::failStream(const QString &fault, const RequestOutcome &outcome)
 {
     const bool tellsEvent = m_rules.options.strictStreams && !m_errorEvent.isEmpty();
+    const QString report =
+        QStringLiteral("%1\n%2").arg(fault, outcome.report(tellsEvent ? m_errorEvent : m_stream.body()));
+    if (!m_errorEvent.isEmpty()) {
+        failByEvent(report, outcome);
+        return;
+    }
+    ChatFailure failure = failureOf(*m_networkReply, outcome, {});
+    failure.code = faultCode();
+    m_reply->setFailure(failure);
+    m_reply->fail(report);
+}
+
+void AnswerReceiver::failByEvent(const QString &error, const RequestOutcome &outcome)
+{
     ChatFailure failure = failureOf(*m_networkReply, outcome, m_errorEvent);
-    if (m_errorEvent.isEmpty())
-        failure.code = faultCode();
-    else if (failure.message.isEmpty())
+    if (failure.message.isEmpty())
         failure.message = bodySummary(m_errorEvent);
     m_reply->setFailure(failure);
-    m_reply->fail(
-        QStringLiteral("%1\n%2").arg(fault, outcome.report(tellsEvent ? m_errorEvent : m_stream.body())));
+    m_reply->fail(error);
 }
 
 QString AnswerReceiver::faultCode() const

@@ -68,7 +68,7 @@ private:
     void end(void (AnswerReceiver::*handle)());
 
     void endWhole();
-    void readWhole(const QByteArray &body);
+    void readWhole(const QByteArray &body, const RequestOutcome &outcome);
     void deliver(const QJsonObject &response);
 
     void readStream();
@@ -93,6 +93,7 @@ private:
 
     void readMetadata(const QJsonObject &object, const QJsonObject &choice, const QJsonObject &message);
     void fail(const QString &error, const RequestOutcome &outcome, const QByteArray &body);
+    void failByEvent(const QString &error, const RequestOutcome &outcome);
     void failStream(const QString &fault, const RequestOutcome &outcome);
 
     QNetworkReply *const m_networkReply;

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void brokenConnectionTellsTheReportAlone();
     void wholeAnswerIsReadAsSuch_data();
     void wholeAnswerIsReadAsSuch();
+    void longPageIsNoBrokenConnection();
     void otherKeysOfACallStay();
 };
 
@@ -115,6 +116,8 @@ void TestStreamedToolCalls::everyShapeIsRead()
             QCOMPARE(recorder.reply->text(), fixture.text);
             QCOMPARE(recorder.reply->reasoning(), fixture.reasoning);
             QCOMPARE(recorder.reply->error().section('\n', 0, 0), fixture.fault);
+            QCOMPARE(recorder.reply->failure().message, fixture.message);
+            QCOMPARE(recorder.reply->usage(), fixture.usage);
             QCOMPARE(recorder.entries().filter(QRegularExpression("^response: ")).size(),
                      fixture.calls == "[]" ? 0 : 1);
         }
@@ -265,6 +268,22 @@ void TestStreamedToolCalls::wholeAnswerIsReadAsSuch()
     QVERIFY(recorder.waitForEnd());
     QTEST(recorder.entries().last(), "last");
     QCOMPARE(recorder.reply->toolCalls().size(), recorder.entries().size() == 1 ? 0 : 1);
+}
+
+// Of which no more is kept than the report shows.
+void TestStreamedToolCalls::longPageIsNoBrokenConnection()
+{
+    const QByteArray page = "<p>" + QByteArray(3000, 'x') + "</p>";
+    RawHttpServer server(
+        {RawStep::send(RawHttpServer::answer("200 OK", "\n\n" + page, "text/html")), RawStep::close()});
+    StreamingModel model(server.baseUrl());
+    CompletionRecorder recorder(model.ask());
+    QVERIFY(recorder.waitForEnd());
+    QCOMPARE(recorder.entries().last(),
+             "failed: Invalid JSON response: illegal value\nResponse: " + page.left(2000));
+    QCOMPARE(recorder.reply->failure().networkError, 0);
+    QCOMPARE(recorder.reply->failure().httpStatus, 200);
+    QVERIFY(!recorder.reply->failure().isTemporary());
 }
 
 void TestStreamedToolCalls::otherKeysOfACallStay()

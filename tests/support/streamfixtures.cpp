@@ -18,7 +18,9 @@ QVector<StreamFixture> streamFixtures()
          "",
          "",
          R"x([["call_a","add","{\"x\":1}"]])x",
-         ""},
+         "",
+         "",
+         {9, 12, -1}},
         {"no index, more keys, and stop",
          {
              R"x(data: {"choices":[{"index":0,"delta":{"role":"assistant","tool_calls":[{"extra_content":{"google":{"thought_signature":"EjQK"}},"function":{"arguments":"{\"x\":1}","name":"add"},"id":"jm4o","type":"function"}]}}]})x",
@@ -162,7 +164,8 @@ QVector<StreamFixture> streamFixtures()
          "",
          "",
          R"x([])x",
-         "Incomplete tool call from the model."},
+         "Incomplete tool call from the model.",
+         "Provider disconnected"},
         {"the error is a field of its own",
          {
              R"x(error: {"code":400,"message":"context too long","type":"invalid_request_error"})x",
@@ -171,7 +174,8 @@ QVector<StreamFixture> streamFixtures()
          "",
          "",
          R"x([])x",
-         "Invalid JSON response: illegal value"},
+         "Invalid JSON response: illegal value",
+         "context too long"},
         {"cut in the arguments",
          {
              R"x(data: {"choices":[{"index":0,"delta":{"tool_calls":[{"index":0,"id":"c","type":"function","function":{"name":"add","arguments":"{\"x\":12"}}]},"finish_reason":null}]})x",
@@ -210,7 +214,9 @@ QVector<StreamFixture> streamFixtures()
          "Hi",
          "",
          R"x([])x",
-         ""},
+         "",
+         "",
+         {9, 12, -1}},
         {"comments, and an event that says nothing",
          {
              R"x(:)x",

@@ -1,6 +1,8 @@
 #ifndef MIRELOQTLIB_QTAGENT_TESTS_STREAMFIXTURES_H
 #define MIRELOQTLIB_QTAGENT_TESTS_STREAMFIXTURES_H
 
+#include <qtagent/completionreply.h>
+
 #include <QByteArray>
 #include <QJsonArray>
 #include <QString>
@@ -20,6 +22,9 @@ struct StreamFixture
     QByteArray calls;
     /// The first line of the report, empty where the stream finishes.
     QString fault;
+    /// What the service says about the failure.
+    QString message = {};
+    MireloQtLib::QtAgent::TokenUsage usage = {};
 
     /// Returns the stream, with an empty line after each event.
     QByteArray bytes(const QByteArray &lineEnd = "\n") const;
