@@ -357,12 +357,21 @@ void AnswerReceiver::readMetadata(const QJsonObject &object, const QJsonObject &
         m_reply->setFinishReason(reason);
     const QString refusal = message.value(QLatin1String("refusal")).toString();
     if (!refusal.isEmpty())
-        m_reply->setRefusal(m_reply->refusal() + refusal);
+        addRefusal(refusal);
     QJsonValue usage = object.value(QLatin1String("usage"));
     if (!usage.isObject())
         usage = choice.value(QLatin1String("usage"));
     if (usage.isObject())
         m_reply->setUsage(usageFrom(usage.toObject()));
+}
+
+// A refusal of many pieces grows in place, as long as nobody else holds it.
+void AnswerReceiver::addRefusal(const QString &piece)
+{
+    QString refusal = m_reply->refusal();
+    m_reply->setRefusal({});
+    refusal += piece;
+    m_reply->setRefusal(refusal);
 }
 
 void AnswerReceiver::fail(const QString &error, const RequestOutcome &outcome, const QByteArray &body)

@@ -92,6 +92,7 @@ private:
     void endSilence();
 
     void readMetadata(const QJsonObject &object, const QJsonObject &choice, const QJsonObject &message);
+    void addRefusal(const QString &piece);
     void fail(const QString &error, const RequestOutcome &outcome, const QByteArray &body);
     void failByEvent(const QString &error, const RequestOutcome &outcome);
     void failStream(const QString &fault, const RequestOutcome &outcome);

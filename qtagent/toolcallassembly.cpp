@@ -210,7 +210,10 @@ void ToolCallAssembly::addName(const QString &name, Call *call) const
         return;
     if (m_toolNames.contains(call->name) || !call->arguments.isEmpty())
         return;
-    call->name = m_toolNames.contains(name) ? name : call->name + name;
+    if (m_toolNames.contains(name))
+        call->name = name;
+    else
+        call->name += name;
 }
 
 void ToolCallAssembly::addArguments(const QString &arguments, Call *call)
