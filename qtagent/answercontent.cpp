@@ -62,6 +62,12 @@ AnswerPiece AnswerContent::readContent(const QJsonValue &content)
     return {piece.reasoning + tagged.reasoning, tagged.text};
 }
 
+AnswerPiece AnswerContent::readWhole(const QJsonObject &message)
+{
+    const AnswerPiece piece = read(message);
+    return joined(piece, end());
+}
+
 AnswerPiece AnswerContent::end()
 {
     return m_tags.end();

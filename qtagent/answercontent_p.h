@@ -22,6 +22,9 @@ public:
     /// Returns what @p message says, in addition to the messages before it.
     AnswerPiece read(const QJsonObject &message);
 
+    /// Returns what @p message says as the only one.
+    AnswerPiece readWhole(const QJsonObject &message);
+
     /// Returns what has waited for more. Nothing follows it.
     AnswerPiece end();
 

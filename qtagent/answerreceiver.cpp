@@ -180,7 +180,7 @@ void AnswerReceiver::deliver(const QJsonObject &response)
     const QPointer<AnswerReceiver> self(this);
     const QJsonObject choice = choiceOf(response, m_rules.choiceRule());
     const QJsonObject message = choice.value(QLatin1String("message")).toObject();
-    const AnswerPiece piece = joined(m_content.read(message), m_content.end());
+    const AnswerPiece piece = m_content.readWhole(message);
     readMetadata(response, choice, message);
     keepReasoning(toolCallsOf(message));
     if (!piece.reasoning.isEmpty())

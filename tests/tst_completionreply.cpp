@@ -24,6 +24,8 @@ private Q_SLOTS:
     void everyRequestGetsACompletionReply();
     void streamTellsReasoningBeforeText();
     void wholeAnswerTellsReasoningFirst();
+    void wholeAnswerIsReadWithoutItsTags_data();
+    void wholeAnswerIsReadWithoutItsTags();
     void reasoningIsReadUnderBothNames_data();
     void reasoningIsReadUnderBothNames();
     void pieceIsToldWholeAcrossANestedEventLoop();
@@ -163,6 +165,53 @@ void TestCompletionReply::wholeAnswerTellsReasoningFirst()
         (QStringList{"reasoning: Add",
                      R"(response: {"choices":[{"index":0,"message":{"content":"4","reasoning":"Add"}}]})",
                      "delta: 4", "finished: 4"}));
+}
+
+void TestCompletionReply::wholeAnswerIsReadWithoutItsTags_data()
+{
+    QTest::addColumn<QString>("content");
+    QTest::addColumn<QString>("reasoning");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("tags") << "<think>a</think>\n\nb"
+                          << "a"
+                          << "b";
+    QTest::newRow("blanks before") << " \n<think>a</think>b"
+                                   << "a"
+                                   << "b";
+    QTest::newRow("never closed") << "<think>a"
+                                  << "a"
+                                  << "";
+    QTest::newRow("half a closer") << "<think>a</thi"
+                                   << "a</thi"
+                                   << "";
+    QTest::newRow("half an opener") << "<thi"
+                                    << ""
+                                    << "<thi";
+    QTest::newRow("nothing behind") << "<think>a</think>"
+                                    << "a"
+                                    << "";
+    QTest::newRow("in the middle") << "b <think>a</think>"
+                                   << ""
+                                   << "b <think>a</think>";
+}
+
+void TestCompletionReply::wholeAnswerIsReadWithoutItsTags()
+{
+    QFETCH(QString, content);
+    HttpEndpoint endpoint;
+    RequestOptions options;
+    options.readThinkTags = true;
+    endpoint.model.setRequestOptions(options);
+    endpoint.server.enqueue(LoopbackAnswer::json(completion(content, {makeToolCall("c", "now", {})})));
+    ModelConfig config = endpoint.model.config();
+    config.stream = false;
+    endpoint.model.setConfig(config);
+    CompletionRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    QVERIFY(recorder.waitForEnd());
+    QTEST(recorder.reply->reasoning(), "reasoning");
+    QTEST(recorder.reply->text(), "text");
+    QCOMPARE(recorder.reply->response(), completion(content, {makeToolCall("c", "now", {})}));
+    QCOMPARE(recorder.reply->message().content, content);
 }
 
 void TestCompletionReply::reasoningIsReadUnderBothNames_data()
