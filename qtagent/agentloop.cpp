@@ -1,6 +1,10 @@
 #include "agentloop_p.h"
 
+#include "answercontent_p.h"
+#include "chatcompletion_p.h"
 #include "toolresults_p.h"
+
+#include <qtagent/completionreply.h>
 
 #include <QTimer>
 
@@ -8,6 +12,23 @@
 
 namespace MireloQtLib {
 namespace QtAgent {
+
+namespace {
+
+// A whole answer stands in the response as it came. Where a part of its content was told as reasoning, that
+// part is no answer and never goes back.
+QString contentAsTold(const CompletionReply &reply, const QString &content)
+{
+    RequestOptions options;
+    options.readThinkTags = true;
+    AnswerContent reader(options);
+    const AnswerPiece piece = reader.readWhole(responseMessage(reply.response()));
+    if (piece.reasoning != reply.reasoning() || piece.text != reply.text())
+        return content;
+    return piece.text.isNull() ? QLatin1String("") : piece.text; // a null content would be left out
+}
+
+} // namespace
 
 ApprovalQuestion::ApprovalQuestion(const PendingCall &call, AgentTool *tool, ToolPermission permission)
     : m_call(call)
@@ -540,7 +561,11 @@ void AgentLoop::releaseReply(ChatReply * /*reply*/) {}
 
 ChatMessage AgentLoop::messageOf(const ChatReply &reply, const QVector<PendingCall> & /*calls*/) const
 {
-    return reply.message();
+    ChatMessage message = reply.message();
+    const auto *completion = qobject_cast<const CompletionReply *>(&reply);
+    if (completion && !message.toolCalls.isEmpty())
+        message.content = contentAsTold(*completion, message.content);
+    return message;
 }
 
 void AgentLoop::tellConversation() {}

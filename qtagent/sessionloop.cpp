@@ -143,7 +143,7 @@ void SessionLoop::releaseReply(ChatReply *reply)
 
 ChatMessage SessionLoop::messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const
 {
-    ChatMessage message = reply.message();
+    ChatMessage message = AgentLoop::messageOf(reply, calls);
     message.metadata = ReasoningFields::of(reply);
     for (const PendingCall &call : calls)
         message.toolCalls[call.index] = completedToolCall(message.toolCalls.at(call.index).toObject(), call);

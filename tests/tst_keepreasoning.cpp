@@ -28,6 +28,8 @@ private Q_SLOTS:
     void metadataWins();
     void messageWithoutCallsGetsNone();
     void tagsAndPartsNeverGoBack();
+    void agentSendsTheAnswerWithoutItsThoughts_data();
+    void agentSendsTheAnswerWithoutItsThoughts();
 };
 
 namespace {
@@ -296,6 +298,47 @@ void TestKeepReasoning::tagsAndPartsNeverGoBack()
         const QJsonObject answer = answerWith({{"tool_calls", callsOf("c")}, {"content", content}});
         const QVector<ChatMessage> conversation = conversationWith(callsOf("c"));
         QCOMPARE(messagesAfter(answer, options, conversation), jsonOf(conversation));
+    }
+}
+
+void TestKeepReasoning::agentSendsTheAnswerWithoutItsThoughts_data()
+{
+    QTest::addColumn<QJsonValue>("content");
+    QTest::addColumn<bool>("readsTags");
+    QTest::addColumn<QString>("sent");
+    const QJsonArray parts{QJsonObject{{"type", "thinking"}, {"thinking", "Hm"}},
+                           QJsonObject{{"type", "text"}, {"text", "Yes"}}};
+    QTest::newRow("tags") << QJsonValue("<think>Hm</think>Yes") << true << "Yes";
+    QTest::newRow("nothing but tags") << QJsonValue("<think>Hm</think>") << true << "";
+    QTest::newRow("parts") << QJsonValue(parts) << true << "Yes";
+    QTest::newRow("tags that are text") << QJsonValue("a <think>Hm</think>") << true << "a <think>Hm</think>";
+    QTest::newRow("tags that are not read")
+        << QJsonValue("<think>Hm</think>Yes") << false << "<think>Hm</think>Yes";
+}
+
+void TestKeepReasoning::agentSendsTheAnswerWithoutItsThoughts()
+{
+    QFETCH(QJsonValue, content);
+    QFETCH(bool, readsTags);
+    QFETCH(QString, sent);
+    for (const bool isSession : {false, true}) {
+        HttpEndpoint endpoint;
+        RequestOptions options = keeping();
+        options.readThinkTags = readsTags;
+        endpoint.model.setRequestOptions(options);
+        endpoint.server.enqueue(
+            LoopbackAnswer::json(answerWith({{"tool_calls", callsOf("c")}, {"content", content}})));
+        endpoint.server.enqueue(LoopbackAnswer::json(completion("done")));
+        AgentFixture agent(isSession ? new AgentSession : new AgentExecutor);
+        agent.executor->setModel(&endpoint.model);
+        agent.executor->run("Look.");
+        QTRY_VERIFY(agent.log.contains("finished done"));
+        const QJsonArray messages = endpoint.server.requests().value(1).json["messages"].toArray();
+        const QJsonObject message = messages.at(messages.size() - 2).toObject();
+        QCOMPARE(message["content"], QJsonValue(sent));
+        QCOMPARE(message["tool_calls"].toArray().size(), 1);
+        if (const auto *session = qobject_cast<AgentSession *>(agent.executor))
+            QCOMPARE(jsonOf(session->conversation()).at(messages.size() - 2), QJsonValue(message));
     }
 }
 
