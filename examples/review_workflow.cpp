@@ -44,7 +44,7 @@ public:
         m_view->follow(&m_run);
         addForm();
         connect(&m_run, &GraphRun::nodeStarted, this, &ReviewWindow::showNode);
-        connect(&m_run, &GraphRun::deltaReceived, m_text, &QPlainTextEdit::insertPlainText);
+        connect(&m_run, &GraphRun::deltaReceived, this, &ReviewWindow::appendText);
         connect(&m_run, &GraphRun::finished, this, &ReviewWindow::showResult);
         goOn(checkpoints);
     }
@@ -63,6 +63,14 @@ private:
             m_run.start({}, m_thread);
         else
             m_run.resume(m_thread);
+    }
+
+    // The field's own cursor is the user's.
+    void appendText(const QString & /*node*/, const QString &delta)
+    {
+        QTextCursor cursor(m_text->document());
+        cursor.movePosition(QTextCursor::End);
+        cursor.insertText(delta);
     }
 
     void addForm()

@@ -16,8 +16,8 @@ public:
     {
         auto *reply = new CompletionReply(parent ? parent : this);
         QTimer::singleShot(0, reply, [reply] {
-            reply->appendReasoning(
-                QStringLiteral("压差 0.8 bar 超过 0.5 bar 的上限。\n先确认过滤器，再看泵。"));
+            reply->appendReasoning(QStringLiteral("压差 0.8 bar 超过 0.5 bar 的上限。\n"));
+            reply->appendReasoning(QStringLiteral("先确认过滤器，再看泵。"));
             reply->setUsage({42, 128, 96});
             const QString answer = QStringLiteral("过滤器很可能堵塞，请切换到备用泵后更换滤芯。");
             reply->appendDelta(answer);
@@ -69,7 +69,7 @@ private:
         m_tokens->clear();
 
         auto *reply = qobject_cast<CompletionReply *>(m_model.chat({ChatMessage::user(question)}, {}, this));
-        connect(reply, &CompletionReply::reasoningReceived, m_thinking, &QPlainTextEdit::insertPlainText);
+        connect(reply, &CompletionReply::reasoningReceived, this, &ThinkingWindow::appendThought);
         connect(reply, &ChatReply::deltaReceived, m_panel, &AgentChatPanel::appendAgentDelta);
         connect(m_panel, &AgentChatPanel::stopRequested, reply, &ChatReply::cancel);
         reply->whenEnded(this, [this, reply](const ChatResult &result) {
@@ -80,6 +80,14 @@ private:
             showTokens(reply->usage());
             reply->deleteLater();
         });
+    }
+
+    // The field's own cursor is the user's.
+    void appendThought(const QString &piece)
+    {
+        QTextCursor cursor(m_thinking->document());
+        cursor.movePosition(QTextCursor::End);
+        cursor.insertText(piece);
     }
 
     void showTokens(const TokenUsage &usage)

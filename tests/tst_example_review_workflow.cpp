@@ -56,9 +56,21 @@ void TestReviewWorkflow::draftStreamsInAndWaitsForTheReview()
 
 void TestReviewWorkflow::draftIsWrittenAgain()
 {
+    auto *text = shownWidget<QPlainTextEdit>();
+    const QString draft = text->toPlainText();
+    // What the user has selected is not replaced.
+    QStringList shown;
+    const auto selectAll = connect(text, &QPlainTextEdit::textChanged, text, [text, &shown] {
+        shown.append(text->toPlainText());
+        text->selectAll();
+    });
     click("&Write it again");
     QTRY_VERIFY(shows("Running: draft"));
     QTRY_VERIFY(shows("Do you agree?"));
+    disconnect(selectAll);
+    QVERIFY(shown.size() > 3);
+    for (const QString &beginning : qAsConst(shown))
+        QVERIFY2(draft.startsWith(beginning), qPrintable(beginning));
     QVERIFY(told("draft").startsWith("draft：已运行 1 次"));
 }
 

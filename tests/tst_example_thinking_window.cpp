@@ -13,6 +13,7 @@ private Q_SLOTS:
     void init();
 
     void reasoningIsFoldedAway();
+    void selectionStaysWhereTheUserMadeIt();
     void tokensAreCounted();
     void closingTheWindowEndsTheProgram();
 
@@ -47,6 +48,17 @@ void TestThinkingWindow::reasoningIsFoldedAway()
         QVERIFY(m_panel->window()->grab().save(QFile::decodeName(picture)));
     QTest::mouseClick(fold, Qt::LeftButton);
     QVERIFY(!thinking->isVisible());
+}
+
+void TestThinkingWindow::selectionStaysWhereTheUserMadeIt()
+{
+    auto *thinking = child<QPlainTextEdit>("thinkingText");
+    const auto selectAll =
+        connect(thinking, &QPlainTextEdit::textChanged, thinking, &QPlainTextEdit::selectAll);
+    send("压差是 0.8 bar。");
+    QTRY_VERIFY(isIdle());
+    disconnect(selectAll);
+    QCOMPARE(thinking->toPlainText(), "压差 0.8 bar 超过 0.5 bar 的上限。\n先确认过滤器，再看泵。");
 }
 
 void TestThinkingWindow::tokensAreCounted()
