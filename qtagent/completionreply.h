@@ -63,6 +63,8 @@ struct QTAGENT_EXPORT ChatFailure
 
 /// A reply that also tells how the model came to its answer, what that cost and why it ended.
 ///
+/// Reasoning is never part of text(). The response() of a whole answer is as it came, think tags included.
+///
 /// OpenAICompatibleModel, DeepSeekModel and RetryingModel answer with one:
 /// @code
 /// auto *reply = qobject_cast<CompletionReply *>(model->chat(conversation, {}, this));

@@ -50,7 +50,8 @@ class ReasoningMemory;
 ///
 /// Where RequestOptions::streamToolCalls or strictStreams is set it also reports, each before such a report:
 /// "Incomplete tool call from the model.", "Error event in the stream.", "The model stopped: ...", "No answer
-/// in the stream." and "The stream ended early.".
+/// in the stream." and "The stream ended early.". Where RequestOptions::applyTimeLimit is set, silence is a
+/// network error, too: "Network error: 4 (No data for ... ms)".
 ///
 /// Else what is wrong inside a stream is passed over: an event that is not JSON, a last line without a line
 /// feed, an error object in an answer of status 200. Such an answer ends with finished() and the text that

@@ -57,7 +57,8 @@ struct RequestOptions
     /// answer, or no end it fails.
     bool strictStreams = false;
     /// Whether a request fails where no byte went either way for ModelConfig::timeoutMs, which is counted
-    /// from the call. Comments in a stream count.
+    /// from the call. Comments in a stream count. 0 or less is no limit. The report has the network error
+    /// "4 (No data for ... ms)" then; what had arrived was told before.
     bool applyTimeLimit = false;
     /// What stands behind the address and the path, with or without "?". It shows in error reports, so no key
     /// belongs here.
