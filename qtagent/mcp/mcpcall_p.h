@@ -17,8 +17,12 @@ public:
 
     QString toolName() const { return m_toolName; }
 
-    /// The session of the server that the call was sent in.
+    // The session of the server that the call was sent in.
     int session() const { return m_session; }
+
+    // Whether another tool has this name by now.
+    bool hasChangedTool() const { return m_hasChangedTool; }
+    void noteChangedTool() { m_hasChangedTool = true; }
 
     void send(McpPeer *peer, qint64 timeLimitMs);
 
@@ -39,6 +43,7 @@ private:
     qint64 m_requestId = 0;
     int m_session = 0;
     bool m_isRepeated = false;
+    bool m_hasChangedTool = false;
 };
 
 } // namespace QtAgent

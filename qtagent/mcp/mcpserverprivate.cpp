@@ -127,15 +127,29 @@ void McpServerPrivate::takeTools(const QJsonArray &tools)
         m_list->deleteLater();
     m_list.clear();
     const QPointer<McpPeer> peer(m_peer);
-    const bool wasOpening = m_state == State::Opening || std::exchange(m_isReopening, false);
+    const bool isReopened = std::exchange(m_isReopening, false);
+    const bool wasOpening = m_state == State::Opening || isReopened;
+    if (isReopened)
+        ++m_session;
     const ToolCatalog::Changes changes = m_catalog.update(tools, m_peer->usesHeaders());
+    noteChangedTools(changes.withdrawn);
     announceTools(changes);
     // Another server may run by now.
     if (!peer || peer->isClosing())
         return;
-    sendWaiting(changes.withdrawn);
+    sendWaiting();
     if (wasOpening && peer && !peer->isClosing())
         listen();
+}
+
+// The user may have been asked about a tool that is another one now. Whoever listens to the announcement may
+// turn the event loop, in which a further list lets the calls go on.
+void McpServerPrivate::noteChangedTools(const QStringList &names)
+{
+    for (const QPointer<McpCall> &call : std::as_const(m_waiting)) {
+        if (call && names.contains(call->toolName()))
+            call->noteChangedTool();
+    }
 }
 
 void McpServerPrivate::announceTools(const ToolCatalog::Changes &changes)
@@ -301,7 +315,7 @@ void McpServerPrivate::forget(McpCall *call)
 void McpServerPrivate::reopenFor(McpCall *call)
 {
     // The answer may come when another call has opened the new session already.
-    if (call->session() != m_session) {
+    if (call->session() != m_session && !m_isReopening) {
         call->send(m_peer, m_timeLimitMs);
         return;
     }
@@ -309,26 +323,23 @@ void McpServerPrivate::reopenFor(McpCall *call)
     reopen();
 }
 
+// The list that is on its way belongs to the lost session: its end must not be taken for that of the next.
 void McpServerPrivate::reopen()
 {
     if (std::exchange(m_isReopening, true))
         return;
-    if (m_list)
-        m_list->deleteLater();
-    m_list.clear();
+    delete m_list;
     shakeHands(&McpHandshake::initialize);
 }
 
-// The user may have been asked about a tool that is another one now.
-void McpServerPrivate::sendWaiting(const QStringList &withdrawn)
+void McpServerPrivate::sendWaiting()
 {
-    ++m_session;
     const QPointer<McpPeer> peer(m_peer);
-    const auto waiting = std::exchange(m_waiting, {});
-    for (const QPointer<McpCall> &call : waiting) {
-        if (!peer || !call)
+    while (peer && !peer->isClosing() && !m_isReopening && !m_waiting.isEmpty()) {
+        const QPointer<McpCall> call = m_waiting.takeFirst();
+        if (!call)
             continue;
-        if (withdrawn.contains(call->toolName()))
+        if (call->hasChangedTool())
             call->finish(failedResult(QStringLiteral("MCP tool has changed.")));
         else
             call->send(peer, m_timeLimitMs);

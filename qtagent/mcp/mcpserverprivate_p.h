@@ -62,7 +62,8 @@ private:
     void subscribe();
 
     void reopen();
-    void sendWaiting(const QStringList &withdrawn);
+    void noteChangedTools(const QStringList &names);
+    void sendWaiting();
 
     QString registerEntry(CatalogEntry *entry, ToolRegistry *registry);
     QString offeredName(const QString &toolName) const;
@@ -81,7 +82,7 @@ private:
     // There was a list before, also in an earlier start.
     bool m_wasListed = false;
     bool m_isReopening = false;
-    int m_session = 0; // how often calls could be sent anew
+    int m_session = 0; // how often one was opened anew
     QByteArray m_errorOutput;
     ToolCatalog m_catalog;
     QHash<QString, ToolPermission> m_permissions;
