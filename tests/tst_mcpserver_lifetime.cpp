@@ -13,6 +13,7 @@ private Q_SLOTS:
     void slotsMayDoAnything_data();
     void slotsMayDoAnything();
     void deletedServerFailsItsCalls();
+    void toolsMayDieWithEachOther();
     void deletedServerLeavesNoProcess_data();
     void deletedServerLeavesNoProcess();
     void serverMayDieBeforeItIsReady_data();
@@ -168,7 +169,7 @@ void TestMcpServerLifetime::slotsMayDoAnything_data()
                                    "cancel", "stop", "start again", "nest", "stop and nest", "call"})
             QTest::addRow("%s: %s", moment, action) << moment << action;
     }
-    for (const char *moment : {"ready", "progressed", "finished", "canceled"})
+    for (const char *moment : {"ready", "progressed", "finished", "canceled", "tool destroyed"})
         QTest::addRow("%s: delete tools", moment) << moment << "delete tools";
 }
 
@@ -194,6 +195,22 @@ void TestMcpServerLifetime::deletedServerFailsItsCalls()
     QVERIFY(!mcp.registry->tool("s__a"));
     QVERIFY(runUntil([reply] { return !reply->isRunning(); }));
     QCOMPARE(mcp.log, (QStringList{"ready", "failure MCP server ended."}));
+}
+
+void TestMcpServerLifetime::toolsMayDieWithEachOther()
+{
+    McpFixture mcp;
+    McpScript script = McpScript::legacy("2025-11-25", {McpScript::tool("a"), McpScript::tool("b")});
+    QCOMPARE(mcp.openScript(script), QString());
+    int deletions = 0;
+    for (const char *name : {"s__a", "s__b"}) {
+        connect(mcp.registry->tool(name), &QObject::destroyed, this, [&] {
+            ++deletions;
+            qDeleteAll(mcp.server->findChildren<AsyncTool *>());
+        });
+    }
+    delete mcp.server;
+    QCOMPARE(deletions, 2);
 }
 
 void TestMcpServerLifetime::deletedServerLeavesNoProcess_data()

@@ -5,6 +5,10 @@
 #include "mcptool_p.h"
 #include "stdiotransport_p.h"
 
+#include <QPointer>
+
+#include <utility>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
@@ -24,10 +28,13 @@ McpServer::McpServer(const QString &name, QObject *parent)
     , d(std::make_unique<McpServerPrivate>(this, name))
 {}
 
-// The tools ask the private part.
+// The tools ask the private part. Whoever listens to the end of one may delete others.
 McpServer::~McpServer()
 {
+    QVector<QPointer<McpTool>> tools;
     for (McpTool *tool : findChildren<McpTool *>(QString(), Qt::FindDirectChildrenOnly))
+        tools.append(tool);
+    for (const QPointer<McpTool> &tool : std::as_const(tools))
         delete tool;
 }
 
