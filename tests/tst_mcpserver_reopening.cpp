@@ -18,6 +18,8 @@ private Q_SLOTS:
     void listOfTheLostSessionDoesNotCount();
     void listBesideACallIsNoNewSession();
     void callWaitsWhileTheChangeIsAnnounced();
+    void brokenSubscriptionIsRenewed();
+    void brokenSubscriptionDiesWithTheServer();
 };
 
 namespace {
@@ -35,7 +37,7 @@ LoopbackAnswer heldLost(const LoopbackRequest &request)
     return lost(request).held();
 }
 
-LoopbackAnswer page(const LoopbackRequest &request)
+LoopbackAnswer samePage(const LoopbackRequest &request)
 {
     return McpEndpoint::page(request, {McpScript::tool("echo")});
 }
@@ -97,16 +99,34 @@ struct LosingEndpoint : McpEndpoint
     }
 
     bool wasAsked(const QString &method, int times) const { return requests(method).size() == times; }
+};
 
-    QStringList methods() const
+// A modern server whose subscription breaks off after an announcement. It has other tools each time.
+struct SubscribedEndpoint : McpEndpoint
+{
+    SubscribedEndpoint()
     {
-        QStringList methods;
-        for (const LoopbackRequest &request : server.requests())
-            methods.append(request.json["method"].toString());
-        methods.removeAll(QString());
-        return methods;
+        on("server/discover", [](const LoopbackRequest &request) {
+            const QJsonObject tools{{"listChanged", true}};
+            return result(request, {{"supportedVersions", QJsonArray{"2026-07-28"}},
+                                    {"capabilities", QJsonObject{{"tools", tools}}}});
+        });
+        on("tools/list", samePage);
+        on("tools/list", longerPage);
+        on("tools/list", changedPage);
+        on("subscriptions/listen", announcement);
+        on("subscriptions/listen", heldAnnouncement);
     }
 };
+
+QStringList methodsOf(const McpEndpoint &endpoint)
+{
+    QStringList methods;
+    for (const LoopbackRequest &request : endpoint.server.requests())
+        methods.append(request.json["method"].toString());
+    methods.removeAll(QString());
+    return methods;
+}
 
 const QStringList reopened{"initialize", "notifications/initialized", "tools/list", "tools/call"};
 
@@ -133,7 +153,7 @@ void TestMcpServerReopening::listOfTheLostSessionDoesNotCount_data()
     QTest::addColumn<McpEndpoint::Answer>("list");
     QTest::newRow("lost") << McpEndpoint::Answer(heldLost);
     QTest::newRow("answered") << McpEndpoint::Answer([](const LoopbackRequest &request) {
-        LoopbackAnswer answer = page(request);
+        LoopbackAnswer answer = samePage(request);
         answer.pieces.append(" ");
         return answer.held();
     });
@@ -144,7 +164,7 @@ void TestMcpServerReopening::listOfTheLostSessionDoesNotCount()
 {
     QFETCH(McpEndpoint::Answer, list);
     for (int round = 0; round < 10; ++round) {
-        LosingEndpoint endpoint(list, heldLost, page, announcement);
+        LosingEndpoint endpoint(list, heldLost, samePage, announcement);
         McpFixture mcp;
         QCOMPARE(openEndpoint(mcp, endpoint), QString());
         const ToolReply *reply = mcp.call("echo");
@@ -155,7 +175,7 @@ void TestMcpServerReopening::listOfTheLostSessionDoesNotCount()
         QVERIFY(runUntil([reply] { return !reply->isRunning(); }));
         runUntilQuiet();
         QCOMPARE(mcp.log, (QStringList{"ready", "success done"}));
-        QCOMPARE(endpoint.methods().mid(6), reopened);
+        QCOMPARE(methodsOf(endpoint).mid(6), reopened);
     }
 }
 
@@ -170,13 +190,13 @@ void TestMcpServerReopening::listBesideACallIsNoNewSession()
     endpoint.server.release();
     QVERIFY(runUntil([reply] { return !reply->isRunning(); }));
     QCOMPARE(mcp.log, (QStringList{"ready", "toolsChanged", "success done"}));
-    QCOMPARE(endpoint.methods().mid(6), reopened);
+    QCOMPARE(methodsOf(endpoint).mid(6), reopened);
 }
 
 // A slot runs a dialog, and a further list, in which nothing changed, comes meanwhile.
 void TestMcpServerReopening::callWaitsWhileTheChangeIsAnnounced()
 {
-    LosingEndpoint endpoint(page, lost, changedPage, heldAnnouncement);
+    LosingEndpoint endpoint(samePage, lost, changedPage, heldAnnouncement);
     McpFixture mcp;
     QCOMPARE(openEndpoint(mcp, endpoint), QString());
     QVERIFY(runUntil([&endpoint] { return endpoint.wasAsked("GET", 1); }));
@@ -188,6 +208,37 @@ void TestMcpServerReopening::callWaitsWhileTheChangeIsAnnounced()
     QVERIFY(runUntil([reply] { return !reply->isRunning(); }));
     QCOMPARE(mcp.log, (QStringList{"ready", "toolsChanged", "failure MCP tool has changed."}));
     QCOMPARE(endpoint.requests("tools/call").size(), 1);
+}
+
+void TestMcpServerReopening::brokenSubscriptionIsRenewed()
+{
+    SubscribedEndpoint endpoint;
+    McpFixture mcp;
+    QCOMPARE(openEndpoint(mcp, endpoint), QString());
+    QVERIFY(runUntil([&endpoint] { return endpoint.requests("subscriptions/listen").size() == 2; }));
+    // What would have been announced meanwhile.
+    QVERIFY(runUntil([&mcp] { return mcp.log.size() == 3; }));
+    QCOMPARE(mcp.log, (QStringList{"ready", "toolsChanged", "toolsChanged"}));
+}
+
+// A slot of ended() starts another server and runs a dialog, for longer than a subscription waits.
+void TestMcpServerReopening::brokenSubscriptionDiesWithTheServer()
+{
+    SubscribedEndpoint endpoint;
+    McpEndpoint silent;
+    silent.on("server/discover", heldLost);
+    silent.on("initialize", heldLost);
+    McpFixture mcp;
+    QCOMPARE(openEndpoint(mcp, endpoint), QString());
+    QVERIFY(runUntil([&mcp] { return mcp.log.contains("toolsChanged"); }));
+    connect(mcp.server, &McpServer::ended, this, [&] {
+        mcp.server->connectTo(silent.url());
+        QEventLoop dialog;
+        QTimer::singleShot(5500, &dialog, &QEventLoop::quit);
+        dialog.exec();
+        QCOMPARE(methodsOf(silent), (QStringList{"server/discover", "initialize"}));
+    });
+    mcp.stop();
 }
 
 QTEST_GUILESS_MAIN(TestMcpServerReopening)

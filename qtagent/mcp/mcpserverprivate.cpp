@@ -56,6 +56,9 @@ McpServerPrivate::McpServerPrivate(McpServer *server, const QString &name)
 {
     m_announcement.setSingleShot(true);
     connect(&m_announcement, &QTimer::timeout, this, &McpServerPrivate::listToolsAgain);
+    m_subscription.setSingleShot(true);
+    connect(&m_subscription, &QTimer::timeout, this, &McpServerPrivate::listToolsAgain);
+    connect(&m_subscription, &QTimer::timeout, this, &McpServerPrivate::subscribe);
 }
 
 McpServerPrivate::~McpServerPrivate()
@@ -276,12 +279,8 @@ void McpServerPrivate::subscribe()
     McpPeer::Expectation expectation;
     expectation.context = m_peer;
     expectation.onAnswer = [this](const McpAnswer &answer) {
-        if (answer.isFromServer || !isReady())
-            return;
-        QTimer::singleShot(subscriptionRetryMs, m_peer, [this] {
-            listToolsAgain();
-            subscribe();
-        });
+        if (!answer.isFromServer && isReady())
+            m_subscription.start(subscriptionRetryMs);
     };
     const QJsonObject wanted{{QStringLiteral("toolsListChanged"), true}};
     m_peer->request(QStringLiteral("subscriptions/listen"), {{QStringLiteral("notifications"), wanted}},
@@ -362,8 +361,14 @@ void McpServerPrivate::closeWith(const QString &error)
         return;
     m_state = State::Closing;
     m_error = error;
-    m_announcement.stop();
+    stopTimers();
     m_peer->close(error);
+}
+
+void McpServerPrivate::stopTimers()
+{
+    m_announcement.stop();
+    m_subscription.stop();
 }
 
 void McpServerPrivate::end(const QString &reason)
@@ -373,7 +378,7 @@ void McpServerPrivate::end(const QString &reason)
     m_state = State::Closing;
     m_isReopening = false;
     m_waiting.clear();
-    m_announcement.stop();
+    stopTimers();
     m_peer->disconnect(this);
     m_peer->deleteLater();
     const QList<McpCall *> calls = m_calls;

@@ -70,6 +70,7 @@ private:
     void keepErrorOutput(const QByteArray &bytes);
 
     void closeWith(const QString &error);
+    void stopTimers();
     void end(const QString &reason);
 
     McpServer *const q;
@@ -92,6 +93,8 @@ private:
     QPointer<McpToolList> m_list;
     // Takes a burst of announcements for one.
     QTimer m_announcement;
+    // Runs where a subscription has broken off.
+    QTimer m_subscription;
     QList<McpCall *> m_calls;
     // The calls that go on when the session has been opened anew.
     QList<QPointer<McpCall>> m_waiting;
