@@ -20,6 +20,7 @@ private Q_SLOTS:
     void revisionIsFound();
     void answersComeAsStreamsToo();
     void requestsOfTheServerAreAnswered();
+    void answersThatAServerDoesNotTakeAreDropped();
     void announcementsAreListenedTo();
     void modernAnnouncementsAreSubscribedTo();
     void canceledCallClosesItsConnection_data();
@@ -229,6 +230,32 @@ void TestMcpServerHttp::requestsOfTheServerAreAnswered()
     QCOMPARE(answers["result"], (QJsonObject{{"jsonrpc", "2.0"}, {"id", "p"}, {"result", QJsonObject()}}));
     QCOMPARE(answers["error"]["error"].toObject()["code"].toInt(), -32601);
     QCOMPARE(answers["error"]["id"], endpoint.requests("tools/call").first().json["id"]);
+}
+
+void TestMcpServerHttp::answersThatAServerDoesNotTakeAreDropped()
+{
+    const auto pings = [](const QJsonValue &id, int count) {
+        const QByteArray ping =
+            McpEndpoint::event({{"jsonrpc", "2.0"}, {"id", id}, {"method", "ping"}}).repeated(count);
+        return [ping](const LoopbackRequest &request) {
+            const QJsonObject answer = McpEndpoint::answerTo(request, McpEndpoint::contentOf("done"));
+            return LoopbackAnswer::stream({ping, McpEndpoint::event(answer)});
+        };
+    };
+    McpEndpoint endpoint;
+    endpoint.speakLegacy("2025-11-25", oneTool);
+    endpoint.on("tools/call", pings("many", 1000));
+    endpoint.on("tools/call", pings("last", 1));
+    endpoint.on("", [](const LoopbackRequest &) { return LoopbackAnswer::withStatus(202, {}).held(); });
+    McpFixture mcp;
+    QCOMPARE(openEndpoint(mcp, endpoint), QString());
+    QCOMPARE(mcp.result("echo").content, "done");
+    endpoint.server.release();
+    QVERIFY(runUntil([&endpoint] { return endpoint.requests({}).size() == 64; }));
+    runUntilQuiet();
+    QCOMPARE(mcp.result("echo").content, "done");
+    QVERIFY(runUntil([&endpoint] { return endpoint.requests({}).last().json["id"] == "last"; }));
+    QCOMPARE(endpoint.requests({}).size(), 65);
 }
 
 void TestMcpServerHttp::announcementsAreListenedTo()

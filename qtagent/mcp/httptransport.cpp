@@ -20,6 +20,7 @@ namespace {
 
 constexpr int messageTimeLimitMs = 10000;
 constexpr int closingTimeLimitMs = 2000;
+constexpr int maximumUnreadAnswers = 64;
 constexpr int messageBufferSize = 65536;
 // From this revision on the version is told with every request.
 const QLatin1String firstToldVersion("2025-06-18");
@@ -218,10 +219,24 @@ void HttpTransport::sendMessage(const QByteArray &message, const std::function<v
 {
     if (m_isClosing)
         return;
-    QNetworkReply *reply = m_messages.post(postRequest(), message);
-    limitReply(reply, messageTimeLimitMs);
+    const QNetworkReply *reply = postMessage(message);
     if (whenSent)
         connect(reply, &QNetworkReply::finished, this, whenSent, Qt::QueuedConnection);
+}
+
+void HttpTransport::sendAnswer(const QByteArray &message)
+{
+    if (m_isClosing || m_unreadAnswers >= maximumUnreadAnswers)
+        return;
+    ++m_unreadAnswers;
+    connect(postMessage(message), &QNetworkReply::finished, this, [this] { --m_unreadAnswers; });
+}
+
+QNetworkReply *HttpTransport::postMessage(const QByteArray &message)
+{
+    QNetworkReply *reply = m_messages.post(postRequest(), message);
+    limitReply(reply, messageTimeLimitMs);
+    return reply;
 }
 
 void HttpTransport::dropRequest(qint64 id, const QByteArray &cancellation)

@@ -27,6 +27,7 @@ public:
     void open() override;
     void sendRequest(const McpRequest &request) override;
     void sendMessage(const QByteArray &message, const std::function<void()> &whenSent = {}) override;
+    void sendAnswer(const QByteArray &message) override;
     void dropRequest(qint64 id, const QByteArray &cancellation) override;
     bool usesHeaders() const override { return true; }
     void setAgreement(const McpAgreement &agreement) override;
@@ -49,6 +50,7 @@ private:
     QNetworkRequest request() const;
     QNetworkRequest getRequest(const QByteArray &lastEventId) const;
     QNetworkRequest postRequest() const;
+    QNetworkReply *postMessage(const QByteArray &message);
     QNetworkReply *endSession(QNetworkAccessManager *network) const;
     void stopExchanges();
 
@@ -59,6 +61,7 @@ private:
     QHash<qint64, HttpExchange *> m_exchanges;
     QPointer<HttpExchange> m_listener;
     bool m_isClosing = false;
+    int m_unreadAnswers = 0;
     // Six requests run at once to one host. What has to get through while calls wait has a manager of its
     // own.
     QNetworkAccessManager m_calls;

@@ -167,9 +167,9 @@ void McpPeer::take(const RpcMessage &message)
 void McpPeer::takeRequest(const RpcMessage &message)
 {
     if (message.method == QLatin1String("ping"))
-        m_transport->sendMessage(rpcResult(message.id, {}));
+        m_transport->sendAnswer(rpcResult(message.id, {}));
     else
-        m_transport->sendMessage(rpcError(message.id, MethodNotFound, QStringLiteral("Method not found")));
+        m_transport->sendAnswer(rpcError(message.id, MethodNotFound, QStringLiteral("Method not found")));
 }
 
 void McpPeer::takeNotification(const RpcMessage &message)

@@ -44,7 +44,8 @@ class McpServerPrivate;
 ///
 /// Servers of the revisions 2024-11-05 to 2025-11-25, which open with a handshake, and of 2026-07-28 are
 /// understood, over pipes and over streamable HTTP; the older HTTP+SSE transport is not. Only tools are
-/// used. What a server asks of its host is refused, apart from a ping.
+/// used. What a server asks of its host is refused, apart from a ping; where it does not take these answers,
+/// further ones are dropped.
 ///
 /// The results of its tools:
 /// - what the server sends as text is the content; an image or a sound becomes "[image: image/png, 1234

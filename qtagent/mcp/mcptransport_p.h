@@ -62,6 +62,10 @@ public:
     // Sends what needs no answer, and calls @p whenSent, if given, when the server has it.
     virtual void sendMessage(const QByteArray &message, const std::function<void()> &whenSent = {}) = 0;
 
+    // Sends the answer to a request of the server's, unless too many are waiting for the server to take them:
+    // one that asks for ever and never reads would fill the memory.
+    virtual void sendAnswer(const QByteArray &message) = 0;
+
     // Nobody waits for the answer any more. @p cancellation tells the server, where it is not told otherwise.
     virtual void dropRequest(qint64 id, const QByteArray &cancellation) = 0;
 

@@ -9,6 +9,7 @@ namespace QtAgent {
 namespace {
 
 constexpr int maximumLineLength = 16 * 1024 * 1024;
+constexpr int maximumUnreadAnswers = 1024 * 1024;
 constexpr int stageMs = 2000;
 constexpr int groupPollMs = 20;
 constexpr int destructionStageMs = 200;
@@ -66,6 +67,12 @@ void StdioTransport::sendMessage(const QByteArray &message, const std::function<
         m_process.write(message + '\n');
     if (whenSent)
         whenSent();
+}
+
+void StdioTransport::sendAnswer(const QByteArray &message)
+{
+    if (m_process.bytesToWrite() <= maximumUnreadAnswers)
+        sendMessage(message);
 }
 
 void StdioTransport::dropRequest(qint64 /*id*/, const QByteArray &cancellation)

@@ -23,6 +23,7 @@ public:
     void open() override;
     void sendRequest(const McpRequest &request) override;
     void sendMessage(const QByteArray &message, const std::function<void()> &whenSent = {}) override;
+    void sendAnswer(const QByteArray &message) override;
     void dropRequest(qint64 id, const QByteArray &cancellation) override;
     bool usesHeaders() const override { return false; }
     void setAgreement(const McpAgreement &agreement) override;
