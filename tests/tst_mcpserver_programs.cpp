@@ -19,6 +19,7 @@ private Q_SLOTS:
     void programThatEndsFailsItsCalls_data();
     void programThatEndsFailsItsCalls();
     void answersBeforeTheEndCount();
+    void unfinishedLinesAreKept();
     void lineWithoutAnEndEndsTheServer_data();
     void lineWithoutAnEndEndsTheServer();
     void longLineIsRead();
@@ -32,6 +33,7 @@ private Q_SLOTS:
     void startingTwiceOnlyWarns();
     void serverMayBeStartedAgainWhenItEnds();
     void childrenThatOutliveTheProgramAreEnded();
+    void callsDoNotWaitForTheChildrenOfAProgramThatCrashed();
 };
 
 namespace {
@@ -188,6 +190,19 @@ void TestMcpServerPrograms::answersBeforeTheEndCount()
     QCOMPARE(mcp.result("echo").content, "done");
     QVERIFY(runUntil([&mcp] { return mcp.log.size() == 3; }));
     QCOMPARE(mcp.log, (QStringList{"ready", "success done", "ended Program ended with code 0."}));
+}
+
+void TestMcpServerPrograms::unfinishedLinesAreKept()
+{
+    McpFixture mcp;
+    McpScript script = echoScript();
+    script.clear("tools/call")
+        .on("tools/call", {McpScript::error("terminate called"), McpScript::text("Reading the val"),
+                           McpScript::word("crash")});
+    QCOMPARE(mcp.openScript(script), QString());
+    mcp.result("echo");
+    QVERIFY(mcp.server->errorOutput().contains("terminate called"));
+    QVERIFY(mcp.server->errorOutput().contains("Reading the val\n"));
 }
 
 void TestMcpServerPrograms::lineWithoutAnEndEndsTheServer_data()
@@ -387,6 +402,22 @@ void TestMcpServerPrograms::childrenThatOutliveTheProgramAreEnded()
     QVERIFY(runUntil([&mcp] { return mcp.log.size() == 3; }));
     QCOMPARE(mcp.log.last(), "ended Program ended with code 0.");
     QVERIFY(!script.child().isEmpty());
+    QVERIFY(!isProcessRunning(script.child()));
+}
+
+void TestMcpServerPrograms::callsDoNotWaitForTheChildrenOfAProgramThatCrashed()
+{
+    McpFixture mcp;
+    McpScript script = echoScript();
+    script.atBegin({McpScript::word("ignore SIGTERM"), McpScript::word("child")});
+    script.clear("tools/call").on("tools/call", {McpScript::word("crash")});
+    QCOMPARE(mcp.openScript(script), QString());
+    QCOMPARE(mcp.result("echo").error, "MCP server ended. Program crashed.");
+    QVERIFY(!mcp.server->isReady());
+    QCOMPARE(mcp.result("echo").error, "Server is not ready.");
+    QVERIFY(runUntil([&mcp] { return mcp.log.size() == 4; }));
+    QCOMPARE(mcp.log, (QStringList{"ready", "failure MCP server ended. Program crashed.",
+                                   "failure Server is not ready.", "ended Program crashed."}));
     QVERIFY(!isProcessRunning(script.child()));
 }
 

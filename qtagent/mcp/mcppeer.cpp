@@ -64,6 +64,7 @@ McpPeer::McpPeer(McpTransport *transport, QObject *parent)
     connect(transport, &McpTransport::received, this, &McpPeer::take);
     connect(transport, &McpTransport::failed, this, &McpPeer::answer);
     connect(transport, &McpTransport::errorOutput, this, &McpPeer::errorOutput);
+    connect(transport, &McpTransport::ending, this, &McpPeer::fail);
     connect(transport, &McpTransport::closed, this, &McpPeer::end);
     m_deadlineTimer.setSingleShot(true);
     connect(&m_deadlineTimer, &QTimer::timeout, this, &McpPeer::expire);
@@ -268,13 +269,18 @@ void McpPeer::failAll(const QString &reason)
     }
 }
 
+void McpPeer::fail(const QString &error)
+{
+    m_isClosing = true;
+    failAll(error);
+}
+
 void McpPeer::end(const QString &error)
 {
     const QPointer<McpPeer> self(this);
     // It may die with a call. NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
     const QString reason = error;
-    m_isClosing = true;
-    failAll(reason);
+    fail(reason);
     if (self)
         Q_EMIT closed(reason);
 }

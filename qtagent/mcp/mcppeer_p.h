@@ -84,6 +84,7 @@ private:
     void expire();
     QList<qint64> pendingIds() const;
     void failAll(const QString &reason);
+    void fail(const QString &error);
     void end(const QString &error);
     QJsonObject withMeta(QJsonObject params, qint64 id, bool invitesProgress) const;
 

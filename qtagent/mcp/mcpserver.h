@@ -105,7 +105,8 @@ public:
     /// Where a server runs already, this does nothing but warn.
     void connectTo(const QUrl &url, const QMap<QByteArray, QByteArray> &headers = {});
 
-    /// Returns whether calls are possible: from ready() until stop() or ended().
+    /// Returns whether calls are possible: from ready() until stop(), or until the server's end. Calls fail
+    /// at once where a program ends; ended() follows when what it has started is over, too.
     bool isReady() const;
 
     /// Returns what the server offers, under its own names, and with the permissions of this moment: to ask

@@ -276,6 +276,8 @@ void McpServerPrivate::listen()
 // The request is open for as long as the server keeps it.
 void McpServerPrivate::subscribe()
 {
+    if (!isReady())
+        return;
     McpPeer::Expectation expectation;
     expectation.context = m_peer;
     expectation.onAnswer = [this](const McpAnswer &answer) {

@@ -84,6 +84,8 @@ Q_SIGNALS:
     void received(const MireloQtLib::QtAgent::RpcMessage &message);
     void failed(qint64 id, const MireloQtLib::QtAgent::McpAnswer &answer);
     void errorOutput(const QByteArray &bytes);
+    // Nothing will be received any more, and closed() follows when what the server has left is ended.
+    void ending(const QString &error);
     // Emitted once, the last signal.
     void closed(const QString &error);
 };

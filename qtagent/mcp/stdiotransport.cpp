@@ -125,6 +125,8 @@ void StdioTransport::reportEnd(int exitCode, QProcess::ExitStatus status)
 {
     const QPointer<StdioTransport> self(this);
     read();
+    if (self && !m_lines.remainder().isEmpty())
+        Q_EMIT errorOutput(m_lines.remainder() + '\n');
     if (!self)
         return;
     if (status == QProcess::CrashExit)
@@ -136,8 +138,13 @@ void StdioTransport::reportEnd(int exitCode, QProcess::ExitStatus status)
 // The program has ended; what it has started gets as much time as it had itself.
 void StdioTransport::endGroup(const QString &reason)
 {
-    if (m_stage == Stage::Running)
+    const QPointer<StdioTransport> self(this);
+    if (m_stage == Stage::Running) {
         m_reason = reason;
+        Q_EMIT ending(reason);
+    }
+    if (!self)
+        return;
     if (!m_process.hasGroup()) {
         enter(Stage::Over);
         return;
