@@ -2,9 +2,77 @@
 
 #include <qtagent/widgets/graphpicture_p.h>
 
+#include <QRandomGenerator>
 #include <QtTest>
 
 using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+StateGraph withEdgesOfTheEnd(const QMap<QString, QString> &more)
+{
+    StateGraph graph;
+    Pictured::addNodes(&graph, {"a", "log"});
+    graph.addEdge(StartNode, "a");
+    graph.addEdge("a", EndNode);
+    for (auto edge = more.cbegin(); edge != more.cend(); ++edge)
+        graph.addEdge(edge.key(), edge.value());
+    return graph;
+}
+
+// Anything may lead anywhere: loops, edges of the end, names that no node has, and nodes named like the
+// start and the end.
+StateGraph randomGraph(quint32 seed)
+{
+    QRandomGenerator random(seed);
+    QStringList names{StartNode, EndNode, "ghost"};
+    const int size = random.bounded(12);
+    for (int i = 0; i < size; ++i)
+        names.append(QString("node %1").arg(i));
+    const auto any = [&] { return names.at(random.bounded(int(names.size()))); };
+    StateGraph graph;
+    Pictured::addNodes(&graph, names.mid(random.bounded(4)));
+    const int count = random.bounded(2 * int(names.size()));
+    for (int i = 0; i < count; ++i) {
+        QMap<QString, QString> routes;
+        for (int route = random.bounded(5); route > 0; --route)
+            routes.insert(QString(1 + random.bounded(30), 'k'), any());
+        if (random.bounded(3) == 0)
+            Pictured::addRoutes(&graph, any(), {}, routes);
+        else
+            graph.addEdge(any(), any());
+        graph.addInterruptBefore(any());
+    }
+    return graph;
+}
+
+// Boxes and texts that are not where they can be read, in words.
+QString faultIn(const GraphLayout &layout)
+{
+    QVector<QRectF> areas;
+    for (const GraphBox &box : layout.boxes)
+        areas.append(box.rect);
+    for (const GraphArrow &arrow : layout.arrows) {
+        if (arrow.isRoute)
+            areas.append(arrow.labelRect);
+        const QRectF line = arrow.line.boundingRect();
+        if (!layout.bounds.contains(line.topLeft()) || !layout.bounds.contains(line.bottomRight()))
+            return QString("a line is outside");
+    }
+    for (int i = 0; i < areas.size(); ++i) {
+        if (!areas.at(i).isValid() || !layout.bounds.contains(areas.at(i)))
+            return QString("%1 has no place").arg(i);
+        for (int j = 0; j < i; ++j) {
+            if (areas.at(i).intersects(areas.at(j)))
+                return QString("%1 and %2 overlap").arg(i).arg(j);
+        }
+    }
+    return {};
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(MireloQtLib::QtAgent::StateGraph)
 
 // Where the parts of a graph's picture are placed, and in which colours.
 class TestGraphLayout : public QObject
@@ -14,6 +82,7 @@ class TestGraphLayout : public QObject
 private Q_SLOTS:
     void nothingOverlaps_data();
     void nothingOverlaps();
+    void nothingOverlapsWhateverTheGraph();
     void nodesAreBelowThoseThatLeadToThem();
     void arrowThatClosesACircleLeadsUp();
     void everyNodeAndArrowIsDrawn();
@@ -25,27 +94,32 @@ private Q_SLOTS:
 
 void TestGraphLayout::nothingOverlaps_data()
 {
-    QTest::addColumn<QString>("name");
-    for (const QString &name : Pictured::all().keys())
-        QTest::newRow(qPrintable(name)) << name;
+    QTest::addColumn<StateGraph>("graph");
+    const QMap<QString, StateGraph> graphs = Pictured::all();
+    for (auto graph = graphs.cbegin(); graph != graphs.cend(); ++graph)
+        QTest::newRow(qPrintable(graph.key())) << *graph;
+    QTest::newRow("edge of the end") << withEdgesOfTheEnd({{EndNode, "log"}});
+    QTest::newRow("edge of the end and back") << withEdgesOfTheEnd({{EndNode, "log"}, {"log", EndNode}});
+    QTest::newRow("edge of the end to what is below") << withEdgesOfTheEnd({{EndNode, "z"}, {"log", "z"}});
+    QTest::newRow("edge of the end to the start") << withEdgesOfTheEnd({{EndNode, StartNode}});
+    QTest::newRow("edge of the end to itself") << withEdgesOfTheEnd({{EndNode, EndNode}});
+    StateGraph routed = withEdgesOfTheEnd({});
+    Pictured::addRoutes(&routed, EndNode, {}, {{"one", "log"}, {"two", "log"}, {"three", EndNode}});
+    QTest::newRow("routes of the end") << routed;
 }
 
 void TestGraphLayout::nothingOverlaps()
 {
-    QFETCH(QString, name);
-    const GraphLayout layout = layoutOf(Pictured::all()[name]);
-    QVector<QRectF> areas;
-    for (const GraphBox &box : layout.boxes)
-        areas.append(box.rect);
-    for (const GraphArrow &arrow : layout.arrows) {
-        if (arrow.isRoute)
-            areas.append(arrow.labelRect);
-    }
-    for (int i = 0; i < areas.size(); ++i) {
-        QVERIFY(areas.at(i).isValid());
-        QVERIFY(layout.bounds.contains(areas.at(i)));
-        for (int j = 0; j < i; ++j)
-            QVERIFY2(!areas.at(i).intersects(areas.at(j)), qPrintable(QString("%1 and %2").arg(i).arg(j)));
+    QFETCH(StateGraph, graph);
+    QCOMPARE(faultIn(layoutOf(graph)), QString());
+}
+
+void TestGraphLayout::nothingOverlapsWhateverTheGraph()
+{
+    constexpr quint32 graphCount = 1000;
+    for (quint32 seed = 0; seed < graphCount; ++seed) {
+        const QString fault = faultIn(layoutOf(randomGraph(seed)));
+        QVERIFY2(fault.isEmpty(), qPrintable(QString("seed %1: %2").arg(QString::number(seed), fault)));
     }
 }
 

@@ -159,10 +159,12 @@ GraphLayout Layouter::layout()
     return m_result;
 }
 
-// Arrows that close a circle lead up, the others down.
+// Arrows that close a circle lead up, and those from the end, the others down.
 void Layouter::findLayers()
 {
     m_isBack.fill(false, m_result.arrows.size());
+    for (int arrow : qAsConst(m_outgoing.last()))
+        m_isBack[arrow] = true;
     m_boxLayers.fill(-1, m_result.boxes.size());
     for (int box = 0; box < m_result.boxes.size(); ++box)
         visit(box);
@@ -175,6 +177,11 @@ void Layouter::findLayers()
         }
     }
     m_boxLayers.last() = *std::max_element(m_boxLayers.cbegin(), m_boxLayers.cend());
+    for (int arrow : qAsConst(m_outgoing.last())) {
+        const GraphArrow &drawn = m_result.arrows.at(arrow);
+        if (drawn.to != drawn.from)
+            m_boxLayers.last() = qMax(m_boxLayers.last(), m_boxLayers.at(drawn.to) + 2);
+    }
 }
 
 // Walks from @p root in depth, without recursion, for a graph may be one long chain.
@@ -204,6 +211,8 @@ void Layouter::visit(int root)
         }
         const int arrow = m_outgoing.at(place.box).at(place.next++);
         const int target = m_result.arrows.at(arrow).to;
+        if (m_isBack.at(arrow))
+            continue;
         m_isBack[arrow] = m_boxLayers.at(target) == Open;
         if (m_boxLayers.at(target) == Unseen)
             enter(target);
