@@ -1,13 +1,54 @@
 #include "claimedthread_p.h"
 
 #include <QDateTime>
+#include <QJsonArray>
+#include <QMap>
 
+#include <algorithm>
 #include <utility>
 
 namespace MireloQtLib {
 namespace QtAgent {
 
 using Claim = CheckpointStorage::Claim;
+
+namespace {
+
+QMap<QString, QJsonValue> entriesOf(const QJsonObject &object)
+{
+    QMap<QString, QJsonValue> entries;
+    for (auto it = object.begin(); it != object.end(); ++it)
+        entries.insert(it.key(), it.value());
+    return entries;
+}
+
+// With Qt 5 keys may come back from JSON in another order, and large numbers as another kind, and the objects
+// then count as different ones.
+bool isSame(const QJsonValue &left, const QJsonValue &right)
+{
+    if (left.isDouble() && right.isDouble())
+        return left.toDouble() == right.toDouble();
+    if (left.isArray() && right.isArray()) {
+        const QJsonArray array = left.toArray();
+        const QJsonArray other = right.toArray();
+        return std::equal(array.begin(), array.end(), other.begin(), other.end(), isSame);
+    }
+    if (!left.isObject() || !right.isObject())
+        return left == right;
+    const QMap<QString, QJsonValue> entries = entriesOf(left.toObject());
+    const QMap<QString, QJsonValue> others = entriesOf(right.toObject());
+    return entries.keys() == others.keys()
+        && std::equal(entries.cbegin(), entries.cend(), others.cbegin(), isSame);
+}
+
+bool isSameCheckpoint(const Checkpoint &left, const Checkpoint &right)
+{
+    return left.threadId == right.threadId && left.next == right.next && left.interrupted == right.interrupted
+        && left.attempt == right.attempt && left.fingerprint == right.fingerprint
+        && isSame(left.state, right.state);
+}
+
+} // namespace
 
 ClaimedThread::ClaimedThread(CheckpointStorage *storage, QString id, QString owner, qint64 leaseMs)
     : m_storage(id.isEmpty() ? nullptr : storage)
@@ -48,25 +89,30 @@ Claim ClaimedThread::ask(QString *error)
 
 QString ClaimedThread::read(Checkpoint *checkpoint)
 {
-    QString error = load(checkpoint);
+    QString error;
+    if (m_storage && !load(checkpoint, &error))
+        return notRead(error);
     m_stored = *checkpoint;
-    return error;
+    return {};
 }
 
-QString ClaimedThread::load(Checkpoint *checkpoint) const
+bool ClaimedThread::load(Checkpoint *checkpoint, QString *error) const
 {
-    if (!m_storage)
-        return {};
-    QString error;
-    if (const auto thrown = thrownBy([&] { *checkpoint = m_storage->load(m_id, &error); }))
-        return notRead(*thrown);
-    return error.isEmpty() ? QString() : notRead(error);
+    const auto thrown = thrownBy([&] { *checkpoint = m_storage->load(m_id, error); });
+    if (thrown)
+        *error = *thrown;
+    return !thrown && error->isEmpty();
 }
 
 QString ClaimedThread::save(const Checkpoint &checkpoint)
 {
     if (!m_storage)
         return {};
+    if (m_isInDoubt) {
+        const QString doubt = settleDoubt();
+        if (!doubt.isEmpty() || !m_isClaimed)
+            return doubt;
+    }
     QString error;
     bool isSaved = false;
     if (const auto thrown = thrownBy([&] { isSaved = m_storage->save(checkpoint, m_owner, &error); }))
@@ -75,9 +121,18 @@ QString ClaimedThread::save(const Checkpoint &checkpoint)
     if (!isSaved && m_isClaimed && isLost())
         return takenOver();
     if (!isSaved)
-        return QStringLiteral("Checkpoint of thread '%1' not saved: %2").arg(m_id, error);
+        return notSaved(error);
     m_stored = checkpoint;
     return {};
+}
+
+// While it is not known what the storage holds, nothing is laid over it.
+QString ClaimedThread::settleDoubt()
+{
+    QString error;
+    if (!stands(&error))
+        return takenOver();
+    return m_isInDoubt ? notSaved(error) : QString();
 }
 
 QString ClaimedThread::renew()
@@ -91,17 +146,18 @@ bool ClaimedThread::isLost()
     const bool hasExpired = QDateTime::currentMSecsSinceEpoch() - m_claimedAtMs > m_leaseMs;
     QString error;
     const Claim claim = ask(&error);
-    return claim == Claim::Held || (claim == Claim::Granted && hasExpired && !stands());
+    if (claim != Claim::Granted)
+        return claim == Claim::Held;
+    m_isInDoubt = m_isInDoubt || hasExpired;
+    return m_isInDoubt && !stands(&error);
 }
 
-// Whether the storage still holds what this run put there. A storage that cannot tell is believed.
-bool ClaimedThread::stands() const
+// Whether the storage still holds what this run put there. As long as it cannot tell, the doubt remains.
+bool ClaimedThread::stands(QString *error)
 {
     Checkpoint checkpoint;
-    if (!load(&checkpoint).isEmpty())
-        return true;
-    checkpoint.savedAtMs = m_stored.savedAtMs;
-    return checkpoint == m_stored;
+    m_isInDoubt = !load(&checkpoint, error);
+    return m_isInDoubt || isSameCheckpoint(checkpoint, m_stored);
 }
 
 void ClaimedThread::release()
@@ -118,6 +174,11 @@ QString ClaimedThread::takenOver() const
 QString ClaimedThread::notRead(const QString &error) const
 {
     return QStringLiteral("Checkpoint of thread '%1' not read: %2").arg(m_id, error);
+}
+
+QString ClaimedThread::notSaved(const QString &error) const
+{
+    return QStringLiteral("Checkpoint of thread '%1' not saved: %2").arg(m_id, error);
 }
 
 } // namespace QtAgent

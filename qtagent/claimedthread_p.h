@@ -57,11 +57,13 @@ public:
 
 private:
     CheckpointStorage::Claim ask(QString *error);
-    QString load(Checkpoint *checkpoint) const;
+    bool load(Checkpoint *checkpoint, QString *error) const;
     bool isLost();
-    bool stands() const;
+    bool stands(QString *error);
+    QString settleDoubt();
     QString takenOver() const;
     QString notRead(const QString &error) const;
+    QString notSaved(const QString &error) const;
 
     Q_DISABLE_COPY(ClaimedThread)
 
@@ -70,6 +72,7 @@ private:
     const QString m_owner;
     const qint64 m_leaseMs;
     bool m_isClaimed = false;
+    bool m_isInDoubt = false; // whether somebody else had the thread before it was claimed again
     qint64 m_claimedAtMs = 0;
     Checkpoint m_stored; // as far as this run knows
 };

@@ -1,6 +1,7 @@
 #include "support/storedfixture.h"
 
 #include <QElapsedTimer>
+#include <QJsonArray>
 #include <QtTest>
 
 #include <stdexcept>
@@ -30,13 +31,19 @@ void blockForLongerThan(int milliseconds)
 /// A run whose node a is left to the test and whose claim is renewed all the time.
 struct RenewingFixture : public StoredFixture
 {
-    RenewingFixture()
+    explicit RenewingFixture(const QJsonObject &state = {})
     {
         run->setAsyncNode("a", keepsIn(&task));
         run->setLease(shortLeaseMs);
-        start({}, "t");
+        start(state, "t");
         logCancel(task, &log);
         log.clear();
+    }
+
+    void claimExpires()
+    {
+        storage.nowMs += 100;
+        blockForLongerThan(shortLeaseMs);
     }
 
     /// Runs the event loop until the claim was renewed twice, or the run is over.
@@ -81,7 +88,9 @@ private Q_SLOTS:
     void nodeThatBlocksForTooLongIsRefused();
     void threadThatWasRunAndGivenBackMeanwhileIsNoLongerOurs_data();
     void threadThatWasRunAndGivenBackMeanwhileIsNoLongerOurs();
+    void expiredClaimThatNobodyTookGoesOn_data();
     void expiredClaimThatNobodyTookGoesOn();
+    void whatCannotBeReadAgainIsNotWrittenOver();
 
     void storageMayDoAnything_data();
     void storageMayDoAnything();
@@ -368,12 +377,29 @@ void TestGraphRunStorage::threadThatWasRunAndGivenBackMeanwhileIsNoLongerOurs()
     QVERIFY(f.storage.claims.isEmpty());
 }
 
+void TestGraphRunStorage::expiredClaimThatNobodyTookGoesOn_data()
+{
+    constexpr double large = 9007199254740994; // beyond 2^53
+    QTest::addColumn<QJsonObject>("state");
+    QTest::newRow("no state") << QJsonObject();
+    QTest::newRow("keys in any order")
+        << QJsonObject{{"\U0001f600", 1},
+                       {"（泵）", 2},
+                       {"\uffee", QJsonObject{{"\U0001f600", 1}, {"（泵）", 2}}},
+                       {"a", 3}};
+    QTest::newRow("numbers") << QJsonObject{{"large", large},
+                                            {"list", QJsonArray{large, 1e300, 0.1, -3, true, QJsonValue()}}};
+}
+
+// What the storage reads has come back from JSON.
 void TestGraphRunStorage::expiredClaimThatNobodyTookGoesOn()
 {
-    RenewingFixture f;
+    QFETCH(QJsonObject, state);
+    RenewingFixture f(state);
+    Checkpoint &stored = f.storage.checkpoints["t"];
+    stored.state = QJsonDocument::fromJson(QJsonDocument(stored.state).toJson()).object();
     for (int i = 0; i < 3; ++i) {
-        f.storage.nowMs += 100;
-        blockForLongerThan(shortLeaseMs);
+        f.claimExpires();
         f.waitForRenewals();
         QVERIFY(f.run->isRunning());
     }
@@ -381,6 +407,26 @@ void TestGraphRunStorage::expiredClaimThatNobodyTookGoesOn()
     f.task->finish({});
     f.waitForEnd();
     QCOMPARE(f.log.last(), "finished");
+}
+
+// Somebody else ran the thread while the claim had expired, and the storage does not tell.
+void TestGraphRunStorage::whatCannotBeReadAgainIsNotWrittenOver()
+{
+    RenewingFixture f;
+    f.storage.checkpoints["t"].next = EndNode;
+    f.storage.onCall = [&f](const QString &line) {
+        if (line.startsWith("load"))
+            f.storage.failAt("load", 1, "no connection");
+    };
+    f.claimExpires();
+    f.waitForRenewals();
+    QVERIFY(f.run->isRunning());
+    const int calls = int(f.storage.log.size());
+    f.task->finish({{"a", "late"}});
+    f.waitForEnd();
+    QCOMPARE(f.run->result().error, "Checkpoint of thread 't' not saved: no connection");
+    QCOMPARE(f.stored(), "__end__ 1 {}");
+    QCOMPARE(QStringList(f.storage.log.mid(calls)).filter("save"), QStringList());
 }
 
 void TestGraphRunStorage::storageMayDoAnything_data()
