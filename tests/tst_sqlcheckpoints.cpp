@@ -100,6 +100,7 @@ private Q_SLOTS:
     void stateThatSomebodySpoiltIsAnError();
     void tablesOfANewerVersionAreLeftAlone();
     void runIsResumedByAnotherObject();
+    void runWhoseClaimNobodyTookGoesOn();
 
 private:
     QSqlDatabase connect(const QString &name);
@@ -469,6 +470,30 @@ void TestSqlCheckpoints::runIsResumedByAnotherObject()
     second.resume("t");
     QCOMPARE(second.log, QStringList({"started b", "step b", "finished"}));
     QCOMPARE(second.run->result().state, QJsonObject({{"input", 1}, {"a", 1}, {"attempt", 2}}));
+}
+
+// The claim expires again and again, and what the run finds then has been in JSON.
+void TestSqlCheckpoints::runWhoseClaimNobodyTookGoesOn()
+{
+    const QJsonObject state{{"\U0001f600", 1}, {"（泵）", 2}, {"\uffee", 9007199254740994.0}, {"a", 0.1}};
+    GraphFixture fixture;
+    QPointer<GraphTask> task;
+    fixture.run->setAsyncNode("b", keepsIn(&task));
+    fixture.run->setCheckpoints(m_storage.get());
+    fixture.run->setLease(1);
+    fixture.run->start(state, "t");
+    QVERIFY(runUntil([&] { return task || !fixture.run->isRunning(); }));
+    const auto heldUntil = [this] { return run("SELECT held_until FROM qtagent_checkpoints"); };
+    for (int i = 0; i < 3 && fixture.run->isRunning(); ++i) {
+        const QStringList before = heldUntil();
+        QThread::msleep(2); // the lease
+        QVERIFY(runUntil([&] { return heldUntil() != before; }));
+    }
+    QCOMPARE(fixture.run->result().error, "");
+    task->finish({});
+    fixture.waitForEnd();
+    QCOMPARE(fixture.run->result().error, "");
+    QCOMPARE(m_storage->load("t", nullptr).next, "__end__");
 }
 
 QTEST_GUILESS_MAIN(TestSqlCheckpoints)

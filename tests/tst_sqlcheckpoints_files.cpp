@@ -39,6 +39,7 @@ private Q_SLOTS:
     void fileThatIsNoneOfOursIsLeftAsItIs_data();
     void fileThatIsNoneOfOursIsLeftAsItIs();
     void newerFileIsLeftAsItIs();
+    void lockedFileIsAnError_data();
     void lockedFileIsAnError();
     void damageIsAnError();
     void fullDiskEndsTheRunAtTheLastGoodCheckpoint();
@@ -149,11 +150,23 @@ void TestSqlCheckpointsFiles::newerFileIsLeftAsItIs()
     QCOMPARE(error, "The checkpoints were written by a newer version of the program.");
 }
 
+void TestSqlCheckpointsFiles::lockedFileIsAnError_data()
+{
+    QTest::addColumn<bool>("isOwn");
+    QTest::newRow("file") << true;
+    QTest::newRow("connection") << false;
+}
+
 void TestSqlCheckpointsFiles::lockedFileIsAnError()
 {
+    QFETCH(bool, isOwn);
     const QString locked = "The database is locked by another program.";
-    const auto checkpoints = SqlCheckpoints::openSqlite(path());
+    const SqliteFile mine(path());
+    const auto checkpoints =
+        isOwn ? SqlCheckpoints::openSqlite(path()) : std::make_unique<SqlCheckpoints>(mine.database());
     QVERIFY(save(checkpoints.get()));
+    if (!isOwn) // else each call would wait twice, 5 seconds the second time
+        QCOMPARE(mine.run("PRAGMA busy_timeout"), QStringList("0"));
     const SqliteFile other(path());
     other.run("BEGIN IMMEDIATE");
     QString error;
@@ -177,15 +190,29 @@ void TestSqlCheckpointsFiles::damageIsAnError()
         }
     }
     QFile file(path());
-    constexpr int pageSize = 4096;
-    QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(3 * pageSize));
-    file.write(QByteArray(int(file.size()) - 3 * pageSize, '\x5a'));
+    const qint64 whole = file.size() / 4 * 3; // where the first threads are
+    QVERIFY(file.open(QIODevice::ReadWrite) && file.seek(whole));
+    file.write(QByteArray(int(file.size() - whole), '\x5a'));
     file.close();
-    const auto checkpoints = SqlCheckpoints::openSqlite(path());
+    const auto before = filesIn(m_folder->path()).value("checkpoints.sqlite");
+    auto checkpoints = SqlCheckpoints::openSqlite(path());
     QVERIFY(checkpoints);
     QString error;
     QVERIFY(checkpoints->threads(&error).isEmpty());
-    QVERIFY2(error.startsWith("The database is damaged: "), qPrintable(error));
+    const QString damaged = error;
+    QVERIFY2(damaged.startsWith("The database is damaged: "), qPrintable(damaged));
+
+    QCOMPARE(checkpoints->claim("thread 0", "me", longMs, &error), Claim::Failed);
+    QCOMPARE(error, damaged);
+    QVERIFY(!checkpoints->save(checkpointOf("thread 0"), "me", &error));
+    QCOMPARE(error, damaged);
+    checkpoints->release("thread 0", "me");
+    QVERIFY(!checkpoints->remove("thread 0", &error));
+    QCOMPARE(error, damaged);
+    QCOMPARE(checkpoints->load("thread 0", &error).threadId, "");
+    QCOMPARE(error, damaged);
+    checkpoints.reset();
+    QVERIFY(filesIn(m_folder->path()).value("checkpoints.sqlite") == before);
 }
 
 void TestSqlCheckpointsFiles::fullDiskEndsTheRunAtTheLastGoodCheckpoint()

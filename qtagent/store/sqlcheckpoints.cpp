@@ -177,6 +177,7 @@ public:
     QString errorText() const { return m_refusal.isEmpty() ? m_connection->errorText() : m_refusal; }
 
 private:
+    bool findVersion();
     bool readVersion();
     bool makeTables();
     bool writeAhead();
@@ -195,18 +196,29 @@ bool SqlCheckpoints::Tables::refuse(const QString &reason)
     return false;
 }
 
-// Begins every call. A database of a newer version is left alone.
+// Begins every call. A database of a newer version is left alone, and so is one in which an earlier call came
+// upon damage: its error stands.
 bool SqlCheckpoints::Tables::prepare()
 {
     m_refusal.clear();
+    if (m_connection->foundDamage())
+        return false;
     if (!m_connection->database().isOpen())
         return refuse(QStringLiteral("The connection to the database is not open."));
     const bool isNew = m_version == 0;
-    if (isNew && !readVersion() && !(makeTables() && readVersion()))
+    if (isNew && !findVersion())
         return false;
     if (m_version > schemaVersion)
         return refuse(QStringLiteral("The checkpoints were written by a newer version of the program."));
     return !isNew || writeAhead();
+}
+
+// Who waits for locks is the connection itself, in run().
+bool SqlCheckpoints::Tables::findVersion()
+{
+    if (m_connection->isSqlite() && !m_connection->run(QLatin1String("PRAGMA busy_timeout = 0")))
+        return false;
+    return readVersion() || (!m_connection->foundDamage() && makeTables() && readVersion());
 }
 
 bool SqlCheckpoints::Tables::readVersion()

@@ -43,7 +43,8 @@ class SqlConnection;
 /// The tables are "qtagent_checkpoints" and "qtagent_schema". They are made at first use, where they are
 /// missing. Thread ids, names of nodes and states are never part of a statement. All of them may be any
 /// text; how long a thread id may be, is the engine's to say. Texts of the engine are told with "The database
-/// cannot be used: %1", a file's damage with "The database is damaged: %1". Other errors are
+/// cannot be used: %1", a file's damage with "The database is damaged: %1", and again by every later call,
+/// none of which touches the file. Other errors are
 /// - "The database is locked by another program.", after a second,
 /// - "The checkpoints were written by a newer version of the program.",
 /// - "The thread is not claimed by this owner.", from save(),
@@ -73,7 +74,8 @@ public:
 
     /// Uses @p database, which is open, to SQLite or to PostgreSQL, and in no transaction. It must be neither
     /// closed nor removed during the object's life. A database of SQLite is set to WAL and synchronous
-    /// NORMAL. Nothing is done before the first call.
+    /// NORMAL, and the connection's own time-out for locks to 0, for the object waits itself: other
+    /// statements on the connection then do not wait. Nothing is done before the first call.
     explicit SqlCheckpoints(const QSqlDatabase &database);
     ~SqlCheckpoints() override;
 

@@ -48,6 +48,9 @@ public:
     /// Returns why the last statement failed, in words.
     QString errorText() const;
 
+    /// Whether the last statement failed because SQLite calls the file no database, or malformed.
+    bool foundDamage() const;
+
 protected:
     SqlConnection() = default;
 
@@ -57,9 +60,6 @@ protected:
 
     const QSqlError &error() const { return m_error; }
     void setError(const QSqlError &error) { m_error = error; }
-
-    /// Whether SQLite calls the file no database, or malformed.
-    bool foundDamage() const;
 
 private:
     bool runOnce(const QString &sql, const QVariantList &values, const RowFunction &row);

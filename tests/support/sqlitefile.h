@@ -27,10 +27,12 @@ public:
 
     Q_DISABLE_COPY(SqliteFile)
 
+    QSqlDatabase database() const { return QSqlDatabase::database(m_name); }
+
     /// Runs one statement and returns the first column of its result, or why it failed.
     QStringList run(const QString &sql) const
     {
-        QSqlQuery query(QSqlDatabase::database(m_name));
+        QSqlQuery query(database());
         if (!query.exec(sql))
             return {query.lastError().text()};
         QStringList values;
