@@ -1,12 +1,14 @@
-// Placing and drawing a graph of 100 nodes, about half of which have three routes each; and the next picture
-// when a step is done.
+// Placing and drawing a graph of 100 nodes, about half of which have three routes each; the next picture when
+// a step is done; and a loop of many steps that is followed, beside one that is not.
 
+#include <qtagent/graphrun.h>
 #include <qtagent/widgets/graphview.h>
 #include <tests/support/pictured.h>
 
 #include <benchmark/benchmark.h>
 
 #include <QApplication>
+#include <QEventLoop>
 #include <QImage>
 #include <QPainter>
 
@@ -47,6 +49,38 @@ void drawNextStep(benchmark::State &state)
     }
 }
 
+StateGraph loopOf(int steps)
+{
+    StateGraph graph;
+    Pictured::addNodes(&graph, {"turn"});
+    graph.addEdge(StartNode, "turn");
+    graph.addEdge("turn", "turn");
+    graph.maxSteps = steps;
+    return graph;
+}
+
+void runLoop(benchmark::State &state)
+{
+    const bool isFollowed = state.range(1) != 0;
+    GraphRun run(loopOf(int(state.range(0))));
+    GraphView view;
+    view.follow(isFollowed ? &run : nullptr);
+    QEventLoop loop;
+    QObject::connect(&run, &GraphRun::finished, &loop, &QEventLoop::quit);
+    for ([[maybe_unused]] auto iteration : state) {
+        run.start({});
+        loop.exec();
+    }
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
+BENCHMARK(runLoop)
+    ->ArgNames({"steps", "followed"})
+    ->Args({500, 0})
+    ->Args({500, 1})
+    ->Args({2000, 0})
+    ->Args({2000, 1})
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(placeAndDraw)->Arg(40)->Arg(100)->Unit(benchmark::kMillisecond);
 BENCHMARK(drawNextStep)->Arg(40)->Arg(100)->Unit(benchmark::kMillisecond);
 

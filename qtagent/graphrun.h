@@ -55,6 +55,7 @@ public:
 
     /// Returns how often the node was begun, this time included: 1, and more where an earlier attempt failed,
     /// was canceled or died with its program. What a node does in the world may then have been done before.
+    /// A run that ended just before the node, at the limit of steps or canceled, counts as an attempt, too.
     qint32 attempt() const;
 
     /// Returns whether the task has neither ended nor been canceled.
@@ -236,7 +237,9 @@ public:
     /// Returns whether a run was started and has not told its end.
     bool isRunning() const;
 
-    /// Returns what was reached: by the run in flight, or by the last one, also where that was canceled.
+    /// Returns what was reached: by the run in flight, or by the last one, also where that was canceled. To
+    /// keep a result while the run goes on makes the run copy its steps, so collect them from stepFinished()
+    /// where there may be thousands.
     GraphRunResult result() const;
 
 public Q_SLOTS:

@@ -528,40 +528,43 @@
 <context>
     <name>MireloQtLib::QtAgent::GraphView</name>
     <message>
-        <source>未运行</source>
-        <translation>not run</translation>
-    </message>
-    <message>
-        <source>已运行 %1 次</source>
-        <translation>has run, times: %1</translation>
-    </message>
-    <message>
-        <source>正在运行</source>
-        <translation>running</translation>
-    </message>
-    <message>
-        <source>等待继续</source>
-        <translation>waiting to go on</translation>
-    </message>
-    <message>
-        <source>出错</source>
-        <translation>failed</translation>
-    </message>
-    <message>
         <source>%1：%2</source>
         <translation>%1: %2</translation>
     </message>
     <message>
         <source>运行前暂停</source>
-        <translation>runs stop before it</translation>
+        <translation>stops before it runs</translation>
     </message>
     <message>
         <source>；</source>
         <translation>; </translation>
     </message>
     <message>
+        <source>未运行</source>
+        <translation>has not run</translation>
+    </message>
+    <message numerus="yes">
+        <source>已运行 %n 次</source>
+        <translation>
+            <numerusform>ran %n time</numerusform>
+            <numerusform>ran %n times</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>正在运行</source>
+        <translation>is running</translation>
+    </message>
+    <message>
+        <source>等待继续</source>
+        <translation>waits to go on</translation>
+    </message>
+    <message>
+        <source>出错</source>
+        <translation>failed</translation>
+    </message>
+    <message>
         <source>流程图</source>
-        <translation>Graph</translation>
+        <translation>Flow chart</translation>
     </message>
 </context>
 <context>

@@ -202,26 +202,49 @@ QColor GraphColors::tint(const QColor &mark) const
     return mixed(ground, mark, share);
 }
 
+// The problems that StateGraph::problems() tells of a node.
+static QStringList problemsOf(const QString &node, const QStringList &problems)
+{
+    const char *const texts[] = {"'%1' is no name for a node.",  "Missing graph node: %1",
+                                 "No edge from node '%1'.",      "No route from node '%1'.",
+                                 "Edge from unknown node '%1'.", "Interrupt before unknown node '%1'.",
+                                 "Node '%1' is never reached."};
+    QStringList found;
+    for (const char *const text : texts) {
+        const QString problem = QString::fromLatin1(text).arg(node);
+        if (problems.contains(problem))
+            found.append(problem);
+    }
+    return found;
+}
+
 void GraphPicture::setGraph(const StateGraph &graph)
 {
     layout = layoutOf(graph);
     problems = graph.problems();
-    marks.fill(GraphMark::None, layout.boxes.size());
-    runs.fill(0, layout.boxes.size());
-    taken.clear();
+    m_problemsOf.clear();
+    for (const GraphBox &box : qAsConst(layout.boxes))
+        m_problemsOf.append(QtAgent::problemsOf(box.name, problems));
+    clearMarks();
     selected = -1;
 }
 
-QStringList GraphPicture::problemsOf(int box) const
+void GraphPicture::clearMarks()
 {
-    const QString name = layout.boxes.at(box).name;
-    QStringList found;
-    for (const QString &problem : problems) {
-        if (problem.contains(QStringLiteral("'%1'").arg(name))
-            || problem.endsWith(QLatin1String(": ") + name))
-            found.append(problem);
-    }
-    return found;
+    marks.fill(GraphMark::None, layout.boxes.size());
+    runs.fill(0, layout.boxes.size());
+    taken.clear();
+}
+
+void GraphPicture::count(int box)
+{
+    marks[box] = GraphMark::Done;
+    ++runs[box];
+}
+
+const QStringList &GraphPicture::problemsOf(int box) const
+{
+    return m_problemsOf.at(box);
 }
 
 QRectF GraphPicture::bounds() const

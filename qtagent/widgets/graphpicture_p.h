@@ -65,8 +65,13 @@ struct GraphPicture
 
     void setGraph(const StateGraph &graph);
 
+    void clearMarks();
+
+    /// Marks a box that has run once more.
+    void count(int box);
+
     /// Returns the problems that name the box.
-    QStringList problemsOf(int box) const;
+    const QStringList &problemsOf(int box) const;
 
     /// The layout, and the problems below it.
     QRectF bounds() const;
@@ -76,6 +81,8 @@ struct GraphPicture
 private:
     void addArrow(int index, const GraphColors &colors, QVector<GraphShape> *shapes) const;
     void addBox(int index, const GraphColors &colors, QVector<GraphShape> *shapes) const;
+
+    QVector<QStringList> m_problemsOf; // by box
 };
 
 void paint(const QVector<GraphShape> &shapes, QPainter *painter);

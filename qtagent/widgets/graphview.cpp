@@ -13,6 +13,7 @@
 #include <QScrollBar>
 #include <QToolTip>
 
+#include <algorithm>
 #include <cmath>
 
 namespace MireloQtLib {
@@ -28,14 +29,24 @@ constexpr qreal zoomStep = 1.2;
 
 } // namespace
 
+// Makes the shapes when they are drawn, for a run may go on many times in between.
 class PictureItem : public QGraphicsItem
 {
 public:
-    void set(const QVector<GraphShape> &shapes, const QRectF &bounds)
+    PictureItem(const GraphPicture &picture, const QWidget *view)
+        : m_picture(picture)
+        , m_view(view)
+    {}
+
+    void setBounds(const QRectF &bounds)
     {
         prepareGeometryChange();
-        m_shapes = shapes;
         m_bounds = bounds;
+    }
+
+    void outdate()
+    {
+        m_shapes.clear();
         update();
     }
 
@@ -43,24 +54,39 @@ public:
 
     void paint(QPainter *painter, const QStyleOptionGraphicsItem *, QWidget *widget) override
     {
+        if (m_shapes.isEmpty())
+            m_shapes = m_picture.shapes(GraphColors(m_view->palette()));
         if (widget)
             painter->setFont(widget->font());
         QtAgent::paint(m_shapes, painter);
     }
 
 private:
+    const GraphPicture &m_picture;
+    const QWidget *const m_view;
     QVector<GraphShape> m_shapes;
     QRectF m_bounds;
 };
 
 namespace {
 
-// In the order of the marks.
-QString stateText(GraphMark mark, int runs)
+// Whether an error of a run is that of the node.
+bool namesNode(const QString &error, const QString &node)
 {
-    const QString texts[] = {GraphView::tr("未运行"), GraphView::tr("已运行 %1 次").arg(runs),
-                             GraphView::tr("正在运行"), GraphView::tr("等待继续"), GraphView::tr("出错")};
-    return texts[int(mark)];
+    const auto filled = [&node](const char *text) { return QString::fromLatin1(text).arg(node); };
+    return error == filled("Missing graph node: %1") || error == filled("No edge from node '%1'.")
+        || (error.startsWith(QLatin1String("No route '")) && error.endsWith(filled("' from node '%1'.")))
+        || error.startsWith(filled("Node '%1' failed: ")) || error.startsWith(filled("Node '%1' threw: "))
+        || (error.startsWith(QLatin1String("Branch '")) && error.contains(filled("' of node '%1' failed: ")));
+}
+
+// What waits in a run, does so in tasks.
+QString nodeWithTasks(const GraphRun &run)
+{
+    const QList<GraphTask *> tasks = run.findChildren<GraphTask *>(QString(), Qt::FindDirectChildrenOnly);
+    const auto task =
+        std::find_if(tasks.cbegin(), tasks.cend(), [](const GraphTask *each) { return each->isRunning(); });
+    return task == tasks.cend() ? QString() : (*task)->node();
 }
 
 } // namespace
@@ -71,13 +97,22 @@ public:
     explicit Private(GraphView *view);
 
     void setGraph(const StateGraph &graph);
-    void setResult(const GraphRunResult &result, const QString &running);
+    // Of the run that is shown.
+    enum class Stage { InFlight, Stopped, Over };
+
+    void setResult(const GraphRunResult &newResult, const QString &runningNode, Stage newStage);
+    void goOn(const GraphRunResult &now, const QString &runningNode, Stage newStage);
     void mark();
+    void markOn();
+    void enter();
+    void pass(const GraphStep &past);
+    void standAt(const QString &node, GraphMark mark);
     void markEnd();
-    int markSteps();
+    int failedBox() const;
     void redraw();
     void describe();
     QString description(int box) const;
+    QString stateText(int box) const;
 
     void fit();
     void zoom(qreal factor);
@@ -87,12 +122,17 @@ public:
 
     GraphView *const q;
     QGraphicsScene scene;
-    PictureItem *const item = new PictureItem;
     GraphPicture picture;
+    PictureItem *const item; // the scene's
     GraphRunResult result;
     bool hasResult = false;
+    Stage stage = Stage::Stopped;
     QString running; // the node that a run that is followed executes
     int step = -1;
+    // What is marked.
+    bool isEntered = false; // whether the way from the start is
+    int marked = 0;         // how many steps
+    int current = -1;       // the box where the run stands
     bool isZoomed = false;
     QPointer<GraphRun> run;
 
@@ -104,6 +144,7 @@ private:
 
 GraphView::Private::Private(GraphView *view)
     : q(view)
+    , item(new PictureItem(picture, view))
 {
     scene.addItem(item);
 }
@@ -111,80 +152,143 @@ GraphView::Private::Private(GraphView *view)
 void GraphView::Private::setGraph(const StateGraph &graph)
 {
     picture.setGraph(graph);
+    item->setBounds(picture.bounds());
+    scene.setSceneRect(picture.bounds());
     result = {};
     hasResult = false;
+    stage = Stage::Stopped;
     running.clear();
     step = -1;
     isZoomed = false;
-    redraw();
+    mark();
     fit();
 }
 
-void GraphView::Private::setResult(const GraphRunResult &newResult, const QString &newRunning)
+void GraphView::Private::setResult(const GraphRunResult &newResult, const QString &runningNode,
+                                   Stage newStage)
 {
     result = newResult;
     hasResult = true;
-    running = newRunning;
+    running = runningNode;
+    stage = newStage;
     step = int(result.steps.size());
     mark();
 }
 
+// Takes over what has come since the last call, and keeps no other copy of the steps: the run would have to
+// copy all of them before its next one.
+void GraphView::Private::goOn(const GraphRunResult &now, const QString &runningNode, Stage newStage)
+{
+    const auto more = now.steps.size() - result.steps.size();
+    if (stage != Stage::InFlight || more < 0 || more > 1) {
+        setResult(now, runningNode, newStage);
+        return;
+    }
+    QVector<GraphStep> steps = std::move(result.steps);
+    if (more == 1)
+        steps.append(now.steps.last());
+    result = {now.state, std::move(steps), now.interrupted, now.interruptedNode, now.error};
+    running = runningNode;
+    stage = newStage;
+    step = int(result.steps.size());
+    markOn();
+}
+
 void GraphView::Private::mark()
 {
-    picture.marks.fill(GraphMark::None);
-    picture.runs.fill(0);
-    picture.taken.clear();
+    picture.clearMarks();
+    isEntered = false;
+    marked = 0;
+    current = -1;
+    markOn();
+}
+
+// Marks the steps since those that are marked, and where the run stands.
+void GraphView::Private::markOn()
+{
+    standAt({}, GraphMark::None);
     if (hasResult && step >= 0) {
-        const int box = markSteps();
-        if (box >= 0 && step < result.steps.size()) {
-            picture.marks[box] = GraphMark::Current;
-        } else if (const int node = picture.layout.indexOf(running); node >= 0) {
-            picture.marks[node] = result.error.isEmpty() ? GraphMark::Current : GraphMark::Failed;
-        } else {
+        if (!isEntered)
+            enter();
+        while (marked < step)
+            pass(result.steps.at(marked++));
+        if (step < result.steps.size())
+            standAt(result.steps.at(step).node, GraphMark::Current);
+        else if (!running.isEmpty())
+            standAt(running, result.error.isEmpty() ? GraphMark::Current : GraphMark::Failed);
+        else
             markEnd();
-        }
     }
     redraw();
 }
 
-// Marks what was done before the current step. Returns the box that the run came to, or -1.
-int GraphView::Private::markSteps()
+// No record says which route led from the start, or whether the run came from there at all: one that was
+// resumed at another node did not.
+void GraphView::Private::enter()
 {
-    int box = picture.layout.indexOf(StartNode);
+    QString first = running.isEmpty() ? result.interruptedNode : running;
     if (!result.steps.isEmpty())
-        take(arrowBetween(box, picture.layout.indexOf(result.steps.first().node)));
-    if (!result.steps.isEmpty())
-        box = picture.layout.indexOf(result.steps.first().node);
-    for (int i = 0; i < qMin(step, int(result.steps.size())) && box >= 0; ++i) {
-        picture.marks[box] = GraphMark::Done;
-        ++picture.runs[box];
-        const int arrow = arrowAfter(box, result.steps.at(i).route);
-        const bool isLast = i + 1 == result.steps.size();
-        take(arrow);
-        const int next = arrow < 0 ? -1 : picture.layout.arrows.at(arrow).to;
-        box = isLast ? next : picture.layout.indexOf(result.steps.at(i + 1).node);
-    }
-    return box;
+        first = result.steps.first().node;
+    else if (first.isEmpty() && stage == Stage::Over && result.error.isEmpty())
+        first = EndNode;
+    const int start = picture.layout.indexOf(StartNode);
+    const int arrow = arrowBetween(start, picture.layout.indexOf(first));
+    isEntered = !first.isEmpty();
+    if (arrow < 0)
+        return;
+    picture.count(start);
+    take(arrow);
+}
+
+void GraphView::Private::pass(const GraphStep &past)
+{
+    const int box = picture.layout.indexOf(past.node);
+    if (box < 0)
+        return;
+    picture.count(box);
+    take(arrowAfter(box, past.route));
+}
+
+// An empty name stands for nowhere.
+void GraphView::Private::standAt(const QString &node, GraphMark mark)
+{
+    if (current >= 0)
+        picture.marks[current] = picture.runs.at(current) > 0 ? GraphMark::Done : GraphMark::None;
+    current = node.isEmpty() ? -1 : picture.layout.indexOf(node);
+    if (current >= 0)
+        picture.marks[current] = mark;
 }
 
 void GraphView::Private::markEnd()
 {
-    const GraphRunResult &end = result;
-    if (end.interrupted) {
-        if (const int box = picture.layout.indexOf(end.interruptedNode); box >= 0)
-            picture.marks[box] = GraphMark::Waiting;
+    if (result.interrupted) {
+        standAt(result.interruptedNode, GraphMark::Waiting);
         return;
     }
-    const int last = end.steps.isEmpty() ? picture.layout.indexOf(StartNode)
-                                         : picture.layout.indexOf(end.steps.last().node);
-    if (last < 0)
+    if (!result.error.isEmpty()) {
+        current = failedBox();
+        if (current >= 0)
+            picture.marks[current] = GraphMark::Failed;
         return;
-    const int arrow = end.steps.isEmpty() ? arrowAfter(last, {}) : arrowAfter(last, end.steps.last().route);
-    const int reached = arrow < 0 ? last : picture.layout.arrows.at(arrow).to;
-    if (!end.error.isEmpty())
-        picture.marks[reached] = GraphMark::Failed;
-    else if (picture.layout.boxes.at(reached).name == EndNode)
-        picture.marks[reached] = GraphMark::Done;
+    }
+    const int end = picture.layout.indexOf(EndNode);
+    const int last = result.steps.isEmpty() ? arrowBetween(picture.layout.indexOf(StartNode), end)
+                                            : arrowAfter(picture.layout.indexOf(result.steps.last().node),
+                                                         result.steps.last().route);
+    if (stage == Stage::Over && last >= 0 && picture.layout.arrows.at(last).to == end)
+        picture.count(end);
+}
+
+// The node that the error names, else the last one that has run, for nothing else is known of the error.
+int GraphView::Private::failedBox() const
+{
+    const QVector<GraphBox> &boxes = picture.layout.boxes;
+    const auto named = std::find_if(boxes.cbegin(), boxes.cend(), [this](const GraphBox &box) {
+        return namesNode(result.error, box.name);
+    });
+    if (named != boxes.cend())
+        return int(named - boxes.cbegin());
+    return result.steps.isEmpty() ? -1 : picture.layout.indexOf(result.steps.last().node);
 }
 
 int GraphView::Private::arrowAfter(int box, const QString &route) const
@@ -215,10 +319,7 @@ void GraphView::Private::take(int arrow)
 
 void GraphView::Private::redraw()
 {
-    const GraphColors colors(q->palette());
-    q->setBackgroundBrush(colors.ground);
-    item->set(picture.shapes(colors), picture.bounds());
-    scene.setSceneRect(picture.bounds());
+    item->outdate();
     describe();
 }
 
@@ -230,9 +331,9 @@ void GraphView::Private::describe()
 QString GraphView::Private::description(int box) const
 {
     const auto nameOf = [this](int index) { return singleLine(picture.layout.boxes.at(index).name); };
-    QStringList parts{tr("%1：%2").arg(nameOf(box), stateText(picture.marks.at(box), picture.runs.at(box)))};
+    QStringList parts{GraphView::tr("%1：%2").arg(nameOf(box), stateText(box))};
     if (picture.layout.boxes.at(box).isInterrupted)
-        parts += tr("运行前暂停");
+        parts += GraphView::tr("运行前暂停");
     for (const GraphArrow &arrow : picture.layout.arrows) {
         if (arrow.from == box)
             parts += arrow.isRoute ? QStringLiteral("%1 → %2").arg(singleLine(arrow.key), nameOf(arrow.to))
@@ -240,7 +341,24 @@ QString GraphView::Private::description(int box) const
     }
     for (const QString &problem : picture.problemsOf(box))
         parts += singleLine(problem);
-    return parts.join(tr("；"));
+    return parts.join(GraphView::tr("；"));
+}
+
+QString GraphView::Private::stateText(int box) const
+{
+    switch (picture.marks.at(box)) {
+    case GraphMark::None:
+        return GraphView::tr("未运行");
+    case GraphMark::Done:
+        return GraphView::tr("已运行 %n 次", nullptr, picture.runs.at(box));
+    case GraphMark::Current:
+        return GraphView::tr("正在运行");
+    case GraphMark::Waiting:
+        return GraphView::tr("等待继续");
+    case GraphMark::Failed:
+        return GraphView::tr("出错");
+    }
+    return {};
 }
 
 void GraphView::Private::fit()
@@ -331,12 +449,12 @@ void GraphView::setGraph(const StateGraph &graph)
 
 void GraphView::showResult(const GraphRunResult &result)
 {
-    d->setResult(result, {});
+    d->setResult(result, {}, Private::Stage::Over);
 }
 
 void GraphView::setStep(int step)
 {
-    d->step = qBound(-1, step, int(d->result.steps.size()));
+    d->step = d->hasResult ? qBound(-1, step, int(d->result.steps.size())) : -1;
     d->mark();
 }
 
@@ -347,20 +465,22 @@ int GraphView::currentStep() const
 
 void GraphView::follow(GraphRun *run)
 {
+    using Stage = Private::Stage;
     if (d->run)
         d->run->disconnect(this);
     d->run = run;
     if (!run)
         return;
     d->setGraph(run->graph());
+    if (run->isRunning())
+        d->setResult(run->result(), nodeWithTasks(*run), Stage::InFlight);
     connect(run, &GraphRun::nodeStarted, this,
-            [this, run](const QString &node) { d->setResult(run->result(), node); });
-    connect(run, &GraphRun::stepFinished, this, [this, run] { d->setResult(run->result(), {}); });
+            [this, run](const QString &node) { d->goOn(run->result(), node, Stage::InFlight); });
+    connect(run, &GraphRun::stepFinished, this, [this, run] { d->goOn(run->result(), {}, Stage::InFlight); });
     connect(run, &GraphRun::finished, this, [this](const GraphRunResult &result) {
-        const bool hasFailedInside = !result.error.isEmpty() && !d->running.isEmpty();
-        d->setResult(result, hasFailedInside ? d->running : QString());
+        d->goOn(result, result.error.isEmpty() ? QString() : d->running, Stage::Over);
     });
-    connect(run, &GraphRun::canceled, this, [this, run] { d->setResult(run->result(), {}); });
+    connect(run, &GraphRun::canceled, this, [this, run] { d->goOn(run->result(), {}, Stage::Stopped); });
 }
 
 void GraphView::selectNode(const QString &name)

@@ -56,15 +56,16 @@ public:
     void setGraph(const StateGraph &graph);
 
     /// Shows the way of @p result through the graph, to its end. Nodes that the graph does not have are
-    /// passed over.
+    /// passed over. After an error the node that it names has failed, else the last one that has run; where
+    /// none has run, none failed.
     void showResult(const MireloQtLib::QtAgent::GraphRunResult &result);
 
     /// Returns the step that is current: an index into the steps of the result, -1 for none, and their number
     /// at the end.
     int currentStep() const;
 
-    /// Shows the graph of @p run, and from now on where it stands. Null ends that; the picture stays, as it
-    /// does when the run is deleted.
+    /// Shows the graph of @p run, and where it stands from now on, at once where it is in flight. Null ends
+    /// that; the picture stays, as it does when the run is deleted.
     void follow(GraphRun *run);
 
     /// Selects the node @p name and scrolls to it; an unknown name selects none. Nothing is emitted.
@@ -78,7 +79,7 @@ public:
 
 public Q_SLOTS:
     /// Plays the run back: the steps before @p step are done, @p step is current. -1 shows none, and a number
-    /// beyond the last step the end of the run.
+    /// beyond the last step the end of the run. Does nothing without a result.
     void setStep(int step);
 
 protected:
