@@ -46,7 +46,11 @@ public:
         connect(&m_run, &GraphRun::nodeStarted, this, &ReviewWindow::showNode);
         connect(&m_run, &GraphRun::deltaReceived, this, &ReviewWindow::appendText);
         connect(&m_run, &GraphRun::finished, this, &ReviewWindow::showResult);
-        goOn(checkpoints);
+        const QStringList problems = m_run.graph().problems();
+        if (problems.isEmpty())
+            goOn(checkpoints);
+        else
+            m_status->setText(problems.join(QLatin1Char('\n')));
     }
 
 private:

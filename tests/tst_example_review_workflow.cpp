@@ -4,22 +4,14 @@
 
 #include <QLabel>
 #include <QSplitter>
-#include <QStandardPaths>
+#include <QTemporaryDir>
 
 using namespace MireloQtLib::QtAgent;
 
-class TestReviewWorkflow : public QObject
+// What its user sees of the window and does there.
+class ReviewTest : public QObject
 {
-    Q_OBJECT
-
-private Q_SLOTS:
-    void draftStreamsInAndWaitsForTheReview();
-    void draftIsWrittenAgain();
-    void agreedDraftIsSent();
-    void nextReportBegins();
-    void cleanupTestCase();
-
-private:
+protected:
     // Whether the window has come to the status @p text.
     static bool shows(const QString &text)
     {
@@ -43,14 +35,34 @@ private:
         shownWidget<GraphView>()->selectNode(node);
         return shownWidget<GraphView>()->accessibleDescription();
     }
+
+    static QString draft() { return shownWidget<QPlainTextEdit>()->toPlainText(); }
+};
+
+class TestReviewWorkflow : public ReviewTest
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void draftStreamsInAndWaitsForTheReview();
+    void draftIsWrittenAgain();
+    void agreedDraftIsSent();
+    void nextReportBegins();
+    void cleanupTestCase();
 };
 
 void TestReviewWorkflow::draftStreamsInAndWaitsForTheReview()
 {
-    if (shows("Sent.")) // since an earlier run
-        click("&New report");
+    QString part;
+    const QObject context;
+    QObject::connect(shownWidget<QPlainTextEdit>(), &QPlainTextEdit::textChanged, &context, [&part] {
+        if (part.isEmpty())
+            part = draft();
+    });
     QTRY_VERIFY(shows("Do you agree?"));
-    QVERIFY(shownWidget<QPlainTextEdit>()->toPlainText().startsWith("Orvane"));
+    QVERIFY(draft().startsWith("Orvane"));
+    QVERIFY(!part.isEmpty() && part.size() < draft().size());
+    QVERIFY2(draft().startsWith(part), qPrintable(part));
     QVERIFY(told("review").startsWith("review：等待继续"));
 }
 
@@ -92,10 +104,44 @@ void TestReviewWorkflow::cleanupTestCase()
     shownWidget<QSplitter>()->close();
 }
 
+// The window was closed before the review, and the program is started again.
+class TestReviewAfterRestart : public ReviewTest
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void draftWaitsAsItWasWritten();
+    void agreedDraftIsSent();
+    void cleanupTestCase();
+};
+
+void TestReviewAfterRestart::draftWaitsAsItWasWritten()
+{
+    QVERIFY(shows("Do you agree?"));
+    QVERIFY(draft().startsWith("Orvane"));
+    QVERIFY(told("draft").startsWith("draft：未运行"));
+    QVERIFY(told("review").startsWith("review：等待继续"));
+}
+
+void TestReviewAfterRestart::agreedDraftIsSent()
+{
+    click("&Agree and send");
+    QTRY_VERIFY(shows("Sent."));
+    QVERIFY(told("draft").startsWith("draft：未运行"));
+    QVERIFY(told("send").startsWith("send：已运行 1 次"));
+}
+
+void TestReviewAfterRestart::cleanupTestCase()
+{
+    shownWidget<QSplitter>()->close();
+}
+
 int main(int argc, char *argv[])
 {
-    QStandardPaths::setTestModeEnabled(true);
-    return ExampleRun<TestReviewWorkflow>::execute(argc, argv);
+    const QTemporaryDir folder;
+    const QStringList arguments{folder.filePath("checkpoints.sqlite")};
+    const int status = ExampleRun<TestReviewWorkflow>::execute(argc, argv, arguments);
+    return status == 0 ? ExampleRun<TestReviewAfterRestart>::execute(argc, argv, arguments) : status;
 }
 
 #include "tst_example_review_workflow.moc"

@@ -43,7 +43,11 @@ public:
         arguments = QStringList();
         for (int i = 0; i < argc; ++i)
             arguments.append(QString::fromLocal8Bit(argv[i]));
-        qAddPreRoutine([] { QTimer::singleShot(0, qApp, &ExampleRun::runTest); });
+        isDue = true;
+        qAddPreRoutine([] {
+            if (std::exchange(isDue, false)) // and not in an example that is run later
+                QTimer::singleShot(0, qApp, &ExampleRun::runTest);
+        });
         QVector<QByteArray> words{argv[0]};
         for (const QString &argument : exampleArguments)
             words.append(argument.toLocal8Bit());
@@ -64,6 +68,7 @@ private:
             QCoreApplication::exit(EXIT_FAILURE);
     }
 
+    inline static bool isDue = false;
     inline static QStringList arguments;
     inline static int failures = -1;
 };
