@@ -39,7 +39,10 @@ GraphExecution::GraphExecution(GraphRun *run, const GraphSettings &settings, con
 {
     // Posted events would keep a window waiting, for those come before its own.
     m_turn.setSingleShot(true);
-    connect(&m_turn, &QTimer::timeout, this, [this] { (this->*m_step)(); });
+    connect(&m_turn, &QTimer::timeout, this, [this] {
+        const Step step = m_step;
+        (this->*step)();
+    });
     connect(&m_renewal, &QTimer::timeout, this, &GraphExecution::renewClaim);
 }
 

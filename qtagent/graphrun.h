@@ -228,8 +228,8 @@ public:
     /// into the state and runs the node that stands next, without stopping before it. Its steps and maxSteps
     /// count anew. A thread that is over finishes at once, with its state as it is saved and without steps.
     ///
-    /// An empty @p threadId goes on with the last run of this object: from the storage where it was kept
-    /// there, else from memory.
+    /// An empty @p threadId goes on with the last run of this object: from the storage where it is kept
+    /// there, else from memory, also where its thread has been removed from the storage since.
     ///
     /// A run in flight is canceled first, as by start().
     void resume(const QString &threadId, const QJsonObject &update = {});

@@ -1,4 +1,5 @@
 #include "support/graphfixture.h"
+#include "support/memorycheckpoints.h"
 
 #include <QtTest>
 
@@ -60,6 +61,7 @@ private Q_SLOTS:
     void branchThatThrowsIsNamed();
     void failureDoesNotWaitForAFunctionThatSpinsALoop();
     void deletedBranchIsNamed();
+    void branchesShareTheAttemptAndAllRunAgain();
     void nodeWithoutBranchesHasAnEmptyUpdate();
     void branchMayHaveAnEmptyName();
     void cancelCancelsEveryBranch();
@@ -189,6 +191,36 @@ void TestGraphRunBranches::deletedBranchIsNamed()
     delete f.tasks["x"];
     runUntilQuiet();
     QCOMPARE(f.log.last(), "error: Branch 'x' of node 'p' failed: abandoned");
+}
+
+void TestGraphRunBranches::branchesShareTheAttemptAndAllRunAgain()
+{
+    MemoryCheckpoints storage;
+    BranchFixture f({"x", "y"});
+    f.run->setCheckpoints(&storage);
+    const auto attempts = [&f] {
+        QVector<int> attempts;
+        for (const QPointer<GraphTask> &task : qAsConst(f.tasks))
+            attempts.append(task->attempt());
+        return attempts;
+    };
+    f.start({}, "t");
+    QCOMPARE(attempts(), QVector<int>({1, 1}));
+    f.tasks["x"]->finish({{"x", "done, and lost"}});
+    f.tasks["y"]->fail("broken");
+    runUntilQuiet();
+    QCOMPARE(f.log.last(), "error: Branch 'y' of node 'p' failed: broken");
+    QCOMPARE(storage.checkpoints["t"].state, QJsonObject());
+
+    f.tasks.clear();
+    f.resume("t");
+    QCOMPARE(f.tasks.keys(), QStringList({"x", "y"}));
+    QCOMPARE(attempts(), QVector<int>({2, 2}));
+    f.tasks["x"]->finish({{"x", 1}});
+    f.tasks["y"]->finish({{"y", 2}});
+    runUntilQuiet();
+    QCOMPARE(f.log.last(), "finished");
+    QCOMPARE(storage.checkpoints["t"].state, QJsonObject({{"x", 1}, {"y", 2}}));
 }
 
 void TestGraphRunBranches::nodeWithoutBranchesHasAnEmptyUpdate()

@@ -43,6 +43,7 @@ private Q_SLOTS:
     void resumeOfAThreadThatIsOverHasNoSteps();
     void resumeOfAnUnknownThreadFails();
     void resumeOfAnEmptyIdReadsTheStorage();
+    void resumeOfAnEmptyIdOutlivesTheRemovedThread();
     void resumeCountsStepsAnew();
     void resumeAfterTheLimitGoesOn();
     void resumeOfAChangedGraphIsRefused_data();
@@ -318,6 +319,16 @@ void TestGraphRunCheckpoints::resumeOfAnEmptyIdReadsTheStorage()
     f.resume();
     QCOMPARE(f.log.first(), "claim t");
     QCOMPARE(f.run->result().steps.at(0).before, (QJsonObject{{"changed", "by another program"}}));
+}
+
+void TestGraphRunCheckpoints::resumeOfAnEmptyIdOutlivesTheRemovedThread()
+{
+    StoredFixture f(interruptedBeforeB());
+    f.start({{"input", "x"}}, "t");
+    QVERIFY(f.storage.remove("t", nullptr));
+    f.resume();
+    QCOMPARE(f.log.last(), "finished");
+    QCOMPARE(f.stored(), R"(__end__ 1 {"a":1,"b":2,"input":"x"})");
 }
 
 void TestGraphRunCheckpoints::resumeCountsStepsAnew()

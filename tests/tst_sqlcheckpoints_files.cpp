@@ -41,6 +41,8 @@ private Q_SLOTS:
     void newerFileIsLeftAsItIs();
     void lockedFileIsAnError_data();
     void lockedFileIsAnError();
+    void runEndsInWordsWhereTheFileIsLocked();
+    void runEndsInWordsWhereTheConnectionIsLost();
     void damageIsAnError();
     void fullDiskEndsTheRunAtTheLastGoodCheckpoint();
     void programsMayBeginAFileAtOnce();
@@ -177,6 +179,58 @@ void TestSqlCheckpointsFiles::lockedFileIsAnError()
     QCOMPARE(checkpoints->load("t", &error).threadId, "t"); // readers do not wait
     other.run("COMMIT");
     QVERIFY(checkpoints->save(checkpointOf("t"), "me", &error));
+}
+
+// The node b locks the file, or stops the server, and what it returns cannot be saved.
+static void checkThatTheRunEndsInWords(CheckpointStorage *storage, const std::function<void()> &takeAway,
+                                       const std::function<void()> &giveBack, const QString &error)
+{
+    const auto b = [&takeAway](const QJsonObject &) {
+        takeAway();
+        return QJsonObject{{"b", 2}};
+    };
+    GraphFixture fixture(twoNodes(returns({{"a", 1}}), b));
+    fixture.run->setCheckpoints(storage);
+    fixture.start({}, "t");
+    QVERIFY2(fixture.run->result().error.startsWith("Checkpoint of thread 't' not saved: " + error),
+             qPrintable(fixture.run->result().error));
+    QCOMPARE(fixture.log.last(), "error: " + fixture.run->result().error);
+    fixture.resume("t");
+    QVERIFY2(fixture.run->result().error.startsWith("Checkpoint of thread 't' not read: " + error),
+             qPrintable(fixture.run->result().error));
+
+    giveBack();
+    fixture.run->setAsyncNode("b", finishesWith({{"b", "again"}}));
+    fixture.resume("t");
+    QCOMPARE(fixture.run->result().error, "");
+    QCOMPARE(fixture.log.filter("started"), QStringList({"started a", "started b", "started b"}));
+    QCOMPARE(storage->load("t", nullptr).state, QJsonObject({{"a", 1}, {"b", "again"}}));
+}
+
+void TestSqlCheckpointsFiles::runEndsInWordsWhereTheFileIsLocked()
+{
+    const auto checkpoints = SqlCheckpoints::openSqlite(path());
+    const SqliteFile other(path());
+    checkThatTheRunEndsInWords(
+        checkpoints.get(), [&other] { other.run("BEGIN IMMEDIATE"); }, [&other] { other.run("COMMIT"); },
+        "The database is locked by another program.");
+}
+
+void TestSqlCheckpointsFiles::runEndsInWordsWhereTheConnectionIsLost()
+{
+    if (!PostgresCluster::whatIsMissing().isEmpty())
+        QSKIP(qPrintable(PostgresCluster::whatIsMissing()));
+    PostgresCluster cluster;
+    QVERIFY(cluster.create());
+    for (int i = 0; i < 4; ++i) // prepared statements that are gone
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Unable to free statement"));
+    {
+        SqlCheckpoints checkpoints(PostgresCluster::connectTo(cluster.folder(), "server"));
+        checkThatTheRunEndsInWords(
+            &checkpoints, [&cluster] { cluster.stop(); }, [&cluster] { QVERIFY(cluster.start()); },
+            "The database cannot be used: ");
+    }
+    QSqlDatabase::removeDatabase("server");
 }
 
 void TestSqlCheckpointsFiles::damageIsAnError()

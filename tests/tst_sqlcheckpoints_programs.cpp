@@ -20,6 +20,19 @@ constexpr int limitMs = 120000;
 constexpr int mostNodes = 4;     // that a worker begins before it is killed, and some more
 constexpr int mostMicros = 3000; // until then
 
+// When the workers are killed. The seed of a run that failed may be set in the environment.
+QRandomGenerator &chance()
+{
+    static QRandomGenerator generator = [] {
+        const quint32 seed = qEnvironmentVariableIsSet("QTAGENT_TEST_SEED")
+                               ? qEnvironmentVariable("QTAGENT_TEST_SEED").toUInt()
+                               : QRandomGenerator::global()->generate();
+        qInfo("QTAGENT_TEST_SEED=%u", seed);
+        return QRandomGenerator(seed);
+    }();
+    return generator;
+}
+
 class WorkerProcess : public QProcess
 {
 public:
@@ -43,11 +56,11 @@ public:
     /// Kills the worker at some moment in or after its next nodes. Returns false where it has ended.
     bool killSomewhere()
     {
-        for (int nodes = QRandomGenerator::global()->bounded(mostNodes); nodes >= 0; --nodes) {
+        for (int nodes = chance().bounded(mostNodes); nodes >= 0; --nodes) {
             if (!waitForNode())
                 return false;
         }
-        QThread::usleep(QRandomGenerator::global()->bounded(mostMicros));
+        QThread::usleep(chance().bounded(mostMicros));
         kill();
         return waitForFinished(limitMs) && exitStatus() == QProcess::CrashExit;
     }
