@@ -1,5 +1,7 @@
 // What a search finds, in which order, and what an excerpt shows.
 
+#include "support/sqlitefile.h"
+
 #include <qtagent/store/conversationstore.h>
 
 #include <QTemporaryDir>
@@ -30,6 +32,7 @@ private Q_SLOTS:
     void frequentBeginningsHideNothing();
     void frequentPairsHideNothing();
     void longQueriesAreSearched();
+    void whatTheIndexAloneHasIsNoHit();
     void excerptIsOneLine();
     void excerptShowsTheFirstWord_data();
     void excerptShowsTheFirstWord();
@@ -269,6 +272,15 @@ void TestConversationStoreSearch::longQueriesAreSearched()
     QCOMPARE(found(text + " another"), QStringList());
     QCOMPARE(found(unbroken), QStringList{"t 1"});
     QCOMPARE(found(unbroken + "大"), QStringList());
+}
+
+// Another program may remove a message while its place is looked up.
+void TestConversationStoreSearch::whatTheIndexAloneHasIsNoHit()
+{
+    keep({ChatMessage::user("a pump")}, "Pumps");
+    const SqliteFile file(m_folder->filePath("conversations.sqlite"));
+    QCOMPARE(file.run("DELETE FROM messages"), QStringList());
+    QCOMPARE(found("pump"), QStringList{"Pumps -1"});
 }
 
 void TestConversationStoreSearch::excerptIsOneLine()

@@ -379,7 +379,7 @@ bool ConversationTables::index(qint64 key, const QString &before, const QString 
 bool ConversationTables::search(const QString &text, int limit, QVector<SearchHit> *hits)
 {
     constexpr int pairsAtFirst = 4;
-    constexpr int spareTexts = 100;
+    constexpr qint64 spareTexts = 100;
     constexpr qint64 allTexts = -1;
     constexpr int allPairs = 100;
     m_refusal.clear();
@@ -388,7 +388,7 @@ bool ConversationTables::search(const QString &text, int limit, QVector<SearchHi
         return true;
     const int fewPairs = qMax(1, pairsAtFirst / query.wordCount());
     QVector<FoundText> texts;
-    if (!lookUp(query, fewPairs, qint64(limit) + spareTexts, &texts) || !compare(query, texts, limit, hits))
+    if (!lookUp(query, fewPairs, limit + spareTexts, &texts) || !compare(query, texts, limit, hits))
         return false;
     if (hits->size() == limit || texts.size() < limit + spareTexts)
         return true;
@@ -417,7 +417,7 @@ bool ConversationTables::compare(const SearchQuery &query, const QVector<FoundTe
 {
     for (auto text = texts.cbegin(); text != texts.cend() && hits->size() < limit; ++text) {
         const int messageIndex = messageIndexOf(text->key);
-        QString content = text->title;
+        QString content = messageIndex < 0 ? text->title : QString();
         const auto take = [&content](const QSqlQuery &row) { content = textOf(row.value(0)); };
         if (messageIndex >= 0
             && !m_connection.run(QStringLiteral("SELECT content FROM messages WHERE key = ?"), {text->key},
