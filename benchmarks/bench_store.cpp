@@ -62,11 +62,18 @@ private:
     quint64 m_seed = 7;
 };
 
+#define LONG_HEAD \
+    "https://plant.example/lines/7/machines/press-12/reports/maintenance/bearings/vibration/limits" \
+    "?language=zh-CN&format=table&number="
+
 // Every message ends in what only it has, and begins with what all have.
 QString contentOf(int number, TextSource *source)
 {
-    return QStringLiteral("这台设备的压力超过了设定值，请通知维修班组并停机检查。%1 #%2")
-        .arg(source->text(messageLength - 40), QString::number(number));
+    const QString head =
+        QStringLiteral("这台设备的压力超过了设定值，请通知维修班组并停机检查。at the edge: " LONG_HEAD "%1 ");
+    const QString end = QStringLiteral(" #%1").arg(number);
+    const QString begin = head.arg(number);
+    return begin + source->text(messageLength - static_cast<int>(begin.size() + end.size())) + end;
 }
 
 // The store is filled once.
@@ -179,6 +186,9 @@ BENCHMARK_SEARCH(one_message, "#12345");
 BENCHMARK_SEARCH(a_word_of_most, "temperature");
 BENCHMARK_SEARCH(a_phrase_of_all, "这台设备的压力超过了设定值，请通知维修班组并停机检查");
 BENCHMARK_SEARCH(a_phrase_with_another_end, "这台设备的压力超过了设定值，请通知维修班组并停机检验");
+BENCHMARK_SEARCH(pairs_over_a_blank, "hed");
+BENCHMARK_SEARCH(long_head_of_all, LONG_HEAD "54321");
+BENCHMARK_SEARCH(pairs_of_all_in_another_order, "https://plant.example/machines/lines/7/press-12/reports");
 BENCHMARK_SEARCH(words_of_most, "the operator on duty 设备 温度");
 BENCHMARK_SEARCH(words_of_all_and_none, "设备 压力 停机 龙虎");
 BENCHMARK_SEARCH(single_characters, "a 1 设 e");

@@ -31,6 +31,7 @@ private Q_SLOTS:
     void changedTextsAreFoundAsTheyAre();
     void frequentBeginningsHideNothing();
     void frequentPairsHideNothing();
+    void frequentEndsHideNothing();
     void longQueriesAreSearched();
     void whatTheIndexAloneHasIsNoHit();
     void excerptIsOneLine();
@@ -258,6 +259,17 @@ void TestConversationStoreSearch::frequentPairsHideNothing()
     messages.append(ChatMessage::user("abc"));
     keep(messages, "t");
     QCOMPARE(found("abc"), QStringList{"t 1000"});
+}
+
+// Many texts have both ends of the word, but not the word.
+void TestConversationStoreSearch::frequentEndsHideNothing()
+{
+    const QString end = QString("end").repeated(30);
+    QVector<ChatMessage> messages(1000, ChatMessage::user(end + "-and-" + end));
+    messages.append(ChatMessage::user(end + "+and+" + end));
+    keep(messages, "t");
+    QCOMPARE(found(end + "+and+" + end), QStringList{"t 1000"});
+    QCOMPARE(found(end + "+or+" + end), QStringList());
 }
 
 void TestConversationStoreSearch::longQueriesAreSearched()

@@ -374,26 +374,28 @@ bool ConversationTables::index(qint64 key, const QString &before, const QString 
                                 {key, added}));
 }
 
-// Many pairs in a row take long to look up where all texts have them, and the first ones mostly suffice.
-// Where they do not, because too much of what they find has to be dropped, all are looked up.
+// Many pairs in a row take long to look up where all texts have them, and a few mostly suffice. Where too
+// much of what they find has to be dropped, a few others are looked up, and in the end all.
 bool ConversationTables::search(const QString &text, int limit, QVector<SearchHit> *hits)
 {
-    constexpr int pairsAtFirst = 4;
+    constexpr int fewPairs = 4;
+    constexpr int allPairs = 100;
+    constexpr int attempts = 3;
     constexpr qint64 spareTexts = 100;
     constexpr qint64 allTexts = -1;
-    constexpr int allPairs = 100;
     m_refusal.clear();
-    const SearchQuery query(text);
+    SearchQuery query(text);
     if (query.isEmpty() || limit <= 0)
         return true;
-    const int fewPairs = qMax(1, pairsAtFirst / query.wordCount());
     QVector<FoundText> texts;
-    if (!lookUp(query, fewPairs, limit + spareTexts, &texts) || !compare(query, texts, limit, hits))
-        return false;
-    if (hits->size() == limit || texts.size() < limit + spareTexts)
-        return true;
-    hits->clear();
-    return lookUp(query, allPairs, allTexts, &texts) && compare(query, texts, limit, hits);
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        const int pairs = qMax(1, fewPairs / query.wordCount());
+        if (!lookUp(query, pairs, limit + spareTexts, &texts) || !compare(&query, texts, limit, hits))
+            return false;
+        if (hits->size() == limit || texts.size() < limit + spareTexts)
+            return true;
+    }
+    return lookUp(SearchQuery(text), allPairs, allTexts, &texts) && compare(&query, texts, limit, hits);
 }
 
 // What was begun last was mostly changed last, so sorting has less to do where it comes first.
@@ -412,9 +414,10 @@ bool ConversationTables::lookUp(const SearchQuery &query, int pairsPerWord, qint
     return m_connection.run(sql, {query.indexExpression(pairsPerWord), limit}, append);
 }
 
-bool ConversationTables::compare(const SearchQuery &query, const QVector<FoundText> &texts, int limit,
+bool ConversationTables::compare(SearchQuery *query, const QVector<FoundText> &texts, int limit,
                                  QVector<SearchHit> *hits)
 {
+    hits->clear();
     for (auto text = texts.cbegin(); text != texts.cend() && hits->size() < limit; ++text) {
         const int messageIndex = messageIndexOf(text->key);
         QString content = messageIndex < 0 ? text->title : QString();
@@ -423,8 +426,10 @@ bool ConversationTables::compare(const SearchQuery &query, const QVector<FoundTe
             && !m_connection.run(QStringLiteral("SELECT content FROM messages WHERE key = ?"), {text->key},
                                  take))
             return false;
-        if (query.matches(content))
-            hits->append({text->conversationId, text->title, messageIndex, query.excerptOf(content)});
+        if (query->matches(content))
+            hits->append({text->conversationId, text->title, messageIndex, query->excerptOf(content)});
+        else
+            query->learn(content);
     }
     return true;
 }

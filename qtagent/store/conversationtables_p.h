@@ -45,8 +45,7 @@ private:
     bool writeMessage(qint64 key, const Row &before, const Row &after);
     bool index(qint64 key, const QString &before, const QString &after);
     bool lookUp(const SearchQuery &query, int pairsPerWord, qint64 limit, QVector<FoundText> *texts);
-    bool compare(const SearchQuery &query, const QVector<FoundText> &texts, int limit,
-                 QVector<SearchHit> *hits);
+    bool compare(SearchQuery *query, const QVector<FoundText> &texts, int limit, QVector<SearchHit> *hits);
     bool refuse(const QString &reason);
 
     SqliteConnection m_connection;

@@ -26,26 +26,42 @@ void appendCoded(QString *tokens, QChar character)
     }
 }
 
-void appendPairs(QString *tokens, const QString &text, int maxPairs)
+// A token of a single blank stands between words, so that no row of pairs goes on behind one.
+void appendPairs(QString *tokens, const QString &text)
 {
-    for (int i = 0, pairs = 0; i + 1 < text.size() && pairs < maxPairs; ++i) {
-        if (text.at(i).isSpace() || text.at(i + 1).isSpace())
+    for (int i = 0; i + 1 < text.size(); ++i) {
+        if (text.at(i + 1).isSpace())
             continue;
-        appendCoded(tokens, text.at(i));
-        appendCoded(tokens, text.at(i + 1));
+        if (text.at(i).isSpace()) {
+            appendCoded(tokens, QLatin1Char(' '));
+        } else {
+            appendCoded(tokens, text.at(i));
+            appendCoded(tokens, text.at(i + 1));
+        }
         tokens->append(QLatin1Char(' '));
-        ++pairs;
     }
 }
 
-QString tokensOfWord(const QString &word, int maxPairs)
+QString phraseOf(const QString &word)
 {
     QString tokens;
     if (word.size() == 1)
         appendCoded(&tokens, word.front());
     else
-        appendPairs(&tokens, word, maxPairs);
-    return tokens;
+        appendPairs(&tokens, word);
+    return QLatin1Char('"') + tokens + QLatin1Char('"');
+}
+
+// How much of the beginning of the word stands somewhere in the text.
+int lengthOfBeginningIn(const QString &text, const QString &word)
+{
+    int found = 0;
+    int missing = static_cast<int>(word.size()) + 1;
+    while (missing - found > 1) {
+        const int length = (found + missing) / 2;
+        (text.contains(word.left(length)) ? found : missing) = length;
+    }
+    return found;
 }
 
 // A small letter whose capital is several letters, as that of "ß" is.
@@ -92,6 +108,7 @@ SearchQuery::SearchQuery(const QString &text)
     : m_words(foldedCase(text).simplified().split(QLatin1Char(' '), Qt::SkipEmptyParts))
 {
     m_words.removeDuplicates();
+    m_commonLengths.resize(m_words.size());
 }
 
 bool SearchQuery::isEmpty() const
@@ -106,10 +123,22 @@ int SearchQuery::wordCount() const
 
 QString SearchQuery::indexExpression(int pairsPerWord) const
 {
-    QStringList rows;
-    for (const QString &word : m_words.mid(0, maxIndexedWords))
-        rows.append(QLatin1Char('"') + tokensOfWord(word, pairsPerWord) + QLatin1Char('"'));
-    return rows.join(QLatin1String(" AND "));
+    QStringList phrases;
+    for (int i = 0; i < qMin(wordCount(), maxIndexedWords); ++i) {
+        const int begin = qMax(0, m_commonLengths.at(i) - pairsPerWord);
+        phrases.append(phraseOf(m_words.at(i).mid(begin, pairsPerWord + 1)));
+    }
+    return phrases.join(QLatin1String(" AND "));
+}
+
+void SearchQuery::learn(const QString &text)
+{
+    const QString folded = foldedCase(text);
+    for (int i = 0; i < qMin(wordCount(), maxIndexedWords); ++i) {
+        const int length = lengthOfBeginningIn(folded, m_words.at(i));
+        if (length < m_words.at(i).size())
+            m_commonLengths[i] = qMax(m_commonLengths.at(i), length);
+    }
 }
 
 bool SearchQuery::matches(const QString &text) const
@@ -153,7 +182,7 @@ QString SearchQuery::indexTokens(const QString &text)
 {
     const QString folded = foldedCase(text);
     QString tokens;
-    appendPairs(&tokens, folded, static_cast<int>(folded.size()));
+    appendPairs(&tokens, folded);
     QString characters = folded;
     std::sort(characters.begin(), characters.end());
     const auto end = std::unique(characters.begin(), characters.end());
