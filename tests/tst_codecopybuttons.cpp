@@ -13,7 +13,7 @@ class TestCodeCopyButtons : public QObject
 
 private Q_SLOTS:
     void init();
-    void cleanup() { m_view.reset(); }
+    void cleanup();
 
     void codeIsCopiedAsItStands_data();
     void codeIsCopiedAsItStands();
@@ -25,6 +25,9 @@ private Q_SLOTS:
     void standsInTheUpperRightCorner();
     void staysInSightBesideALongBlock();
     void movesWithTheText();
+    void fitsTheFont_data();
+    void fitsTheFont();
+    void copiesNothingOnceTheCodeIsGone();
     void isNoPartOfTheDocument();
     void isReachedByTab();
     void keepsTheFocusWhileTextArrives();
@@ -40,6 +43,7 @@ private:
     }
 
     std::unique_ptr<TranscriptView> m_view;
+    QFont m_font;
 };
 
 void TestCodeCopyButtons::init()
@@ -47,6 +51,13 @@ void TestCodeCopyButtons::init()
     m_view = std::make_unique<TranscriptView>();
     m_view->showSmall();
     QGuiApplication::clipboard()->clear();
+    m_font = QApplication::font();
+}
+
+void TestCodeCopyButtons::cleanup()
+{
+    m_view.reset();
+    QApplication::setFont(m_font);
 }
 
 void TestCodeCopyButtons::codeIsCopiedAsItStands_data()
@@ -175,6 +186,58 @@ void TestCodeCopyButtons::movesWithTheText()
     const int right = m_view->copyButtons().first()->geometry().right();
     m_view->resize(m_view->width() + 50, m_view->height());
     QCOMPARE(m_view->copyButtons().first()->geometry().right(), right + 50);
+}
+
+void TestCodeCopyButtons::fitsTheFont_data()
+{
+    QTest::addColumn<TranscriptStep>("step");
+    const auto row = [](const char *name, const TranscriptStep &step) { QTest::newRow(name) << step; };
+    row("of the view", [](TranscriptView *view) {
+        QFont font = view->font();
+        font.setPointSize(3 * font.pointSize());
+        view->setFont(font);
+    });
+    row("zoom", [](TranscriptView *view) { view->zoomIn(20); });
+    row("style sheet", [](TranscriptView *view) { view->setStyleSheet("* { font-size: 40px; }"); });
+    row("style sheet of the buttons",
+        [](TranscriptView *view) { view->setStyleSheet("QToolButton { padding: 20px; }"); });
+    row("of the program", [](TranscriptView *) {
+        QFont font = QApplication::font();
+        font.setPointSize(3 * font.pointSize());
+        QApplication::setFont(font);
+    });
+}
+
+void TestCodeCopyButtons::fitsTheFont()
+{
+    QFETCH(TranscriptStep, step);
+    m_view->resize(600, 400);
+    m_view->add("Text\n\nText\n\n```\na\nb\nc\nd\n```\n");
+    const QToolButton *button = m_view->copyButtons().first();
+    const QRect before = button->geometry();
+    step(m_view.get());
+    runUntilQuiet();
+    QCOMPARE(button->size(), button->sizeHint());
+    QVERIFY(button->width() > before.width());
+    QCOMPARE(button->geometry().right(), before.right());
+    const int line = m_view->pointAt(m_view->find("a")).y();
+    QVERIFY(button->y() < line && button->geometry().bottom() > line);
+}
+
+// A removed button lives until the slot that removed it has returned, which a nested event loop delays.
+void TestCodeCopyButtons::copiesNothingOnceTheCodeIsGone()
+{
+    m_view->add("```\na\n```\n");
+    QToolButton *button = m_view->copyButtons().first();
+    QSignalSpy clicked(button, &QToolButton::clicked);
+    button->animateClick();
+    bool isClicked = false;
+    QTimer::singleShot(0, this, [&] {
+        m_view->clear();
+        isClicked = clicked.wait();
+    });
+    QTRY_VERIFY(isClicked);
+    QCOMPARE(QGuiApplication::clipboard()->text(), QString());
 }
 
 void TestCodeCopyButtons::isNoPartOfTheDocument()

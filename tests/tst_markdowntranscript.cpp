@@ -93,6 +93,7 @@ private Q_SLOTS:
     void copyCopiesTheSelectionAsShown();
     void selectionIsCopiedAsTextOnly();
     void menuCopiesTheMessage();
+    void menuCopiesTheMessageItWasOpenedFor();
     void linkIsOpenedOnce_data();
     void linkIsOpenedOnce();
     void toolTipOfALinkIsItsAddress();
@@ -100,6 +101,8 @@ private Q_SLOTS:
     void readersFindTheTranscript();
 
 private:
+    QMenu *openMenuAt(const QString &text);
+
     std::unique_ptr<TranscriptView> m_view;
 };
 
@@ -452,6 +455,14 @@ void TestMarkdownTranscript::selectionIsCopiedAsTextOnly()
     QCOMPARE(clipboard()->mimeData()->formats(), QStringList{"text/plain"});
 }
 
+QMenu *TestMarkdownTranscript::openMenuAt(const QString &text)
+{
+    const QPoint point = m_view->pointAt(m_view->find(text));
+    QContextMenuEvent event(QContextMenuEvent::Mouse, point, m_view->viewport()->mapToGlobal(point));
+    QCoreApplication::sendEvent(m_view->viewport(), &event);
+    return qobject_cast<QMenu *>(QApplication::activePopupWidget());
+}
+
 void TestMarkdownTranscript::menuCopiesTheMessage()
 {
     m_view->showSmall();
@@ -459,10 +470,7 @@ void TestMarkdownTranscript::menuCopiesTheMessage()
     m_view->add("*a*");
     m_view->beginMessage("two", green);
     m_view->add("*b*");
-    const QPoint point = m_view->pointAt(m_view->find("a"));
-    QContextMenuEvent event(QContextMenuEvent::Mouse, point, m_view->viewport()->mapToGlobal(point));
-    QCoreApplication::sendEvent(m_view->viewport(), &event);
-    auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+    QMenu *menu = openMenuAt("a");
     QVERIFY(menu);
     QAction *action = menu->actions().first();
     QCOMPARE(action->text(), QString("复制消息"));
@@ -471,6 +479,22 @@ void TestMarkdownTranscript::menuCopiesTheMessage()
     const QPointer<QMenu> guard(menu);
     menu->close();
     QTRY_VERIFY(!guard);
+}
+
+void TestMarkdownTranscript::menuCopiesTheMessageItWasOpenedFor()
+{
+    m_view->showSmall();
+    m_view->add("*a*");
+    QMenu *menu = openMenuAt("a");
+    QVERIFY(menu);
+    m_view->add("b");
+    menu->actions().first()->trigger();
+    QCOMPARE(clipboard()->text(), QString("*a*b"));
+    m_view->clear();
+    m_view->add("another");
+    menu->actions().first()->trigger();
+    QCOMPARE(clipboard()->text(), QString("*a*"));
+    menu->close();
 }
 
 void TestMarkdownTranscript::linkIsOpenedOnce_data()

@@ -27,6 +27,7 @@ private Q_SLOTS:
     void buttonGoesBackToTheEnd();
     void setFollowingOffStaysAtTheEnd();
     void signalComesOncePerChange();
+    void slotsHearChangesInTheirOrder();
     void beginMessageChangesNothing();
     void resizingChangesNothing();
     void finishingChangesNothing();
@@ -213,6 +214,22 @@ void TestMarkdownTranscriptReading::signalComesOncePerChange()
     QCOMPARE(changed.count(), 1);
     m_view->clear();
     QCOMPARE(changed.count(), 2);
+    QCOMPARE(changed.at(1).at(0).toBool(), true);
+}
+
+void TestMarkdownTranscriptReading::slotsHearChangesInTheirOrder()
+{
+    m_view->addPage();
+    MarkdownTranscript *transcript = m_view.get();
+    connect(transcript, &MarkdownTranscript::followingChanged, this, [=](bool following) {
+        if (!following)
+            transcript->setFollowing(true);
+    });
+    const QSignalSpy changed(transcript, &MarkdownTranscript::followingChanged);
+    transcript->setFollowing(false);
+    QVERIFY(transcript->isFollowing());
+    QCOMPARE(changed.count(), 2);
+    QCOMPARE(changed.at(0).at(0).toBool(), false);
     QCOMPARE(changed.at(1).at(0).toBool(), true);
 }
 

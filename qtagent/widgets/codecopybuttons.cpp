@@ -66,6 +66,7 @@ void CodeCopyButtons::placeButton(int index, const QRect &area)
     QToolButton *button = m_buttons.value(index);
     if (!button)
         button = createButton(index);
+    button->resize(button->sizeHint());
     const int lowest = qMax(area.top(), area.bottom() - margin - button->height());
     const int y = qBound(area.top(), margin, lowest);
     button->move(area.right() - margin - button->width(), qMax(y, area.top() + margin));
@@ -81,6 +82,7 @@ void CodeCopyButtons::removeOthers(int first, int last)
         }
         if ((*button)->hasFocus())
             m_view->setFocus();
+        (*button)->disconnect(this);
         (*button)->setObjectName(QString());
         (*button)->hide();
         (*button)->deleteLater(); // it may be the one that was clicked
@@ -95,7 +97,6 @@ QToolButton *CodeCopyButtons::createButton(int index)
     button->setText(tr("复制"));
     button->setAccessibleName(tr("复制代码"));
     button->setCursor(Qt::ArrowCursor);
-    button->resize(button->sizeHint());
     connect(button, &QToolButton::clicked, this, [this, index] { copy(index); });
     const auto next = m_buttons.lowerBound(index);
     QWidget *before = next == m_buttons.begin() ? static_cast<QWidget *>(m_view) : std::prev(next).value();

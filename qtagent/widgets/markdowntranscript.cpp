@@ -254,7 +254,11 @@ void MarkdownTranscript::contextMenuEvent(QContextMenuEvent *event)
     menu->setAttribute(Qt::WA_DeleteOnClose);
     auto *action = new QAction(tr("复制消息"), menu);
     action->setEnabled(message >= 0);
-    connect(action, &QAction::triggered, this, [this, message] { copyMessage(message); });
+    connect(action, &QAction::triggered, this, [this, message, source = messageSource(message)] {
+        // It may have grown, or another one may have taken its place.
+        const QString now = messageSource(message);
+        QGuiApplication::clipboard()->setText(now.startsWith(source) ? now : source);
+    });
     menu->insertAction(menu->actions().value(0), action);
     menu->popup(event->globalPos());
 }
@@ -275,6 +279,8 @@ void MarkdownTranscript::changeEvent(QEvent *event)
     }
     if (event->type() == QEvent::PaletteChange)
         change([this](const auto &) { m_transcript->setPalette(palette()); });
+    else if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange)
+        m_copyButtons->place();
 }
 
 void MarkdownTranscript::scrollContentsBy(int dx, int dy)
@@ -431,15 +437,28 @@ void MarkdownTranscript::emitPending()
     if (m_eventDepth > 0)
         return;
     const QPointer<MarkdownTranscript> guard(this);
-    if (m_saidFollowing != m_isFollowing) {
-        m_saidFollowing = m_isFollowing;
-        Q_EMIT followingChanged(m_isFollowing);
-    }
+    emitFollowing();
     if (!guard || m_activated.isEmpty())
         return;
     QUrl address;
     address.swap(m_activated);
     Q_EMIT anchorClicked(address);
+}
+
+// What a slot changes is said to all when all have heard what was before it.
+void MarkdownTranscript::emitFollowing()
+{
+    if (m_isSayingFollowing)
+        return;
+    const QPointer<MarkdownTranscript> guard(this);
+    m_isSayingFollowing = true;
+    while (m_saidFollowing != m_isFollowing) {
+        m_saidFollowing = m_isFollowing;
+        Q_EMIT followingChanged(m_saidFollowing);
+        if (!guard)
+            return;
+    }
+    m_isSayingFollowing = false;
 }
 
 void MarkdownTranscript::repaintChange(const QRectF &area)

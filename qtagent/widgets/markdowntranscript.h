@@ -45,8 +45,8 @@ class TranscriptDocument;
 /// By the end of this turn of the event loop, or at once where the message is finished, another one begins,
 /// messageAt() is called, the view is painted, or a key or a mouse button is pressed. Only the block of text
 /// that has not ended is rendered again, so that a delta costs the same however long the message is. Where
-/// that block is long, later turns leave it out, so that no more than half of the time is spent on it. A row
-/// of a table is shown as it was written until it is complete.
+/// that block is long, later turns and paintings leave it out, so that no more than half of the time is spent
+/// on it. A row of a table is shown as it was written until it is complete.
 ///
 /// @par What is shown
 /// However a text is cut into deltas, it looks the same. What a definition such as "[manual]: https://..."
@@ -54,7 +54,8 @@ class TranscriptDocument;
 /// stands, in pieces of 10,000. Characters that cannot be shown become U+FFFD; messageSource() has them.
 ///
 /// @par Nothing is loaded
-/// A picture is its alternative text, or else its address, and HTML is text. Links to http, https and mailto
+/// A picture is its alternative text, or else its address, as a link to it where that is http or https; HTML
+/// is text. Links to http, https and mailto
 /// can be clicked, or reached with Tab and opened with Return; their tool tip is the address they lead to.
 /// That emits anchorClicked(), and opens the address with QDesktopServices. All other links are their text.
 ///
@@ -165,7 +166,7 @@ protected:
     /// Keeps following.
     void resizeEvent(QResizeEvent *event) override;
 
-    /// Takes the colours of the palette.
+    /// Takes the colours of the palette, and fits the buttons to the font.
     void changeEvent(QEvent *event) override;
 
     /// Moves the buttons along.
@@ -197,6 +198,7 @@ private:
     void addCost(qint64 nanoseconds);
     bool deliver(const std::function<bool()> &handler);
     void emitPending();
+    void emitFollowing();
     void repaintChange(const QRectF &area);
     void followEnd();
     void followRange();
@@ -212,10 +214,11 @@ private:
     bool m_isShowPosted = false;
     bool m_isFollowing = true;
     bool m_saidFollowing = true; // by the last signal
-    QUrl m_activated;            // the link whose signal is due
-    int m_changeBegin = -1;      // position of the change that is about to be painted
-    int m_eventDepth = 0;        // of events being handled
-    int m_ownScrollings = 0;     // under way
+    bool m_isSayingFollowing = false;
+    QUrl m_activated;        // the link whose signal is due
+    int m_changeBegin = -1;  // position of the change that is about to be painted
+    int m_eventDepth = 0;    // of events being handled
+    int m_ownScrollings = 0; // under way
 };
 
 } // namespace QtAgent
