@@ -85,6 +85,7 @@ class TestMarkdownTranscriptHostile : public QObject
 private Q_SLOTS:
     void picturesAreNeverLoaded_data();
     void picturesAreNeverLoaded();
+    void pictureThatCouldBeShownIsText();
     void pictureFileStaysClosed();
     void loadResourceReturnsNothing();
     void sourceIsNeverSet();
@@ -163,6 +164,28 @@ void TestMarkdownTranscriptHostile::picturesAreNeverLoaded()
     QVERIFY(!hasPictures(*view.document()));
     QCOMPARE(view.toPlainText().trimmed(), shown);
     QCOMPARE(anchors(*view.document()), links);
+}
+
+void TestMarkdownTranscriptHostile::pictureThatCouldBeShownIsText()
+{
+    const QTemporaryDir folder;
+    const QString path = folder.filePath("a.png");
+    QImage image(200, 100, QImage::Format_RGB32);
+    image.fill(Qt::red);
+    QVERIFY(image.save(path));
+    TranscriptView view;
+    view.setSearchPaths({folder.path()});
+    view.showSmall();
+    view.add("![one](a.png) ![two](" + path + ") ![three](file://" + path + ") <img src='a.png'>\n\n");
+    view.finishMessage();
+    QVERIFY(!hasPictures(*view.document()));
+    QCOMPARE(view.toPlainText(), QString("one two three <img src='a.png'>"));
+    QVERIFY(view.document()->size().height() < image.height());
+    const QImage shown = view.grab().toImage();
+    for (int y = 0; y < shown.height(); ++y) {
+        for (int x = 0; x < shown.width(); ++x)
+            QVERIFY(shown.pixelColor(x, y) != QColor(Qt::red));
+    }
 }
 
 void TestMarkdownTranscriptHostile::pictureFileStaysClosed()
