@@ -23,7 +23,8 @@ foreach(example IN ITEMS checkpoint_worker kept_chat)
 endforeach()
 
 # These end when the example does, which is when its window is closed.
-foreach(example IN ITEMS agent_approval awaited_chat chat_window mcp_window review_workflow slow_tool thinking_window)
+foreach(example IN ITEMS agent_approval awaited_chat chat_window kept_window mcp_window review_workflow slow_tool
+        thinking_window)
     if(TARGET ${example})
         get_target_property(example_libraries ${example} LINK_LIBRARIES)
         qtagent_add_test(tst_example_${example} ${example_libraries})

@@ -10,6 +10,8 @@
 #include <QApplication>
 #include <QDir>
 #include <QImage>
+#include <QLineEdit>
+#include <QVBoxLayout>
 #include <QVector>
 
 #include <cstdio>
@@ -144,6 +146,8 @@ std::unique_ptr<QWidget> createTranscript(const QPalette &palette, const QColor 
                                            "```\n\n"
                                            "> 水泵运转时不要关闭阀门。\n\n"
                                            "切换到**备用泵**之后"));
+    transcript->messageAt(0); // renders it
+    transcript->setTextCursor(transcript->document()->find(QStringLiteral("过滤器前后")));
     return transcript;
 }
 
@@ -155,6 +159,43 @@ std::unique_ptr<QWidget> createLightTranscript()
 std::unique_ptr<QWidget> createDarkTranscript()
 {
     return createTranscript(darkPalette(), QColor(0x93c5fd), QColor(0x6ee7b7));
+}
+
+// What examples/kept_window.cpp shows at its second start.
+std::unique_ptr<QWidget> createKeptWindow(const QPalette &palette, const QColor &user, const QColor &agent)
+{
+    auto window = std::make_unique<QWidget>();
+    window->setPalette(palette);
+    window->resize(560, 420);
+    auto *transcript = new MarkdownTranscript(window.get());
+    auto *input = new QLineEdit(QStringLiteral("压差是多少？"), window.get());
+    auto *layout = new QVBoxLayout(window.get());
+    layout->addWidget(transcript);
+    layout->addWidget(input);
+    transcript->beginMessage(QStringLiteral("用户"), user, MarkdownTranscript::Format::PlainText);
+    transcript->appendDelta(QStringLiteral("Which device needs a look?"));
+    transcript->beginMessage(QStringLiteral("智能体"), agent);
+    transcript->appendDelta(QStringLiteral("工具调用已完成，结果如下：\n"
+                                           "- find_abnormal_devices: **Pump-002** ⚠\n"
+                                           "  - 先看过滤器，再看泵\n\n"
+                                           "| 测点 | 实测 | 上限 |\n"
+                                           "|:-----|-----:|-----:|\n"
+                                           "| 压差 | 0.8 | 0.5 |\n\n"
+                                           "```python\n"
+                                           "if pressure_drop > 0.5:\n"
+                                           "    switch_to(\"Pump-003\")\n"
+                                           "```\n"));
+    return window;
+}
+
+std::unique_ptr<QWidget> createLightKeptWindow()
+{
+    return createKeptWindow(QApplication::palette(), QColor(0x1d4ed8), QColor(0x047857));
+}
+
+std::unique_ptr<QWidget> createDarkKeptWindow()
+{
+    return createKeptWindow(darkPalette(), QColor(0x93c5fd), QColor(0x6ee7b7));
 }
 
 // A report that was written twice and waits for its second review.
@@ -201,6 +242,8 @@ QVector<WidgetPicture> widgetPictures()
         {QStringLiteral("modelconfigwidget.png"), createModelConfigWidget},
         {QStringLiteral("markdowntranscript.png"), createLightTranscript},
         {QStringLiteral("markdowntranscript-dark.png"), createDarkTranscript},
+        {QStringLiteral("keptwindow.png"), createLightKeptWindow},
+        {QStringLiteral("keptwindow-dark.png"), createDarkKeptWindow},
         {QStringLiteral("graphview.png"), createGraphView},
     };
 }
