@@ -40,12 +40,15 @@ private Q_SLOTS:
     void emptyQueueFails();
     void eachRequestTakesTheNextAnswer();
     void requestsAreKept();
+    void requestsAreRecords();
     void replyBelongsToItsParentOrTheModel();
     void replyOfSomebodyElseSurvivesTheModel();
     void replyMayBeDeletedAtEveryEmission_data();
     void replyMayBeDeletedAtEveryEmission();
     void cancelStopsTheAnswer();
     void nestedEventLoopKeepsTheOrder();
+    void slotMayWaitForTheEnd_data();
+    void slotMayWaitForTheEnd();
 };
 
 void TestScriptedModel::textIsStreamedInItsPieces()
@@ -156,6 +159,18 @@ void TestScriptedModel::requestsAreKept()
     QVERIFY(model.requests().at(1).tools.isEmpty());
 }
 
+void TestScriptedModel::requestsAreRecords()
+{
+    using Request = ScriptedModel::Request;
+    const QVector<ToolDefinition> tools{{"read", "Reads.", {}, ToolPermission::Write}};
+    const Request request{question, tools};
+    QVERIFY(request == Request({question, tools}));
+    QVERIFY(!(request != Request({question, tools})));
+    QVERIFY(request != Request({question, {}}));
+    QVERIFY(request != Request({{}, tools}));
+    QVERIFY(QVariant::fromValue(request).value<Request>() == request);
+}
+
 void TestScriptedModel::replyBelongsToItsParentOrTheModel()
 {
     QObject parent;
@@ -225,6 +240,29 @@ void TestScriptedModel::nestedEventLoopKeepsTheOrder()
     ReplyRecorder recorder(reply);
     connect(reply, &ChatReply::deltaReceived, this, [] { runUntilQuiet(); });
     QVERIFY(recorder.isOver() || QSignalSpy(&recorder, &ReplyRecorder::over).wait());
+    QCOMPARE(recorder.lines(), QStringList({"delta: a", "delta: b", "delta: c", "finished: abc"}));
+}
+
+void TestScriptedModel::slotMayWaitForTheEnd_data()
+{
+    QTest::addColumn<int>("pauseMs");
+    QTest::newRow("at once") << 0;
+    QTest::newRow("with pauses") << 1;
+}
+
+void TestScriptedModel::slotMayWaitForTheEnd()
+{
+    QFETCH(int, pauseMs);
+    ScriptedModel model;
+    model.addText({"a", "b", "c"}, pauseMs);
+    ChatReply *reply = model.chat(question, {}, nullptr);
+    const ReplyRecorder recorder(reply);
+    bool isOver = false;
+    connect(reply, &ChatReply::deltaReceived, this, [&](const QString &delta) {
+        if (delta == "a")
+            isOver = runUntil([&] { return recorder.isOver(); });
+    });
+    QVERIFY(runUntil([&] { return isOver; }));
     QCOMPARE(recorder.lines(), QStringList({"delta: a", "delta: b", "delta: c", "finished: abc"}));
 }
 

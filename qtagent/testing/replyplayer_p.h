@@ -4,6 +4,7 @@
 #include <qtagent/chatmodel.h>
 
 #include <QObject>
+#include <QTimer>
 #include <QVector>
 
 #include <functional>
@@ -19,7 +20,7 @@ struct ReplyStep
 };
 
 /// Plays @p steps on @p reply from the event loop, and stops where the reply ends. Steps without a pause are
-/// played in the turn of the step before them.
+/// played in the turn of the step before them, or by an event loop that a slot runs meanwhile.
 void playLater(const QVector<ReplyStep> &steps, ChatReply *reply);
 
 /// Plays steps on a reply, which is its parent.
@@ -38,6 +39,7 @@ private:
     const QVector<ReplyStep> m_steps;
     ChatReply *const m_reply;
     int m_next = 0;
+    QTimer m_timer;
 };
 
 } // namespace QtAgent

@@ -5,7 +5,10 @@
 #include <qtagent/testing/qtagent_testing_export.h>
 
 #include <QJsonArray>
+#include <QMetaType>
+#include <QObject>
 #include <QQueue>
+#include <QString>
 #include <QStringList>
 #include <QVector>
 
@@ -41,6 +44,14 @@ public:
         QVector<ChatMessage> messages;
         /// The tools that were offered.
         QVector<ToolDefinition> tools;
+
+        /// Returns whether both fields are equal.
+        friend bool operator==(const Request &left, const Request &right)
+        {
+            return left.messages == right.messages && left.tools == right.tools;
+        }
+        /// Returns whether a field differs.
+        friend bool operator!=(const Request &left, const Request &right) { return !(left == right); }
     };
 
     /// Creates a model without answers.
@@ -79,5 +90,7 @@ private:
 
 } // namespace QtAgent
 } // namespace MireloQtLib
+
+Q_DECLARE_METATYPE(MireloQtLib::QtAgent::ScriptedModel::Request)
 
 #endif
