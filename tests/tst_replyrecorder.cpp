@@ -18,6 +18,8 @@ private Q_SLOTS:
     void endIsTheLastLineWhenItIsTold();
     void linesFollowTheEnd();
     void nullIsOver();
+    void replyThatHasEndedIsOver_data();
+    void replyThatHasEndedIsOver();
     void recorderMayBeDeletedWhenItTellsTheEnd();
     void eitherMayGoFirst();
 };
@@ -88,6 +90,28 @@ void TestReplyRecorder::nullIsOver()
     const ReplyRecorder recorder(nullptr);
     QVERIFY(recorder.isOver());
     QVERIFY(recorder.lines().isEmpty());
+}
+
+void TestReplyRecorder::replyThatHasEndedIsOver_data()
+{
+    QTest::addColumn<EndReply>("end");
+    QTest::newRow("finished") << EndReply([](ChatReply *reply) { reply->finish("a"); });
+    QTest::newRow("failed") << EndReply([](ChatReply *reply) { reply->fail("no"); });
+    QTest::newRow("canceled") << EndReply([](ChatReply *reply) { reply->cancel(); });
+}
+
+void TestReplyRecorder::replyThatHasEndedIsOver()
+{
+    QFETCH(EndReply, end);
+    auto reply = std::make_unique<ChatReply>();
+    end(reply.get());
+    const ReplyRecorder recorder(reply.get());
+    const QSignalSpy over(&recorder, &ReplyRecorder::over);
+    QVERIFY(recorder.isOver());
+    QVERIFY(recorder.lines().isEmpty());
+    reply.reset();
+    QCOMPARE(recorder.lines(), QStringList("deleted"));
+    QVERIFY(over.isEmpty());
 }
 
 void TestReplyRecorder::recorderMayBeDeletedWhenItTellsTheEnd()

@@ -5,7 +5,7 @@ namespace QtAgent {
 
 ReplyRecorder::ReplyRecorder(ChatReply *reply, QObject *parent)
     : QObject(parent)
-    , m_over(!reply)
+    , m_over(!reply || !reply->isRunning())
 {
     if (!reply)
         return;

@@ -5,6 +5,7 @@
 #include <qtagent/testing/qtagent_testing_export.h>
 
 #include <QObject>
+#include <QString>
 #include <QStringList>
 
 namespace MireloQtLib {
@@ -25,7 +26,8 @@ class QTAGENT_TESTING_EXPORT ReplyRecorder : public QObject
     Q_OBJECT
 
 public:
-    /// Creates a recorder of @p reply. One of null is over, and has no lines.
+    /// Creates a recorder of @p reply. Where that is null or has ended, isOver() is true at once, there are
+    /// no lines of the past, and over() is not emitted.
     explicit ReplyRecorder(ChatReply *reply, QObject *parent = nullptr);
     ~ReplyRecorder() override;
 
