@@ -205,6 +205,11 @@ RetryingModel::RetryingModel(ChatModel *model, QObject *parent)
 
 RetryingModel::~RetryingModel() = default;
 
+ChatModel *RetryingModel::model() const
+{
+    return m_model;
+}
+
 void RetryingModel::setMaxAttempts(qint32 attempts)
 {
     m_maxAttempts = qMax(1, attempts);

@@ -41,6 +41,9 @@ public:
     explicit RetryingModel(ChatModel *model, QObject *parent = nullptr);
     ~RetryingModel() override;
 
+    /// Returns the model that is asked, or null where it was deleted.
+    ChatModel *model() const;
+
     /// Sets how often a request is sent at most, 3 by default. Below 1 is 1.
     void setMaxAttempts(qint32 attempts);
 

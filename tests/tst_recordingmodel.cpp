@@ -1,7 +1,7 @@
 #include "support/eventloop.h"
 
-#include <qtagent/mockchatmodel.h>
-#include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/deepseekmodel.h>
+#include <qtagent/retryingmodel.h>
 #include <qtagent/testing/recordingmodel.h>
 #include <qtagent/testing/replyrecorder.h>
 #include <qtagent/testing/scriptedmodel.h>
@@ -28,6 +28,7 @@ class TestRecordingModel : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase();
     void init();
 
     void replyIsALine();
@@ -47,7 +48,12 @@ private Q_SLOTS:
     void replyOutlivesTheModel();
     void nothingOfTheServiceIsInTheFile_data();
     void nothingOfTheServiceIsInTheFile();
+    void serviceOfAModelBehindAnotherIsNotInTheFile();
+    void profileThatTheModelFillsIsNotInTheFile();
+    void keyIsHiddenAsItIsSent();
     void shortPlaceholderOfAKeyStaysAWord();
+    void characterInTwoPiecesIsWritten();
+    void longReportIsSearchedAtOnce();
     void responseThatIsTooDeepIsLeftOut();
 
 private:
@@ -68,6 +74,12 @@ private:
     std::unique_ptr<QTemporaryDir> m_folder;
     QString m_path;
 };
+
+// As on systems where memory that is written cannot be executed.
+void TestRecordingModel::initTestCase()
+{
+    qputenv("QT_ENABLE_REGEXP_JIT", "0");
+}
 
 void TestRecordingModel::init()
 {
@@ -294,6 +306,20 @@ void TestRecordingModel::nothingOfTheServiceIsInTheFile_data()
     QTest::newRow("no answer in HTTP") << 0 << QByteArray();
 }
 
+// A model that knows all that a service may repeat.
+static void setUp(OpenAICompatibleModel *model, const StreamServer &server)
+{
+    ModelConfig config;
+    config.baseUrl = server.baseUrl();
+    config.apiKey = key;
+    config.model = "test-model";
+    config.stream = false;
+    model->setConfig(config);
+    RequestOptions options;
+    options.headers.insert("X-Team", "team-secret-42");
+    model->setRequestOptions(options);
+}
+
 void TestRecordingModel::nothingOfTheServiceIsInTheFile()
 {
     QFETCH(int, status);
@@ -306,16 +332,8 @@ void TestRecordingModel::nothingOfTheServiceIsInTheFile()
         for (int i = 0; i < 8; ++i)
             server.addRaw({}, true);
     }
-    ModelConfig config;
-    config.baseUrl = server.baseUrl();
-    config.apiKey = key;
-    config.model = "test-model";
-    config.stream = false;
     OpenAICompatibleModel model;
-    model.setConfig(config);
-    RequestOptions options;
-    options.headers.insert("X-Team", "team-secret-42");
-    model.setRequestOptions(options);
+    setUp(&model, server);
     RecordingModel recording(&model, m_path);
     ReplyRecorder recorder(recording.chat(question, {}, nullptr));
     QVERIFY(recorder.isOver() || QSignalSpy(&recorder, &ReplyRecorder::over).wait());
@@ -325,6 +343,44 @@ void TestRecordingModel::nothingOfTheServiceIsInTheFile()
           QByteArray("team-secret"), QByteArray("test-model")})
         QVERIFY2(!content().contains(secret), content().constData());
     QVERIFY(content().contains("[hidden]"));
+}
+
+void TestRecordingModel::serviceOfAModelBehindAnotherIsNotInTheFile()
+{
+    StreamServer server;
+    QByteArray refusal = R"({"error":{"message":"KEY of team-secret-42"}})";
+    server.addAnswer(401, refusal.replace("KEY", key.toUtf8()));
+    OpenAICompatibleModel model;
+    setUp(&model, server);
+    RetryingModel inner(&model);
+    RetryingModel outer(&inner);
+    RecordingModel recording(&outer, m_path);
+    ReplyRecorder recorder(recording.chat(question, {}, nullptr));
+    QVERIFY(QSignalSpy(&recorder, &ReplyRecorder::over).wait());
+    QVERIFY2(content().contains("[hidden] of [hidden]"), content().constData());
+}
+
+void TestRecordingModel::profileThatTheModelFillsIsNotInTheFile()
+{
+    DeepSeekModel model;
+    RecordingModel recording(&model, m_path);
+    const std::unique_ptr<ChatReply> reply(recording.chat(question, {}, nullptr));
+    reply->fail("Host api.deepseek.com not found"); // before the event loop runs, so that nothing is sent
+    QVERIFY2(lines().value(0).endsWith("[0,\"failed\",\"Host [hidden] not found\"]]}"),
+             content().constData());
+}
+
+void TestRecordingModel::keyIsHiddenAsItIsSent()
+{
+    ScriptedModel model;
+    ModelConfig config;
+    config.apiKey = " sk-12345\r\n67890 \n";
+    model.setConfig(config);
+    model.addText({"Is it sk-1234567890?"});
+    RecordingModel recording(&model, m_path);
+    recording.chat(question, {}, nullptr);
+    runUntilQuiet();
+    QVERIFY2(lines().value(0).endsWith("[0,\"finished\",\"Is it [hidden]?\"]]}"), content().constData());
 }
 
 void TestRecordingModel::shortPlaceholderOfAKeyStaysAWord()
@@ -338,6 +394,29 @@ void TestRecordingModel::shortPlaceholderOfAKeyStaysAWord()
     recording.chat(question, {}, nullptr);
     runUntilQuiet();
     QVERIFY(content().contains("There is none."));
+}
+
+void TestRecordingModel::characterInTwoPiecesIsWritten()
+{
+    const QString pump = "⛽ and 🛢";
+    ScriptedModel model;
+    model.addText({pump.chopped(1), pump.right(1), "."});
+    RecordingModel recording(&model, m_path);
+    recording.chat(question, {}, nullptr);
+    runUntilQuiet();
+    const QString entries =
+        R"([0,"delta","⛽ and "],[0,"delta","🛢"],[0,"delta","."],[0,"finished","⛽ and 🛢."])";
+    QVERIFY2(lines().value(0).endsWith(entries + "]}"), content().constData());
+}
+
+void TestRecordingModel::longReportIsSearchedAtOnce()
+{
+    ScriptedModel model;
+    model.addFailure(QString(1000000, 'x') + " http://127.0.0.1/secret");
+    RecordingModel recording(&model, m_path);
+    recording.chat(question, {}, nullptr);
+    runUntilQuiet();
+    QVERIFY(lines().value(0).endsWith("xx [hidden]\"]]}"));
 }
 
 void TestRecordingModel::responseThatIsTooDeepIsLeftOut()

@@ -37,6 +37,11 @@ QStringList linesOf(ChatModel *model, const QVector<ChatMessage> &messages)
     return recorder.lines();
 }
 
+ToolDefinition toolWith(const QJsonObject &parameters)
+{
+    return {"read", "Reads.", parameters, ToolPermission::ReadOnly};
+}
+
 const QByteArray head = "{\"recording\":1}\n";
 
 QByteArray lineOf(const QByteArray &entries)
@@ -62,7 +67,11 @@ private Q_SLOTS:
     void firstDifferenceIsTold_data();
     void firstDifferenceIsTold();
     void nearestUnusedRequestIsCompared();
+    void hiddenTextsOfARequestMatch_data();
+    void hiddenTextsOfARequestMatch();
+    void hiddenNamesOfARequestMatch();
     void paceIsThatOfTheRecording();
+    void endlessPauseIsLong();
     void negativeSpeedIsAtOnce();
     void unusableFileIsTold_data();
     void unusableFileIsTold();
@@ -245,6 +254,66 @@ void TestReplayModel::nearestUnusedRequestIsCompared()
         R"(No recording of this request. First difference: message 3, content: recorded "x", asked "y")");
 }
 
+void TestReplayModel::hiddenTextsOfARequestMatch_data()
+{
+    QTest::addColumn<QString>("asked");
+    QTest::addColumn<QString>("difference");
+    QTest::newRow("as recorded") << "Is localhost at localhost on?"
+                                 << "";
+    QTest::newRow("as written") << "Is [hidden] at [hidden] on?"
+                                << "";
+    QTest::newRow("on another machine") << "Is pump.local at pump.local on?"
+                                        << "";
+    QTest::newRow("before it") << "At localhost on?"
+                               << R"(recorded "Is [hidden] at [hidden] on?", asked "At localhost on?")";
+    QTest::newRow("between them") << "Is localhost on?"
+                                  << R"(recorded "Is [hidden] at [hidden] on?", asked "Is localhost on?")";
+    QTest::newRow("behind them")
+        << "Is localhost at localhost off?"
+        << R"(recorded "Is [hidden] at [hidden] on?", asked "Is localhost at localhost off?")";
+}
+
+void TestReplayModel::hiddenTextsOfARequestMatch()
+{
+    QFETCH(QString, asked);
+    QFETCH(QString, difference);
+    ModelConfig config;
+    config.baseUrl = "http://localhost/v1";
+    ScriptedModel model;
+    model.setConfig(config);
+    model.addText({"a"});
+    record(&model, {"Is localhost at localhost on?"});
+    ReplayModel replay(m_path);
+    QCOMPARE(failureOf(&replay, asking(asked)),
+             difference.isEmpty()
+                 ? QString()
+                 : "No recording of this request. First difference: message 2, content: " + difference);
+    if (difference.isEmpty())
+        QVERIFY(failureOf(&replay, asking(asked)).endsWith("it was asked more often than it was recorded"));
+}
+
+void TestReplayModel::hiddenNamesOfARequestMatch()
+{
+    ModelConfig config;
+    config.apiKey = "sk-1234567890";
+    ScriptedModel model;
+    model.setConfig(config);
+    model.addText({"a"});
+    {
+        RecordingModel recording(&model, m_path);
+        recording.chat({}, {toolWith({{"sk-1234567890", 1}, {"b", 2}})}, nullptr);
+        runUntilQuiet();
+    }
+    ReplayModel replay(m_path);
+    const QString difference =
+        "No recording of this request. First difference: tool 1, function, parameters, ";
+    QCOMPARE(failureOf(&replay, {}, {toolWith({{"sk-1234567890", 3}, {"b", 2}})}),
+             difference + "[hidden]: recorded 1, asked 3");
+    QCOMPARE(failureOf(&replay, {}, {toolWith({{"sk-1234567890", 1}, {"c", 1}})}),
+             difference + "b: recorded 2, asked nothing");
+    QCOMPARE(failureOf(&replay, {}, {toolWith({{"sk-1234567890", 1}, {"b", 2}})}), "");
+}
+
 void TestReplayModel::paceIsThatOfTheRecording()
 {
     write(head + lineOf(R"([40,"delta","a"],[80,"finished","a"])")
@@ -263,6 +332,14 @@ void TestReplayModel::paceIsThatOfTheRecording()
         QVERIFY(clock.elapsed() >= 80 / factor - 2);
         QCOMPARE(recorder.lines(), QStringList({"delta: a", "finished: a"}));
     }
+}
+
+void TestReplayModel::endlessPauseIsLong()
+{
+    write(head + lineOf(R"([0,"delta","a"],[9007199254740992,"finished","a"])"));
+    ReplayModel replay(m_path);
+    replay.setSpeed(1e-300);
+    QCOMPARE(linesOf(&replay, {}), QStringList("delta: a"));
 }
 
 void TestReplayModel::negativeSpeedIsAtOnce()
@@ -293,6 +370,8 @@ void TestReplayModel::unusableFileIsTold_data()
                                     << damaged.arg(2);
     QTest::newRow("no text") << head + lineOf(R"([0,"delta"],[0,"finished","a"])") << damaged.arg(2);
     QTest::newRow("no time") << head + lineOf(R"(["finished","a"])") << damaged.arg(2);
+    QTest::newRow("time without an end") << head + lineOf(R"([1e300,"finished","a"])") << damaged.arg(2);
+    QTest::newRow("time before the request") << head + lineOf(R"([-1e300,"finished","a"])") << damaged.arg(2);
     QTest::newRow("back in time") << head + lineOf(R"([2,"delta","a"],[1,"finished","a"])") << damaged.arg(2);
     QTest::newRow("too deep") << head + QByteArray(5000, '[') + "\n" << damaged.arg(2);
 }

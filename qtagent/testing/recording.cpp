@@ -13,6 +13,9 @@ namespace {
 
 constexpr int currentVersion = 1;
 
+// Beyond it not every whole number is one of JSON's.
+constexpr double longestMs = 9007199254740992.0;
+
 // How much of a text shows a difference: some of what both have, and what follows.
 constexpr int shownBefore = 20;
 constexpr int shownBehind = 40;
@@ -42,7 +45,8 @@ bool hasValueOfItsKind(const RecordedSignal &recorded)
 RecordedSignal signalOf(const QJsonArray &entry)
 {
     const QJsonValue value = entry.size() > 2 ? entry.at(2) : QJsonValue(QJsonValue::Undefined);
-    return {qint64(entry.at(0).toDouble(-1)), entry.at(1).toString(), value};
+    const double ms = entry.at(0).toDouble(-1);
+    return {ms <= longestMs ? qint64(std::max(ms, -1.0)) : -1, entry.at(1).toString(), value};
 }
 
 // Signals that a reply can have emitted: in the order of their times, with one end behind all others.
@@ -80,9 +84,79 @@ Recording damage(const QString &path, int line)
     return failure(QStringLiteral("Recording %1 is damaged in line %2.").arg(path, QString::number(line)));
 }
 
+int commonLength(const QString &left, const QString &right)
+{
+    const auto places = std::mismatch(left.cbegin(), left.cend(), right.cbegin(), right.cend());
+    return int(places.first - left.cbegin());
+}
+
+// How far two texts are equal.
+struct Extent
+{
+    int inRecorded = 0;
+    int inAsked = 0;
+};
+
+// What follows a hidden text is looked for behind what precedes it; the last piece ends the text.
+Extent equalExtent(const QString &recorded, const QString &asked)
+{
+    QStringList pieces = recorded.split(hiddenText());
+    const int common = commonLength(pieces.first(), asked);
+    if (pieces.size() == 1 || common < pieces.first().size())
+        return {common, common};
+    Extent extent{common, common};
+    const QString last = pieces.takeLast();
+    for (const QString &piece : pieces.mid(1)) {
+        const int found = int(asked.indexOf(piece, extent.inAsked));
+        if (found < 0)
+            return extent;
+        extent = {int(extent.inRecorded + hiddenText().size() + piece.size()), int(found + piece.size())};
+    }
+    if (asked.size() - extent.inAsked < last.size() || !asked.endsWith(last))
+        return extent;
+    return {int(recorded.size()), int(asked.size())};
+}
+
+bool areEqualTexts(const QString &recorded, const QString &asked)
+{
+    const Extent extent = equalExtent(recorded, asked);
+    return extent.inRecorded == recorded.size() && extent.inAsked == asked.size();
+}
+
+// Returns the object with the hidden names of the recorded one in the place of its own. None is used twice.
+QJsonObject withHiddenNames(const QJsonObject &recorded, const QJsonObject &asked)
+{
+    const QStringList hidden = recorded.keys().filter(hiddenText());
+    QJsonObject named;
+    for (auto member = asked.begin(); member != asked.end(); ++member) {
+        const QString name = member.key();
+        const auto found = std::find_if(hidden.cbegin(), hidden.cend(), [&](const QString &hiddenName) {
+            return !recorded.contains(name) && !asked.contains(hiddenName) && !named.contains(hiddenName)
+                && areEqualTexts(hiddenName, name);
+        });
+        named.insert(found == hidden.cend() ? name : *found, member.value());
+    }
+    return named;
+}
+
 QJsonValue memberOf(const QJsonValue &value, const QString &name)
 {
     return value.toObject().value(name);
+}
+
+bool areEqualArrays(const QJsonArray &recorded, const QJsonArray &asked)
+{
+    return std::equal(recorded.begin(), recorded.end(), asked.begin(), asked.end(), isEqual);
+}
+
+bool areEqualObjects(const QJsonObject &recorded, const QJsonObject &asked)
+{
+    const QJsonObject named = withHiddenNames(recorded, asked);
+    const auto isEqualMember = [&](const QString &name) {
+        return named.contains(name) && isEqual(recorded.value(name), named.value(name));
+    };
+    const QStringList names = recorded.keys();
+    return names.size() == named.size() && std::all_of(names.cbegin(), names.cend(), isEqualMember);
 }
 
 // Undefined beyond the end.
@@ -101,12 +175,13 @@ struct Difference
 
 Difference differenceOf(const QJsonValue &recorded, const QJsonValue &asked, const QString &place);
 
-Difference differenceInObjects(const QJsonValue &recorded, const QJsonValue &asked, const QString &place)
+Difference differenceInObjects(const QJsonValue &recorded, const QJsonValue &object, const QString &place)
 {
+    const QJsonValue asked = withHiddenNames(recorded.toObject(), object.toObject());
     QStringList names = recorded.toObject().keys() + asked.toObject().keys();
     names.sort();
     const auto differs = [&](const QString &name) {
-        return memberOf(recorded, name) != memberOf(asked, name);
+        return !isEqual(memberOf(recorded, name), memberOf(asked, name));
     };
     const QString name = *std::find_if(names.cbegin(), names.cend(), differs);
     const QString memberPlace = place.isEmpty() ? name : place + QLatin1String(", ") + name;
@@ -117,7 +192,7 @@ Difference differenceInObjects(const QJsonValue &recorded, const QJsonValue &ask
 Difference differenceInArrays(const QJsonValue &recorded, const QJsonValue &asked, QString place)
 {
     int index = 0;
-    while (elementOf(recorded, index) == elementOf(asked, index))
+    while (isEqual(elementOf(recorded, index), elementOf(asked, index)))
         ++index;
     if (place.endsWith(QLatin1Char('s')))
         place.chop(1);
@@ -159,13 +234,13 @@ QString shown(const QJsonValue &value, int difference)
     return text.size() <= shownOfJson ? text : text.left(shownOfJson) + ellipsis;
 }
 
-int commonLength(const QString &left, const QString &right)
-{
-    const auto places = std::mismatch(left.cbegin(), left.cend(), right.cbegin(), right.cend());
-    return int(places.first - left.cbegin());
-}
-
 } // namespace
+
+const QString &hiddenText()
+{
+    static const QString text = QStringLiteral("[hidden]");
+    return text;
+}
 
 QJsonObject requestObject(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools)
 {
@@ -201,12 +276,24 @@ Recording readRecording(const QString &path)
     return recording;
 }
 
+bool isEqual(const QJsonValue &recorded, const QJsonValue &asked)
+{
+    if (recorded.isString() && asked.isString())
+        return areEqualTexts(recorded.toString(), asked.toString());
+    if (recorded.isArray() && asked.isArray())
+        return areEqualArrays(recorded.toArray(), asked.toArray());
+    if (recorded.isObject() && asked.isObject())
+        return areEqualObjects(recorded.toObject(), asked.toObject());
+    return recorded == asked;
+}
+
 QString firstDifference(const QJsonObject &recorded, const QJsonObject &asked)
 {
     const Difference difference = differenceOf(recorded, asked, {});
-    const int place = commonLength(difference.recorded.toString(), difference.asked.toString());
+    const Extent extent = equalExtent(difference.recorded.toString(), difference.asked.toString());
     return QStringLiteral("%1: recorded %2, asked %3")
-        .arg(difference.place, shown(difference.recorded, place), shown(difference.asked, place));
+        .arg(difference.place, shown(difference.recorded, extent.inRecorded),
+             shown(difference.asked, extent.inAsked));
 }
 
 RecordingFile::RecordingFile(const QString &path)

@@ -39,11 +39,17 @@ struct Recording
     QString error;
 };
 
+/// What stands in a recording in the place of what nobody may know.
+const QString &hiddenText();
+
 /// Returns the request as it reads when it comes from a file.
 QJsonObject requestObject(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools);
 
 /// Reads a whole recording.
 Recording readRecording(const QString &path);
+
+/// Returns whether @p asked equals @p recorded. Where texts of that are hidden, any text is equal.
+bool isEqual(const QJsonValue &recorded, const QJsonValue &asked);
 
 /// Returns where two requests that are not equal differ first, and how.
 QString firstDifference(const QJsonObject &recorded, const QJsonObject &asked);

@@ -3,6 +3,7 @@
 #include "recording_p.h"
 
 #include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/retryingmodel.h>
 
 #include <QElapsedTimer>
 #include <QRegularExpression>
@@ -18,30 +19,29 @@ namespace {
 // A shorter one is a placeholder for a service that needs no key, and a word of many texts.
 constexpr int shortestSecret = 8;
 
-const QString &hiddenText()
-{
-    static const QString text = QStringLiteral("[hidden]");
-    return text;
-}
-
 // What a profile says of a service that nobody else may know.
 class Secrets
 {
 public:
+    // Also of the models that this one asks.
+    void add(const ChatModel *model)
+    {
+        for (; model; model = askedBy(model)) {
+            add(model->config());
+            if (const auto *client = qobject_cast<const OpenAICompatibleModel *>(model))
+                add(client->requestOptions());
+        }
+    }
+
     void add(const ModelConfig &config)
     {
         const QUrl url(config.baseUrl.trimmed());
         add(config.apiKey.trimmed());
+        add(asSent(config.apiKey));
         add(config.baseUrl.trimmed());
         add(url.authority());
         if (!url.host().isEmpty())
             m_hosts.append(url.host());
-    }
-
-    void add(const RequestOptions &options)
-    {
-        for (const QByteArray &value : options.headers)
-            add(QString::fromUtf8(value));
     }
 
     QString hide(QString text) const
@@ -71,7 +71,8 @@ public:
     // Qt writes addresses in other ways than profiles, and names hosts without one.
     QString hideInReport(QString report) const
     {
-        static const QRegularExpression address(QStringLiteral(R"([A-Za-z][A-Za-z0-9+.-]*://[^\s"'<>]*)"));
+        static const QRegularExpression address(
+            QStringLiteral(R"((?<![A-Za-z0-9+.-])[A-Za-z0-9+.-]++://[^\s"'<>]*)"));
         report = hide(report.replace(address, hiddenText()));
         for (const QString &host : m_hosts)
             report.replace(host, hiddenText(), Qt::CaseInsensitive);
@@ -79,10 +80,31 @@ public:
     }
 
 private:
+    static const ChatModel *askedBy(const ChatModel *model)
+    {
+        const auto *retrying = qobject_cast<const RetryingModel *>(model);
+        return retrying ? retrying->model() : nullptr;
+    }
+
+    void add(const RequestOptions &options)
+    {
+        for (const QByteArray &value : options.headers)
+            add(QString::fromUtf8(value));
+    }
+
+    // A header has no line breaks, and is told without blanks around it.
+    static QString asSent(QString apiKey)
+    {
+        return apiKey.remove(QLatin1Char('\r')).remove(QLatin1Char('\n')).trimmed();
+    }
+
     void add(const QString &text)
     {
-        if (text.size() >= shortestSecret)
-            m_texts.append(text);
+        if (text.size() < shortestSecret || m_texts.contains(text))
+            return;
+        // Longer ones first: one may be the beginning of another.
+        const auto isShorter = [&text](const QString &other) { return other.size() < text.size(); };
+        m_texts.insert(std::find_if(m_texts.begin(), m_texts.end(), isShorter), text);
     }
 
     QJsonArray hide(const QJsonArray &array) const
@@ -109,6 +131,15 @@ public:
         m_clock.start();
     }
 
+    // Half a character, which models can end a piece in, cannot be written. It goes with the next piece.
+    void addDelta(QString delta)
+    {
+        delta.prepend(m_half);
+        m_half = delta.right(!delta.isEmpty() && delta.at(delta.size() - 1).isHighSurrogate() ? 1 : 0);
+        delta.chop(m_half.size());
+        add(QStringLiteral("delta"), delta);
+    }
+
     void add(const QString &name, const QJsonValue &value)
     {
         if (m_file)
@@ -129,6 +160,7 @@ private:
     const Secrets m_secrets;
     std::shared_ptr<RecordingFile> m_file; // null behind the end
     RecordedReply m_recorded;
+    QString m_half;
     QElapsedTimer m_clock;
 };
 
@@ -136,7 +168,7 @@ private:
 void follow(ChatReply *reply, const std::shared_ptr<ReplyLog> &log)
 {
     QObject::connect(reply, &ChatReply::deltaReceived, reply,
-                     [log](const QString &delta) { log->add(QStringLiteral("delta"), delta); });
+                     [log](const QString &delta) { log->addDelta(delta); });
     QObject::connect(reply, &ChatReply::responseReceived, reply,
                      [log](const QJsonObject &response) { log->add(QStringLiteral("response"), response); });
     QObject::connect(reply, &ChatReply::finished, reply,
@@ -167,15 +199,16 @@ ChatReply *RecordingModel::chat(const QVector<ChatMessage> &messages, const QVec
     QObject *owner = parent ? parent : this;
     if (!m_model)
         return ChatReply::failLater(QStringLiteral("There is no model to record."), owner);
+    const std::shared_ptr<RecordingFile> file = m_file;
+    const QPointer<ChatModel> model = m_model;
+    const QJsonObject request = requestObject(messages, tools);
     Secrets secrets;
-    secrets.add(m_model->config());
     secrets.add(config());
-    if (const auto *model = qobject_cast<OpenAICompatibleModel *>(m_model))
-        secrets.add(model->requestOptions());
-    const auto log = std::make_shared<ReplyLog>(requestObject(messages, tools), secrets, m_file);
-    ChatReply *reply = m_model->chat(messages, tools, owner);
+    secrets.add(model);
+    ChatReply *reply = model->chat(messages, tools, owner);
+    secrets.add(model); // one that fills its profile does so there
     if (reply)
-        follow(reply, log);
+        follow(reply, std::make_shared<ReplyLog>(request, secrets, file));
     return reply;
 }
 

@@ -4,8 +4,10 @@
 #include <qtagent/chatmodel.h>
 #include <qtagent/testing/qtagent_testing_export.h>
 
+#include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QVector>
 
 #include <memory>
 
@@ -31,9 +33,10 @@ class RecordingFile;
 /// **Secrets.** What is recorded is what passes between program and model, so neither headers nor addresses
 /// nor keys are part of it. Where a service repeats them, and in reports of failures, "[hidden]" takes their
 /// place: of every web address in a report, and everywhere of the key, the address and the headers in the
-/// profile and the options of the model, as far as they have eight characters or more. Where the model itself
-/// asks another one, give this object the profile too, with setConfig(). Questions and answers are recorded
-/// as they are.
+/// profile and the options of the model, as far as they have eight characters or more. The model that a
+/// RetryingModel asks is known too. Where a model of your own asks another one, give this object that one's
+/// profile, with setConfig(); its headers are then not known. All else in questions and answers is recorded
+/// as it is.
 ///
 /// A recording is never overwritten: where the file exists, it is not touched, error() says so, and requests
 /// are only passed on. Both models belong to one thread.

@@ -4,11 +4,14 @@
 #include "replyplayer_p.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
+
+constexpr double longestPauseMs = std::numeric_limits<int>::max();
 
 // Null where the signal is the program's own doing.
 std::function<void(ChatReply *)> playOf(const RecordedSignal &recorded)
@@ -33,7 +36,7 @@ QVector<ReplyStep> stepsOf(const RecordedReply &recorded, double speed)
         const double pauseMs = speed > 0 ? double(signal.ms - lastMs) / speed : 0;
         lastMs = signal.ms;
         if (const auto play = playOf(signal))
-            steps.append({qint64(pauseMs), play});
+            steps.append({qint64(std::min(pauseMs, longestPauseMs)), play});
     }
     return steps;
 }
@@ -42,8 +45,8 @@ int commonMessages(const QJsonObject &left, const QJsonObject &right)
 {
     const QJsonArray leftMessages = left.value(QLatin1String("messages")).toArray();
     const QJsonArray rightMessages = right.value(QLatin1String("messages")).toArray();
-    const auto places =
-        std::mismatch(leftMessages.begin(), leftMessages.end(), rightMessages.begin(), rightMessages.end());
+    const auto places = std::mismatch(leftMessages.begin(), leftMessages.end(), rightMessages.begin(),
+                                      rightMessages.end(), isEqual);
     return int(places.first - leftMessages.begin());
 }
 
@@ -81,10 +84,11 @@ ChatReply *ReplayModel::chat(const QVector<ChatMessage> &messages, const QVector
     const QJsonObject request = requestObject(messages, tools);
     QVector<RecordedReply> &unused = m_recording->replies;
     const auto found = std::find_if(unused.begin(), unused.end(), [&request](const RecordedReply &recorded) {
-        return recorded.request == request;
+        return isEqual(recorded.request, request);
     });
     if (found == unused.end()) {
-        const QString difference = m_used.contains(request)
+        const auto isUsed = [&request](const QJsonObject &used) { return isEqual(used, request); };
+        const QString difference = std::any_of(m_used.cbegin(), m_used.cend(), isUsed)
                                      ? QStringLiteral("it was asked more often than it was recorded")
                                      : differenceFrom(unused, request);
         return ChatReply::failLater(
@@ -92,7 +96,7 @@ ChatReply *ReplayModel::chat(const QVector<ChatMessage> &messages, const QVector
     }
     auto *reply = new ChatReply(owner);
     playLater(stepsOf(*found, m_speed), reply);
-    m_used.append(request);
+    m_used.append(found->request);
     unused.erase(found);
     return reply;
 }

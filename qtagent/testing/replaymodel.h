@@ -4,7 +4,10 @@
 #include <qtagent/chatmodel.h>
 #include <qtagent/testing/qtagent_testing_export.h>
 
+#include <QJsonObject>
+#include <QObject>
 #include <QString>
+#include <QVector>
 
 #include <memory>
 
@@ -24,7 +27,8 @@ struct Recording;
 /// @endcode
 ///
 /// A request is answered by the first recorded one that was not used and has the same messages and tools,
-/// with the recorded pieces, response and end; whatever else a profile says does not matter. A reply that was
+/// with the recorded pieces, response and end; whatever else a profile says does not matter. Where the
+/// recording has "[hidden]" for what nobody may know, a request may have any text. A reply that was
 /// recorded as canceled or deleted stays silent where that happened, for the program to do the same again.
 ///
 /// Any other request fails with "No recording of this request. First difference: " and the place, for example
