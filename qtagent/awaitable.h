@@ -1,7 +1,9 @@
 #ifndef MIRELOQTLIB_QTAGENT_AWAITABLE_H
 #define MIRELOQTLIB_QTAGENT_AWAITABLE_H
 
-#if (defined(_MSVC_LANG) ? _MSVC_LANG : __cplusplus) < 202002L
+// Some compilers of C++20 have no coroutines, or not without an option.
+#if (defined(_MSVC_LANG) ? _MSVC_LANG : __cplusplus) < 202002L || !defined(__cpp_impl_coroutine) \
+    || !__has_include(<coroutine>)
 #    error \
         "<qtagent/awaitable.h> needs coroutines: compile what includes it as C++20, with CXX_STANDARD 20 in CMake."
 #endif
@@ -56,6 +58,7 @@ class Awaiter
 public:
     Awaiter(const Awaiter &) = delete;
     Awaiter &operator=(const Awaiter &) = delete;
+    Awaiter &operator=(Awaiter &&) = delete;
 
     /// Returns false: coroutines are resumed from the event loop.
     bool await_ready() const noexcept { return false; }
@@ -65,6 +68,8 @@ public:
 
 protected:
     Awaiter() = default;
+    /// Promises that look at what is awaited may move it before it waits.
+    Awaiter(Awaiter &&) = default;
     ~Awaiter() = default;
 
     /// Keeps @p coroutine, and returns the context of all that may end its wait. It dies with the coroutine.
@@ -189,8 +194,9 @@ public:
         QObject *context = wait(coroutine);
         const auto resume = [this](const GraphRunResult &result) { resumeLater(result); };
         const auto resumeDeleted = [this] { fail({}, QStringLiteral("Graph run was deleted.")); };
+        // Another run may be in flight by then, which GraphRun::result() would tell of.
         const auto resumeCanceled = [this] {
-            fail(m_run->result(), QStringLiteral("Graph run was canceled."));
+            fail(m_run->m_result, QStringLiteral("Graph run was canceled."));
         };
         if (!m_run) {
             resumeDeleted();

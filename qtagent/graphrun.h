@@ -265,6 +265,7 @@ Q_SIGNALS:
     void canceled();
 
 private:
+    friend class GraphAwaiter;
     friend class GraphExecution;
 
     bool cancelAll();

@@ -59,7 +59,15 @@ if(TARGET QtAgentStore)
 endif()
 if("cxx_std_20" IN_LIST CMAKE_CXX_COMPILE_FEATURES)
     qtagent_add_sample_test(tst_awaitable QtAgentTesting)
-    set_target_properties(tst_awaitable PROPERTIES CXX_STANDARD 20 DISABLE_PRECOMPILE_HEADERS ON)
+    qtagent_add_test(tst_awaitable_runs QtAgentTesting)
+    set_target_properties(tst_awaitable tst_awaitable_runs PROPERTIES
+        CXX_STANDARD 20 DISABLE_PRECOMPILE_HEADERS ON)
+    if(NOT MSVC)
+        add_test(NAME awaitable_without_coroutines COMMAND ${CMAKE_CXX_COMPILER} -std=c++17 -fsyntax-only
+            -x c++ "${PROJECT_SOURCE_DIR}/qtagent/awaitable.h")
+        set_tests_properties(awaitable_without_coroutines PROPERTIES
+            PASS_REGULAR_EXPRESSION "needs coroutines: compile what includes it as C[+][+]20")
+    endif()
 endif()
 list(JOIN samples " " sample_names)
 target_compile_definitions(tst_samples_values PRIVATE
