@@ -2,11 +2,18 @@
 
 #include <qtagent/store/conversationstore.h>
 
-#include <QHash>
+#include <QSet>
 
 #include <algorithm>
 
 using namespace MireloQtLib::QtAgent;
+
+namespace {
+
+constexpr int fewestHits = 100;
+constexpr int mostHits = 10000;
+
+} // namespace
 
 ConversationListModel::ConversationListModel(ConversationStore *store, QObject *parent)
     : QAbstractListModel(parent)
@@ -18,14 +25,18 @@ ConversationListModel::~ConversationListModel() = default;
 void ConversationListModel::setSearchText(const QString &text)
 {
     m_searchText = text;
-    refresh();
+    QString error;
+    const QVector<Row> rows = currentRows(&error);
+    if (!error.isEmpty())
+        Q_EMIT failed(error);
+    else
+        setRows(rows);
 }
 
 QModelIndex ConversationListModel::indexOf(const QString &id) const
 {
-    const auto row =
-        std::find_if(m_rows.cbegin(), m_rows.cend(), [&id](const Row &row) { return row.id == id; });
-    return row == m_rows.cend() ? QModelIndex() : index(static_cast<int>(row - m_rows.cbegin()));
+    const int row = positionOf(id, 0);
+    return row < 0 ? QModelIndex() : index(row);
 }
 
 int ConversationListModel::rowCount(const QModelIndex &parent) const
@@ -72,21 +83,71 @@ bool ConversationListModel::setData(const QModelIndex &index, const QVariant &va
 
 void ConversationListModel::refresh()
 {
-    if (!m_store)
-        return;
     QString error;
-    const QVector<Row> rows = m_searchText.trimmed().isEmpty() ? allRows(&error) : foundRows(&error);
-    if (!error.isEmpty()) {
+    const QVector<Row> rows = currentRows(&error);
+    if (!error.isEmpty())
         Q_EMIT failed(error);
-    } else if (hasSameConversations(rows)) {
-        m_rows = rows;
-        if (!m_rows.isEmpty())
-            Q_EMIT dataChanged(index(0), index(rowCount() - 1));
-    } else {
-        beginResetModel();
-        m_rows = rows;
-        endResetModel();
+    else if (m_rows.isEmpty())
+        setRows(rows);
+    else
+        takeRows(rows);
+}
+
+void ConversationListModel::setRows(const QVector<Row> &rows)
+{
+    beginResetModel();
+    m_rows = rows;
+    endResetModel();
+}
+
+// Row by row, so that a view keeps what is selected and a title that is being edited.
+void ConversationListModel::takeRows(const QVector<Row> &rows)
+{
+    removeOthers(rows);
+    for (int i = 0; i < int(rows.size()); ++i) {
+        const int before = positionOf(rows.at(i).id, i);
+        if (before < 0) {
+            beginInsertRows({}, i, i);
+            m_rows.insert(i, rows.at(i));
+            endInsertRows();
+        } else if (before > i) {
+            beginMoveRows({}, before, before, {}, i);
+            m_rows.move(before, i);
+            endMoveRows();
+        }
+        if (m_rows.at(i) != rows.at(i)) {
+            m_rows[i] = rows.at(i);
+            Q_EMIT dataChanged(index(i), index(i));
+        }
     }
+}
+
+void ConversationListModel::removeOthers(const QVector<Row> &rows)
+{
+    QSet<QString> ids;
+    for (const Row &row : rows)
+        ids.insert(row.id);
+    for (int i = rowCount() - 1; i >= 0; --i) {
+        if (ids.contains(m_rows.at(i).id))
+            continue;
+        beginRemoveRows({}, i, i);
+        m_rows.removeAt(i);
+        endRemoveRows();
+    }
+}
+
+int ConversationListModel::positionOf(const QString &id, int from) const
+{
+    const auto row =
+        std::find_if(m_rows.cbegin() + from, m_rows.cend(), [&id](const Row &row) { return row.id == id; });
+    return row == m_rows.cend() ? -1 : int(row - m_rows.cbegin());
+}
+
+QVector<ConversationListModel::Row> ConversationListModel::currentRows(QString *error) const
+{
+    if (!m_store)
+        return {};
+    return m_searchText.trimmed().isEmpty() ? allRows(error) : foundRows(error);
 }
 
 QVector<ConversationListModel::Row> ConversationListModel::allRows(QString *error) const
@@ -100,25 +161,37 @@ QVector<ConversationListModel::Row> ConversationListModel::allRows(QString *erro
 // One row a conversation, with its first place.
 QVector<ConversationListModel::Row> ConversationListModel::foundRows(QString *error) const
 {
-    const QVector<SearchHit> hits = m_store->search(m_searchText, 100, error);
-    QHash<QString, SearchHit> firstHits;
-    for (const SearchHit &hit : hits) {
-        if (!firstHits.contains(hit.conversationId))
-            firstHits.insert(hit.conversationId, hit);
-    }
+    const QHash<QString, SearchHit> firstHits = this->firstHits(error);
     QVector<Row> rows = error->isEmpty() ? allRows(error) : QVector<Row>();
     const auto isMissing = [&firstHits](const Row &row) { return !firstHits.contains(row.id); };
     rows.erase(std::remove_if(rows.begin(), rows.end(), isMissing), rows.end());
     for (Row &row : rows) {
-        const SearchHit &hit = firstHits[row.id];
+        const SearchHit hit = firstHits.value(row.id);
         row.messageIndex = hit.messageIndex;
         row.excerpt = hit.messageIndex < 0 ? QString() : hit.excerpt;
     }
     return rows;
 }
 
-bool ConversationListModel::hasSameConversations(const QVector<Row> &rows) const
+// A conversation may have many places. More are looked up until they are all that there are.
+QHash<QString, SearchHit> ConversationListModel::firstHits(QString *error) const
 {
-    return std::equal(rows.cbegin(), rows.cend(), m_rows.cbegin(), m_rows.cend(),
-                      [](const Row &left, const Row &right) { return left.id == right.id; });
+    QVector<SearchHit> hits;
+    for (int limit = fewestHits; limit <= mostHits; limit *= 10) {
+        hits = m_store->search(m_searchText, limit, error);
+        if (hits.size() < limit)
+            break;
+    }
+    QHash<QString, SearchHit> result;
+    for (const SearchHit &hit : hits) {
+        if (!result.contains(hit.conversationId))
+            result.insert(hit.conversationId, hit);
+    }
+    return result;
+}
+
+bool operator!=(const ConversationListModel::Row &left, const ConversationListModel::Row &right)
+{
+    return left.id != right.id || left.title != right.title || left.changed != right.changed
+        || left.excerpt != right.excerpt || left.messageIndex != right.messageIndex;
 }

@@ -3,6 +3,7 @@
 
 #include <QAbstractListModel>
 #include <QDateTime>
+#include <QHash>
 #include <QPointer>
 #include <QString>
 #include <QVector>
@@ -10,13 +11,15 @@
 namespace MireloQtLib {
 namespace QtAgent {
 class ConversationStore;
-}
+struct SearchHit;
+} // namespace QtAgent
 } // namespace MireloQtLib
 
 /// The conversations of a store, the newest change first; or those in which words were found.
 ///
-/// Call refresh() after each change of the store. Rows stay where only times have changed, so that a view
-/// keeps its place while an answer is saved every second.
+/// Call refresh() after each change of the store. Rows stay, and those that change their place move, so that
+/// a view keeps what is selected while an answer is saved every second. Another search begins anew:
+/// modelReset().
 class ConversationListModel : public QAbstractListModel
 {
     Q_OBJECT
@@ -34,8 +37,8 @@ public:
     explicit ConversationListModel(MireloQtLib::QtAgent::ConversationStore *store, QObject *parent = nullptr);
     ~ConversationListModel() override;
 
-    /// Lists the conversations that have every word of @p text, or all where it has none. At most 100 places
-    /// are looked at.
+    /// Lists the conversations that have every word of @p text, or all where it has none. At most 10,000
+    /// places are looked at, the newest first.
     void setSearchText(const QString &text);
 
     /// Returns the row of the conversation @p id, or an invalid index.
@@ -70,10 +73,16 @@ private:
         QString excerpt;
         int messageIndex = -1;
     };
+    friend bool operator!=(const Row &left, const Row &right);
 
+    void setRows(const QVector<Row> &rows);
+    void takeRows(const QVector<Row> &rows);
+    void removeOthers(const QVector<Row> &rows);
+    int positionOf(const QString &id, int from) const;
+    QVector<Row> currentRows(QString *error) const;
     QVector<Row> allRows(QString *error) const;
     QVector<Row> foundRows(QString *error) const;
-    bool hasSameConversations(const QVector<Row> &rows) const;
+    QHash<QString, MireloQtLib::QtAgent::SearchHit> firstHits(QString *error) const;
 
     QPointer<MireloQtLib::QtAgent::ConversationStore> m_store;
     QString m_searchText;

@@ -9,6 +9,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include <utility>
+
 ConversationSidebar::ConversationSidebar(ConversationListModel *model, QWidget *parent)
     : QWidget(parent)
     , m_model(model)
@@ -57,8 +59,9 @@ void ConversationSidebar::setUpList()
 
 void ConversationSidebar::setCurrent(const QString &id)
 {
-    m_current = id;
-    restoreCurrent();
+    // What the user has selected meanwhile stays while the conversation is saved again and again.
+    if (std::exchange(m_current, id) != id || id.isEmpty())
+        restoreCurrent();
 }
 
 QString ConversationSidebar::selected() const

@@ -15,6 +15,8 @@ private Q_SLOTS:
     void searchLeavesOneRowForEachConversation();
     void rowsStayWhereOnlyTimesChange();
     void editedTitleIsAskedFor();
+    void rowsMoveWithTheirConversations();
+    void conversationWithManyPlacesHidesNone();
     void failureLeavesTheList();
 };
 
@@ -84,6 +86,42 @@ void TestConversationListModel::editedTitleIsAskedFor()
     QVERIFY(!model.setData(model.index(0), " \n "));
     QVERIFY(model.setData(model.index(0), " Water\npumps "));
     QCOMPARE(requested, QList<QVariantList>({{id, "Water pumps"}}));
+}
+
+void TestConversationListModel::rowsMoveWithTheirConversations()
+{
+    AssistantFixture fixture;
+    const QString pumps = fixture.keep("Pumps", {"What is a pump?"});
+    const QString valves = fixture.keep("Valves", {"What is a valve?"});
+    fixture.keep("Tanks", {"What is a tank?"});
+    ConversationListModel model(&fixture.store);
+    const QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::QtTest);
+    model.refresh();
+    QSignalSpy reset(&model, &ConversationListModel::modelReset);
+    const QPersistentModelIndex pumpsRow = model.indexOf(pumps);
+    const QPersistentModelIndex valvesRow = model.indexOf(valves);
+    Conversation changed = fixture.store.load(pumps);
+    changed.title = "Water pumps";
+    QVERIFY(fixture.store.save(&changed) && fixture.store.remove(valves));
+    fixture.keep("Taps", {"What is a tap?"});
+    model.refresh();
+    QCOMPARE(titles(model), QStringList({"Taps", "Water pumps", "Tanks"}));
+    QCOMPARE(pumpsRow.row(), 1);
+    QVERIFY(!valvesRow.isValid());
+    QCOMPARE(reset.count(), 0);
+}
+
+void TestConversationListModel::conversationWithManyPlacesHidesNone()
+{
+    AssistantFixture fixture;
+    fixture.keep("Old", {"Is water wet?"});
+    QStringList texts;
+    for (int i = 0; i < 120; ++i)
+        texts.append("water");
+    fixture.keep("New", texts);
+    ConversationListModel model(&fixture.store);
+    model.setSearchText("water");
+    QCOMPARE(titles(model), QStringList({"New", "Old"}));
 }
 
 void TestConversationListModel::failureLeavesTheList()
