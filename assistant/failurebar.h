@@ -3,6 +3,8 @@
 
 #include "noticebar.h"
 
+#include <QTimer>
+
 namespace MireloQtLib {
 namespace QtAgent {
 struct ChatFailure;
@@ -21,8 +23,11 @@ public:
     /// Tells of a request that failed for good with the report @p error.
     void tellFailure(const MireloQtLib::QtAgent::ChatFailure &failure, const QString &error);
 
-    /// Tells of a request that is sent again in @p delayMs milliseconds, without a button.
+    /// Tells of a request that is sent again in @p delayMs milliseconds, until then and without a button.
     void tellRetry(int attempt, qint64 delayMs, const QString &error);
+
+private:
+    QTimer m_wait;
 };
 
 #endif
