@@ -63,7 +63,7 @@ void AssistantMenus::addViewMenu(QMenuBar *bar)
 
 void AssistantMenus::addSettingsMenu(QMenuBar *bar, ChatInput::SendKey sendKey, const QString &language)
 {
-    QMenu *menu = bar->addMenu(tr("设置(&S)"));
+    QMenu *menu = bar->addMenu(tr("设置(&G)"));
     add(menu, tr("模型(&M)…"), {}, &AssistantMenus::modelsRequested, "modelsRequested");
     add(menu, tr("工具(&T)…"), {}, &AssistantMenus::toolsRequested, "toolsRequested");
     menu->addSeparator();

@@ -15,6 +15,7 @@ const QLatin1String textStepsKey("textSteps");
 const QLatin1String geometryKey("window/geometry");
 const QLatin1String splitterKey("window/splitter");
 const QLatin1String conversationKey("conversation");
+const QLatin1String draftKey("draft");
 
 } // namespace
 
@@ -80,12 +81,25 @@ void AssistantSettings::setSplitterState(const QByteArray &state)
     m_file.setValue(splitterKey, state);
 }
 
-QString AssistantSettings::conversationId() const
+std::optional<QString> AssistantSettings::conversationId() const
 {
+    if (!m_file.contains(conversationKey))
+        return std::nullopt;
     return m_file.value(conversationKey).toString();
 }
 
 void AssistantSettings::setConversationId(const QString &id)
 {
     m_file.setValue(conversationKey, id);
+    m_file.sync();
+}
+
+QString AssistantSettings::draft() const
+{
+    return m_file.value(draftKey).toString();
+}
+
+void AssistantSettings::setDraft(const QString &draft)
+{
+    m_file.setValue(draftKey, draft);
 }

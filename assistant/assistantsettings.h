@@ -7,6 +7,8 @@
 #include <QSettings>
 #include <QString>
 
+#include <optional>
+
 /// What the assistant remembers from start to start, besides conversations and profiles.
 ///
 /// Each setter writes at once. What is in the file and makes no sense reads as the default.
@@ -40,9 +42,14 @@ public:
     QByteArray splitterState() const;
     void setSplitterState(const QByteArray &state);
 
-    /// The conversation that was open last.
-    QString conversationId() const;
+    /// The conversation that was open last; an empty text for a new one, nothing at first. It is in the file
+    /// when the setter returns.
+    std::optional<QString> conversationId() const;
     void setConversationId(const QString &id);
+
+    /// The question that was written and not sent.
+    QString draft() const;
+    void setDraft(const QString &draft);
 
 private:
     QSettings m_file;

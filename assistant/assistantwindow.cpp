@@ -27,8 +27,12 @@
 #include <QCloseEvent>
 #include <QFileDialog>
 #include <QMenuBar>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QSplitter>
 #include <QVBoxLayout>
+
+#include <utility>
 
 using namespace MireloQtLib::QtAgent;
 
@@ -41,6 +45,7 @@ AssistantWindow::AssistantWindow(ConversationStore *store, AssistantSettings *se
     setUpLayout();
     setUpZoom();
     connectList();
+    connectKeeper();
     connectConversationMenu();
     connectMessageMenu();
     connectViewMenu();
@@ -72,8 +77,11 @@ void AssistantWindow::setUpParts()
     m_menus = new AssistantMenus(menuBar(), m_settings->sendKey(), m_settings->language(), this);
     m_notice = new NoticeBar;
     m_notice->setObjectName(QStringLiteral("notice"));
+    m_unsaved = new NoticeBar;
+    m_unsaved->setObjectName(QStringLiteral("unsaved"));
+    m_unsaved->setIcon(QStyle::SP_MessageBoxWarning);
     m_sidebar = new ConversationSidebar(m_list);
-    m_page = new ChatPage(m_session, m_watch);
+    m_page = new ChatPage(m_session, m_keeper, m_watch);
     m_page->input()->setSendKey(m_settings->sendKey());
 }
 
@@ -91,6 +99,7 @@ void AssistantWindow::setUpLayout()
     auto *center = new QWidget;
     auto *layout = new QVBoxLayout(center);
     layout->setContentsMargins({});
+    layout->addWidget(m_unsaved);
     layout->addWidget(m_notice);
     layout->addWidget(m_splitter, 1);
     setCentralWidget(center);
@@ -108,17 +117,11 @@ void AssistantWindow::setUpZoom()
 
 void AssistantWindow::connectList()
 {
-    connect(m_sidebar, &ConversationSidebar::newRequested, m_keeper, &ConversationKeeper::begin);
+    connect(m_sidebar, &ConversationSidebar::newRequested, this, &AssistantWindow::begin);
     connect(m_sidebar, &ConversationSidebar::openRequested, this, &AssistantWindow::open);
     connect(m_sidebar, &ConversationSidebar::removeRequested, this, &AssistantWindow::remove);
     connect(m_list, &ConversationListModel::renameRequested, m_keeper, &ConversationKeeper::rename);
     connect(m_list, &ConversationListModel::failed, this, &AssistantWindow::tell);
-    connect(m_keeper, &ConversationKeeper::saved, m_list, &ConversationListModel::refresh);
-    connect(m_keeper, &ConversationKeeper::saved, this, &AssistantWindow::showTitle);
-    connect(m_keeper, &ConversationKeeper::opened, this, &AssistantWindow::showTitle);
-    connect(m_keeper, &ConversationKeeper::opened, m_page, &ChatPage::showConversation);
-    connect(m_keeper, &ConversationKeeper::opened, m_page->input(), [this] { m_page->input()->setFocus(); });
-    connect(m_keeper, &ConversationKeeper::failed, this, &AssistantWindow::tell);
     connect(m_removed, &RemovedConversation::removed, this, &AssistantWindow::offerUndo);
     connect(m_removed, &RemovedConversation::restored, this, [this](const QString &id) {
         m_menus->setCanUndo(false);
@@ -126,12 +129,42 @@ void AssistantWindow::connectList()
         open(id, -1);
     });
     connect(m_removed, &RemovedConversation::failed, this, &AssistantWindow::tell);
-    connect(m_notice, &NoticeBar::acted, m_removed, &RemovedConversation::undo);
+    connect(m_notice, &NoticeBar::acted, this, [this] {
+        if (const auto act = std::exchange(m_offered, {}))
+            act();
+    });
+}
+
+void AssistantWindow::connectKeeper()
+{
+    connect(m_keeper, &ConversationKeeper::saved, m_list, &ConversationListModel::refresh);
+    connect(m_keeper, &ConversationKeeper::saved, this, &AssistantWindow::showTitle);
+    connect(m_keeper, &ConversationKeeper::opened, this, &AssistantWindow::showTitle);
+    connect(m_keeper, &ConversationKeeper::opened, this, &AssistantWindow::rememberConversation);
+    connect(m_keeper, &ConversationKeeper::saved, this, &AssistantWindow::rememberConversation);
+    connect(m_keeper, &ConversationKeeper::opened, m_page, &ChatPage::showConversation);
+    connect(m_keeper, &ConversationKeeper::opened, m_page->input(), [this] { m_page->input()->setFocus(); });
+    connect(m_keeper, &ConversationKeeper::savedChanged, this, &AssistantWindow::showSaved);
+    connect(m_keeper, &ConversationKeeper::failed, this, &AssistantWindow::tell);
+    connect(m_keeper, &ConversationKeeper::replaced, this, [this] {
+        offer(tr("原来的消息已被替换。"), tr("撤销(&U)"), [this] {
+            m_notice->clear();
+            m_keeper->undoReplacing();
+        });
+        m_offersReplaced = true;
+    });
+    const auto withdraw = [this] {
+        if (std::exchange(m_offersReplaced, false))
+            m_notice->clear();
+    };
+    connect(m_keeper, &ConversationKeeper::opened, m_notice, withdraw);
+    connect(m_session, &AgentSession::runningChanged, m_notice, withdraw);
+    connect(m_unsaved, &NoticeBar::acted, this, &AssistantWindow::chooseExport);
 }
 
 void AssistantWindow::connectConversationMenu()
 {
-    connect(m_menus, &AssistantMenus::newRequested, m_keeper, &ConversationKeeper::begin);
+    connect(m_menus, &AssistantMenus::newRequested, this, &AssistantWindow::begin);
     connect(m_menus, &AssistantMenus::searchRequested, m_sidebar, &ConversationSidebar::focusSearch);
     connect(m_menus, &AssistantMenus::renameRequested, m_sidebar, &ConversationSidebar::editTitle);
     connect(m_menus, &AssistantMenus::removeRequested, this, [this] { remove(m_sidebar->selected()); });
@@ -161,10 +194,24 @@ void AssistantWindow::connectViewMenu()
     });
 }
 
+// Another language needs another window, which an answer that is arriving would not survive.
 void AssistantWindow::takeLanguage(const QString &language)
 {
+    if (language == m_settings->language())
+        return;
     m_settings->setLanguage(language);
-    Q_EMIT languageChanged();
+    if (!m_session->isRunning())
+        return switchLanguage();
+    tell(tr("回答结束后切换语言。"));
+    if (!std::exchange(m_switchesLanguage, true))
+        connect(m_session, &AgentSession::runEnded, this, &AssistantWindow::switchLanguage,
+                Qt::QueuedConnection);
+}
+
+void AssistantWindow::switchLanguage()
+{
+    if (!m_session->isRunning())
+        leaveConversation([this] { Q_EMIT languageChanged(); });
 }
 
 void AssistantWindow::setModel(ChatModel *model, const QString &name)
@@ -198,7 +245,7 @@ void AssistantWindow::takeChoice()
         names = QStringList(tr("模拟模型"));
     m_page->setProfiles(names, m_choice->profiles().currentIndex);
     if (m_choice->isUnconfigured())
-        m_page->setHint(tr("还没有配置模型，现在由离线的模拟模型回答。"), tr("配置模型(&M)…"));
+        m_page->setHint(tr("还没有配置模型，现在由离线的模拟模型回答。"), tr("配置模型(&P)…"));
     else
         m_page->setHint({});
 }
@@ -243,13 +290,23 @@ void AssistantWindow::takeTools(const ToolSettings &settings)
 
 void AssistantWindow::tell(const QString &text)
 {
-    m_notice->tell(text);
+    offer(text, {}, {});
+}
+
+void AssistantWindow::offer(const QString &text, const QString &action, const std::function<void()> &act)
+{
+    m_offersReplaced = false;
+    m_offered = act;
+    m_notice->tell(text, action);
 }
 
 void AssistantWindow::exportTo(const QString &path)
 {
     QString error;
-    if (exportConversation(*m_store, m_keeper->conversation().id, path, &error))
+    const bool isExported = m_keeper->isSaved()
+                              ? exportConversation(*m_store, m_keeper->conversation().id, path, &error)
+                              : exportUnsaved(m_keeper->conversation(), path, &error);
+    if (isExported)
         tell(tr("对话已导出到 %1。").arg(QDir::toNativeSeparators(path)));
     else
         tell(tr("无法导出：%1").arg(error));
@@ -268,47 +325,113 @@ void AssistantWindow::importFrom(const QString &path)
 void AssistantWindow::closeEvent(QCloseEvent *event)
 {
     rememberState();
-    QMainWindow::closeEvent(event);
+    if (m_keeper->finish())
+        return QMainWindow::closeEvent(event);
+    event->ignore();
+    askAboutUnsaved([this] { close(); });
+}
+
+void AssistantWindow::begin()
+{
+    leaveConversation([this] { m_keeper->begin(); });
 }
 
 void AssistantWindow::open(const QString &id, int messageIndex)
 {
     m_list->refresh();
     if (id.isEmpty())
-        return m_keeper->begin();
-    if (id != m_keeper->conversation().id && !m_keeper->open(id))
-        return;
-    if (messageIndex >= 0)
-        m_page->scrollToMessage(messageIndex);
+        return begin();
+    if (id == m_keeper->conversation().id)
+        return m_page->scrollToMessage(messageIndex);
+    leaveConversation([this, id, messageIndex] {
+        if (m_keeper->open(id))
+            m_page->scrollToMessage(messageIndex);
+    });
 }
 
 void AssistantWindow::remove(const QString &id)
 {
     if (id.isEmpty())
         return;
-    if (id == m_keeper->conversation().id)
-        m_session->cancel();
-    if (m_removed->remove(id) && id == m_keeper->conversation().id)
-        m_keeper->begin();
+    if (id != m_keeper->conversation().id) {
+        m_removed->remove(id);
+        return;
+    }
+    leaveConversation([this, id] {
+        if (m_removed->remove(id))
+            m_keeper->begin();
+    });
+}
+
+// Whoever goes on to something else calls this, for nothing that was said is dropped unasked.
+void AssistantWindow::leaveConversation(const std::function<void()> &next)
+{
+    if (m_keeper->finish())
+        next();
+    else
+        askAboutUnsaved(next);
+}
+
+void AssistantWindow::askAboutUnsaved(const std::function<void()> &next)
+{
+    if (findChild<QMessageBox *>(QStringLiteral("unsavedQuestion")))
+        return;
+    auto *question = new QMessageBox(QMessageBox::Warning, tr("Orvane 助手"),
+                                     tr("对话没有保存：%1").arg(m_keeper->saveError()), {}, this);
+    question->setObjectName(QStringLiteral("unsavedQuestion"));
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    question->setTextFormat(Qt::PlainText);
+    question->setInformativeText(tr("可以先导出，再放弃。"));
+    auto *exporting = question->addButton(tr("导出(&E)…"), QMessageBox::AcceptRole);
+    exporting->setObjectName(QStringLiteral("exportButton"));
+    auto *discarding = question->addButton(tr("放弃(&D)"), QMessageBox::DestructiveRole);
+    discarding->setObjectName(QStringLiteral("discardButton"));
+    question->setEscapeButton(question->addButton(tr("取消(&C)"), QMessageBox::RejectRole));
+    connect(exporting, &QPushButton::clicked, this, &AssistantWindow::chooseExport);
+    connect(discarding, &QPushButton::clicked, this, [this, next] {
+        m_keeper->discard();
+        next();
+    });
+    question->open();
+}
+
+void AssistantWindow::showSaved()
+{
+    if (m_keeper->isSaved())
+        m_unsaved->clear();
+    else
+        m_unsaved->tell(tr("对话没有保存：%1\n程序会继续尝试。").arg(m_keeper->saveError()), tr("导出(&X)…"));
 }
 
 void AssistantWindow::offerUndo(const QString &title)
 {
     m_list->refresh();
     m_menus->setCanUndo(true);
-    m_notice->tell(tr("已删除“%1”。").arg(title), tr("撤销(&U)"));
+    offer(tr("已删除“%1”。").arg(title), tr("撤销(&U)"), [this] { m_removed->undo(); });
 }
 
 void AssistantWindow::chooseExport()
 {
     const Conversation &conversation = m_keeper->conversation();
-    if (conversation.id.isEmpty())
+    if (conversation.messages.isEmpty())
         return tell(tr("对话还是空的。"));
-    const QString path = QFileDialog::getSaveFileName(
-        this, tr("导出对话"), fileNameFor(conversation.title) + QStringLiteral(".json"),
-        tr("JSON，可以再导入 (*.json);;Markdown，供阅读 (*.md)"));
-    if (!path.isEmpty())
-        exportTo(path);
+    const QString json = tr("JSON，可以再导入 (*.json)");
+    const QString markdown = tr("Markdown，供阅读 (*.md)");
+    auto *dialog = new QFileDialog(this, tr("导出对话"));
+    dialog->setObjectName(QStringLiteral("exportDialog"));
+    dialog->setAttribute(Qt::WA_DeleteOnClose);
+    dialog->setAcceptMode(QFileDialog::AcceptSave);
+    dialog->setNameFilters({json, markdown});
+    dialog->setDefaultSuffix(QStringLiteral("json"));
+    dialog->selectFile(fileNameFor(conversation.title) + QStringLiteral(".json"));
+    connect(dialog, &QFileDialog::filterSelected, dialog, [dialog, markdown](const QString &filter) {
+        const QString suffix = filter == markdown ? QStringLiteral("md") : QStringLiteral("json");
+        const QFileInfo file(dialog->selectedFiles().value(0));
+        dialog->setDefaultSuffix(suffix);
+        dialog->selectFile(file.completeBaseName() + QLatin1Char('.') + suffix);
+    });
+    connect(dialog, &QFileDialog::fileSelected, this, &AssistantWindow::exportTo);
+    dialog->open();
 }
 
 void AssistantWindow::chooseImport()
@@ -322,14 +445,27 @@ void AssistantWindow::rememberState()
 {
     m_settings->setGeometry(saveGeometry());
     m_settings->setSplitterState(m_splitter->saveState());
-    m_settings->setConversationId(m_keeper->conversation().id);
+    m_settings->setDraft(m_page->draft());
+    rememberConversation();
+}
+
+void AssistantWindow::rememberConversation()
+{
+    const QString id = m_keeper->conversation().id;
+    if (m_settings->conversationId() != id)
+        m_settings->setConversationId(id);
 }
 
 void AssistantWindow::restoreState()
 {
     restoreGeometry(m_settings->geometry());
     m_splitter->restoreState(m_settings->splitterState());
-    const QModelIndex last = m_list->indexOf(m_settings->conversationId());
+    m_page->input()->setPlainText(m_settings->draft());
+    m_page->input()->moveCursor(QTextCursor::End);
+    const std::optional<QString> id = m_settings->conversationId();
+    if (id && id->isEmpty())
+        return begin();
+    const QModelIndex last = m_list->indexOf(id.value_or(QString()));
     const QModelIndex first = last.isValid() ? last : m_list->index(0);
     open(first.data(ConversationListModel::IdRole).toString(), -1);
 }
@@ -339,6 +475,7 @@ void AssistantWindow::showTitle()
     const Conversation &conversation = m_keeper->conversation();
     m_sidebar->setCurrent(conversation.id);
     m_page->setUsage(usageText(conversation));
-    const QString title = conversation.id.isEmpty() ? tr("新对话") : conversation.title;
+    QString title = conversation.id.isEmpty() ? tr("新对话") : conversation.title;
+    title.replace(QLatin1String("[*]"), QLatin1String("[*][*]")); // which a window shows as it stands
     setWindowTitle(tr("%1 — Orvane 助手").arg(title));
 }

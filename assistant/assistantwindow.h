@@ -3,6 +3,8 @@
 
 #include <QMainWindow>
 
+#include <functional>
+
 QT_BEGIN_NAMESPACE
 class QSplitter;
 QT_END_NAMESPACE
@@ -29,7 +31,8 @@ struct ToolSettings;
 
 /// The window of the assistant: the conversations of a store on the left, the current one on the right.
 ///
-/// Name of its bar: notice.
+/// What cannot be saved is told as long as it is so, and asked for before it would be dropped. Names: the
+/// bars notice and unsaved, and unsavedQuestion with exportButton and discardButton.
 class AssistantWindow : public QMainWindow
 {
     Q_OBJECT
@@ -51,20 +54,22 @@ public:
     /// the file at @p path. They are not owned.
     void setToolSet(ToolSet *tools, const QString &path);
 
-    /// Writes down where the window is and which conversation is open, as closing it does.
+    /// Writes down where the window is, which conversation is open and what is not sent, as closing it does.
     void rememberState();
 
     /// Tells the user of something, until he closes it or something else is told.
     void tell(const QString &text);
 
-    /// Writes the current conversation to the file at @p path.
+    /// Writes the current conversation to the file at @p path, in the format of its ending: ".md" for
+    /// readers, else JSON.
     void exportTo(const QString &path);
 
     /// Reads the conversation in the file at @p path and goes on with it.
     void importFrom(const QString &path);
 
 Q_SIGNALS:
-    /// The user has chosen another language, which windows speak that are made from now on.
+    /// The user has chosen another language, which windows speak that are made from now on. Comes when what
+    /// is running has ended.
     void languageChanged();
 
 protected:
@@ -75,18 +80,26 @@ private:
     void setUpLayout();
     void setUpZoom();
     void connectList();
+    void connectKeeper();
     void connectConversationMenu();
     void connectMessageMenu();
     void connectViewMenu();
+    void begin();
     void open(const QString &id, int messageIndex);
     void remove(const QString &id);
+    void leaveConversation(const std::function<void()> &next);
+    void askAboutUnsaved(const std::function<void()> &next);
+    void showSaved();
     void offerUndo(const QString &title);
+    void offer(const QString &text, const QString &action, const std::function<void()> &act);
     void chooseExport();
     void chooseImport();
     void restoreState();
     void showTitle();
+    void rememberConversation();
     void takeChoice();
     void takeLanguage(const QString &language);
+    void switchLanguage();
     void editProfiles();
     void editTools();
     void takeTools(const ToolSettings &settings);
@@ -104,6 +117,10 @@ private:
     TextZoom *m_zoom = nullptr;
     AssistantMenus *m_menus = nullptr;
     NoticeBar *m_notice = nullptr;
+    NoticeBar *m_unsaved = nullptr;
+    std::function<void()> m_offered; // by the notice
+    bool m_offersReplaced = false;
+    bool m_switchesLanguage = false;
     ConversationSidebar *m_sidebar = nullptr;
     ChatPage *m_page = nullptr;
     QSplitter *m_splitter = nullptr;

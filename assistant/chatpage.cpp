@@ -12,19 +12,26 @@
 
 #include <qtagent/widgets/markdowntranscript.h>
 
+#include <QClipboard>
 #include <QComboBox>
 #include <QEvent>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMenu>
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
+#include <utility>
+
 using namespace MireloQtLib::QtAgent;
 
-ChatPage::ChatPage(AgentSession *session, const AnswerWatch *watch, QWidget *parent)
+ChatPage::ChatPage(AgentSession *session, ConversationKeeper *keeper, const AnswerWatch *watch,
+                   QWidget *parent)
     : QWidget(parent)
     , m_session(session)
+    , m_keeper(keeper)
     , m_watch(watch)
     , m_hint(new NoticeBar)
     , m_editing(new NoticeBar)
@@ -108,20 +115,26 @@ void ChatPage::setUpLayout()
 void ChatPage::connectSession()
 {
     connect(m_session, &AgentSession::assistantDelta, m_presenter, &TranscriptPresenter::appendDelta);
-    connect(m_session, &AgentSession::conversationChanged, m_presenter,
-            [this] { m_presenter->setMessages(m_session->conversation()); });
+    connect(m_session, &AgentSession::traceAdded, this,
+            [this](const ToolCallTrace &trace) { m_executedCalls.insert(trace.callId); });
+    connect(m_session, &AgentSession::conversationChanged, this, &ChatPage::showMessages);
     connect(m_session, &AgentSession::conversationChanged, this, &ChatPage::endEditing);
+    connect(m_session, &AgentSession::conversationChanged, m_failure, &NoticeBar::clear);
+    connect(m_session, &AgentSession::toolStarted, m_failure, &NoticeBar::clear);
+    connect(m_session, &AgentSession::approvalRequired, m_failure, &NoticeBar::clear);
     connect(m_session, &AgentSession::runningChanged, this, &ChatPage::updateButtons);
     connect(m_session, &AgentSession::runningChanged, m_failure, &NoticeBar::clear);
     connect(m_session, &AgentSession::assistantDelta, m_failure, &NoticeBar::clear);
+    connect(m_session, &AgentSession::runEnded, this, &ChatPage::showMessages);
     connect(m_session, &AgentSession::runEnded, this, &ChatPage::showEnd);
-    connect(m_failure, &NoticeBar::acted, this,
-            [this] { regenerateAt(m_session->conversation().size() - 1); });
+    connect(m_failure, &NoticeBar::acted, this, &ChatPage::retry);
+    connect(m_keeper, &ConversationKeeper::restored, this, &ChatPage::takeRestored);
 }
 
 void ChatPage::connectWatch()
 {
     connect(m_watch, &AnswerWatch::asked, m_thinking, &ThinkingPanel::clear);
+    connect(m_watch, &AnswerWatch::asked, this, [this] { m_executedCalls.clear(); });
     connect(m_watch, &AnswerWatch::thinkingReceived, m_thinking, &ThinkingPanel::append);
     connect(m_watch, &AnswerWatch::thinkingReceived, m_failure, &NoticeBar::clear);
 }
@@ -144,6 +157,7 @@ void ChatPage::scrollToMessage(int index)
 void ChatPage::showConversation()
 {
     const QVector<ChatMessage> conversation = m_session->conversation();
+    m_askedIndex = -1;
     m_failure->clear();
     m_calls->clear();
     m_thinking->clear();
@@ -194,7 +208,17 @@ void ChatPage::editQuestion()
 
 void ChatPage::copyMessage()
 {
-    m_transcript->copyMessage(m_presenter->shownAt(currentMessage()));
+    copyShown(m_presenter->shownAt(currentMessage()));
+}
+
+// The transcript has no more than the beginning of a long result.
+void ChatPage::copyShown(int shown) const
+{
+    const ChatMessage message = m_session->conversation().value(m_presenter->messageAt(shown));
+    if (message.role == QLatin1String("tool"))
+        QGuiApplication::clipboard()->setText(message.content);
+    else
+        m_transcript->copyMessage(shown);
 }
 
 void ChatPage::stop()
@@ -212,18 +236,56 @@ void ChatPage::changeEvent(QEvent *event)
         m_presenter->repaint();
 }
 
+// What a call has not brought yet is no result: the placeholder behind it is shown where the run ends so.
+void ChatPage::showMessages()
+{
+    QVector<ChatMessage> messages = m_session->conversation();
+    if (m_session->isRunning()) {
+        const auto round = std::find_if(messages.crbegin(), messages.crend(), [](const ChatMessage &message) {
+                               return message.role != QLatin1String("tool");
+                           }).base();
+        const auto open = std::find_if(round, messages.cend(), [this](const ChatMessage &message) {
+            return !m_executedCalls.contains(message.toolCallId);
+        });
+        messages.resize(int(open - messages.cbegin()));
+    }
+    m_presenter->setMessages(messages);
+}
+
+// The end of the editing, which the conversation tells when it is changed, leaves the input to what was there
+// before.
 void ChatPage::send()
 {
     if (!m_sendButton->isEnabled())
         return;
     const QString question = m_input->toPlainText().trimmed();
-    const int edited = m_editedQuestion;
-    m_input->clear();
     m_transcript->setFollowing(true);
-    if (edited >= 0)
-        askInstead(m_session, edited, question);
-    else
+    if (m_editedQuestion >= 0) {
+        m_askedIndex = m_editedQuestion;
+        m_askedText = question;
+        m_keeper->askInstead(m_editedQuestion, question);
+    } else {
+        m_askedIndex = -1;
+        m_input->clear();
         m_session->send(question);
+    }
+}
+
+void ChatPage::retry()
+{
+    if (m_editedQuestion >= 0)
+        send();
+    else
+        regenerateAt(m_askedIndex < 0 ? int(m_session->conversation().size()) - 1 : m_askedIndex);
+}
+
+// Nobody has to write a question again that was not answered.
+void ChatPage::takeRestored()
+{
+    if (m_askedText.isEmpty())
+        return;
+    editQuestionAt(m_askedIndex);
+    setInput(m_askedText);
 }
 
 int ChatPage::currentMessage() const
@@ -237,7 +299,9 @@ int ChatPage::currentMessage() const
 void ChatPage::regenerateAt(int index)
 {
     m_transcript->setFollowing(true);
-    askAgain(m_session, index);
+    m_askedIndex = index;
+    m_askedText.clear();
+    m_keeper->askAgain(index);
 }
 
 void ChatPage::editQuestionAt(int index)
@@ -246,10 +310,11 @@ void ChatPage::editQuestionAt(int index)
     const int question = questionOf(conversation, index);
     if (question < 0 || m_session->isRunning())
         return;
+    if (m_editedQuestion < 0)
+        m_draft = m_input->toPlainText();
     m_editedQuestion = question;
     m_editing->tell(tr("正在修改问题。发送后，它后面的消息会被替换。"));
-    m_input->setPlainText(conversation.at(question).content);
-    m_input->moveCursor(QTextCursor::End);
+    setInput(conversation.at(question).content);
     m_input->setFocus();
 }
 
@@ -258,7 +323,27 @@ void ChatPage::endEditing()
     if (std::exchange(m_editedQuestion, -1) < 0)
         return;
     m_editing->clear();
-    m_input->clear();
+    setInput(std::exchange(m_draft, {}));
+}
+
+// Can be undone.
+void ChatPage::setInput(const QString &text)
+{
+    QTextCursor all(m_input->document());
+    all.select(QTextCursor::Document);
+    all.insertText(text);
+    m_input->moveCursor(QTextCursor::End);
+}
+
+QString ChatPage::draft() const
+{
+    const QString text = m_input->toPlainText();
+    if (m_editedQuestion < 0)
+        return text;
+    const bool isChanged = text != m_session->conversation().value(m_editedQuestion).content;
+    QStringList parts{m_draft, isChanged ? text : QString()};
+    parts.removeAll(QString());
+    return parts.join(QStringLiteral("\n\n"));
 }
 
 void ChatPage::openMenu(const QPoint &position)
@@ -271,7 +356,7 @@ void ChatPage::openMenu(const QPoint &position)
     menu->setAttribute(Qt::WA_DeleteOnClose);
     if (m_transcript->textCursor().hasSelection())
         menu->addAction(tr("复制(&C)"), m_transcript, &MarkdownTranscript::copy);
-    menu->addAction(tr("复制消息(&M)"), this, [this, shown] { m_transcript->copyMessage(shown); });
+    menu->addAction(tr("复制消息(&M)"), this, [this, shown] { copyShown(shown); });
     menu->addSeparator();
     const bool isIdle = !m_session->isRunning();
     menu->addAction(tr("重新回答(&R)"), this, [this, index] { regenerateAt(index); })->setEnabled(isIdle);

@@ -3,6 +3,7 @@
 
 #include <qtagent/agentsession.h>
 
+#include <QSet>
 #include <QWidget>
 
 QT_BEGIN_NAMESPACE
@@ -17,6 +18,7 @@ class MarkdownTranscript;
 } // namespace MireloQtLib
 class AnswerWatch;
 class ChatInput;
+class ConversationKeeper;
 class FailureBar;
 class NoticeBar;
 class ThinkingPanel;
@@ -33,13 +35,17 @@ class ChatPage : public QWidget
 
 public:
     /// Shows the conversation of @p session and sends to it. It is not owned, and outlives the page.
-    /// @p watch is its model, and not owned either.
-    ChatPage(MireloQtLib::QtAgent::AgentSession *session, const AnswerWatch *watch,
-             QWidget *parent = nullptr);
+    /// @p keeper, which keeps it, and @p watch, which is its model, are not owned either.
+    ChatPage(MireloQtLib::QtAgent::AgentSession *session, ConversationKeeper *keeper,
+             const AnswerWatch *watch, QWidget *parent = nullptr);
     ~ChatPage() override;
 
     /// Returns the field for questions.
     ChatInput *input() const;
+
+    /// Returns what was written and not sent: the text that was in the input before a question was edited,
+    /// and that question where it was changed.
+    QString draft() const;
 
     /// Returns the transcript, which only the page fills.
     MireloQtLib::QtAgent::MarkdownTranscript *transcript() const;
@@ -70,10 +76,11 @@ public Q_SLOTS:
     void regenerate();
 
     /// Puts the question of the current message into the input. The next question that is sent takes its
-    /// place, and what followed it is dropped.
+    /// place, and what followed it is dropped. What was in the input is there again when the editing ends;
+    /// what was edited comes back with QPlainTextEdit::undo().
     void editQuestion();
 
-    /// Copies the current message to the clipboard.
+    /// Copies the current message to the clipboard, in full.
     void copyMessage();
 
     /// Ends the editing of a question where one is edited, else the run.
@@ -96,7 +103,12 @@ private:
     void connectSession();
     void connectWatch();
     void showEnd(const MireloQtLib::QtAgent::RunOutcome &outcome);
+    void showMessages();
+    void copyShown(int shown) const;
+    void setInput(const QString &text);
     void send();
+    void retry();
+    void takeRestored();
     int currentMessage() const;
     void regenerateAt(int index);
     void editQuestionAt(int index);
@@ -105,6 +117,7 @@ private:
     void updateButtons();
 
     MireloQtLib::QtAgent::AgentSession *const m_session;
+    ConversationKeeper *const m_keeper;
     const AnswerWatch *const m_watch;
     NoticeBar *m_hint = nullptr;
     NoticeBar *m_editing = nullptr;
@@ -114,6 +127,10 @@ private:
     QComboBox *m_profiles = nullptr;
     QLabel *m_usage = nullptr;
     int m_editedQuestion = -1;
+    QString m_draft;               // while a question is edited
+    int m_askedIndex = -1;         // of the message whose question was asked again
+    QString m_askedText;           // in place of it
+    QSet<QString> m_executedCalls; // of the last round
     MireloQtLib::QtAgent::MarkdownTranscript *m_transcript = nullptr;
     TranscriptPresenter *m_presenter = nullptr;
     ChatInput *m_input = nullptr;

@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QRegularExpression>
 #include <QSaveFile>
+#include <QTemporaryDir>
 
 using namespace MireloQtLib::QtAgent;
 
@@ -30,6 +31,19 @@ bool exportConversation(const ConversationStore &store, const QString &id, const
     const bool isForReaders = path.endsWith(QLatin1String(".md"), Qt::CaseInsensitive);
     const QByteArray content = isForReaders ? store.toMarkdown(id, error).toUtf8() : store.toJson(id, error);
     return error->isEmpty() && write(path, content, error);
+}
+
+// Another store has the formats.
+bool exportUnsaved(const Conversation &conversation, const QString &path, QString *error)
+{
+    const QTemporaryDir folder;
+    ConversationStore store;
+    if (!store.open(folder.filePath(QStringLiteral("conversation.sqlite")), error))
+        return false;
+    Conversation copy = store.create(conversation.title, error);
+    copy.model = conversation.model;
+    copy.messages = conversation.messages;
+    return !copy.id.isEmpty() && store.save(&copy, error) && exportConversation(store, copy.id, path, error);
 }
 
 QString importConversation(ConversationStore *store, const QString &path, QString *error)

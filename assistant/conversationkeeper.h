@@ -10,6 +10,8 @@
 #include <QPointer>
 #include <QTimer>
 
+#include <functional>
+
 /// The keys of a message's metadata that the assistant uses.
 namespace MessageKey {
 
@@ -36,6 +38,9 @@ inline QString thinking()
 ///
 /// Where another program has changed or removed the conversation meanwhile, it goes on as a copy: nothing is
 /// overwritten, and nothing is lost.
+///
+/// What cannot be saved is tried again, at first after a second and then ever more rarely, and nothing else
+/// is opened meanwhile. To open a conversation changes nothing of it.
 class ConversationKeeper : public QObject
 {
     Q_OBJECT
@@ -49,12 +54,38 @@ public:
     /// Returns the conversation as it was saved last. Its id is empty before its first question.
     const MireloQtLib::QtAgent::Conversation &conversation() const;
 
+    /// Returns whether all that was said is in the store.
+    bool isSaved() const;
+
+    /// Returns why it is not, or an empty text.
+    QString saveError() const;
+
+    /// Cancels what runs, and saves what is not saved yet. Returns isSaved().
+    bool finish();
+
+    /// Gives up what could not be saved, so that another conversation can be opened.
+    void discard();
+
     /// Goes on with the conversation @p id. What runs is canceled, and kept first. Returns false, with
-    /// failed(), where it cannot be read; then nothing else has happened.
+    /// failed(), where it cannot be read; then nothing else has happened. Returns false, too, where finish()
+    /// does.
     bool open(const QString &id);
 
-    /// Begins an empty conversation. What runs is canceled, and kept first.
-    void begin();
+    /// Begins an empty conversation. What runs is canceled, and kept first. Returns false, without any other
+    /// effect, where finish() does.
+    bool begin();
+
+    /// Asks the question that the message @p index belongs to again, without what followed it. That stays in
+    /// the store until something of the new answer has arrived, and is back where the run ends before.
+    /// Returns false, without any effect, while a run is in flight and where there is no question.
+    bool askAgain(int index);
+
+    /// Asks @p text in place of that question; all else is as askAgain() has it.
+    bool askInstead(int index, const QString &text);
+
+    /// Brings back what the last run has replaced. Returns false where it has replaced nothing, or where
+    /// something was asked since.
+    bool undoReplacing();
 
     /// Gives the conversation @p id the title @p title. Returns false, with failed(), where that cannot be
     /// saved.
@@ -77,17 +108,35 @@ Q_SIGNALS:
     /// The store has changed.
     void saved();
 
-    /// Something could not be read or saved. An answer is saved with the next change again, and where that
-    /// fails for the same reason it is not told anew.
+    /// isSaved() or saveError() has changed.
+    void savedChanged();
+
+    /// A run is over that askAgain() or askInstead() began and that brought nothing: what followed the
+    /// question is back, and so is the question.
+    void restored();
+
+    /// A run is over that has replaced what followed its question; undoReplacing() brings that back.
+    void replaced();
+
+    /// A conversation could not be read, or another title not be saved.
     void failed(const QString &error);
 
 private:
+    void connectSession();
     void addDelta(const QString &delta);
+    void takeRunning(bool isRunning);
     void takeConversation();
+    void takeEnd(const MireloQtLib::QtAgent::RunOutcome &outcome);
     void describeAnswer(const MireloQtLib::QtAgent::RunOutcome &outcome);
-    void keepUsage();
+    bool replace(int index, const std::function<bool()> &ask);
+    bool isReplaced() const;
+    bool restoreReplaced();
     void setCurrent(const MireloQtLib::QtAgent::Conversation &conversation);
+    void takeMessages();
+    void takeUsage();
     void save();
+    void setSaveError(const QString &error);
+    bool write(QString *error);
     bool saveCopy(QString *error);
     bool isChangedElsewhere() const;
     QVector<MireloQtLib::QtAgent::ChatMessage> messagesNow() const;
@@ -97,8 +146,14 @@ private:
     MireloQtLib::QtAgent::Conversation m_conversation;
     QPointer<const AnswerWatch> m_watch;
     QString m_modelName;
-    QString m_lastFailure; // to save
-    QString m_arrived;     // of an answer that is not in the conversation yet
+    QString m_saveError;
+    int m_retryMs;
+    bool m_isOpening = false;
+    int m_answerAt = -1; // where the answer to the last request will stand
+    int m_heldUntil =
+        -1; // so many messages belong to a question that is asked anew, while nothing has arrived
+    QVector<MireloQtLib::QtAgent::StoredMessage> m_replaced;
+    QString m_arrived; // of an answer that is not in the conversation yet
     QTimer m_timer;
 };
 

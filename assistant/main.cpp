@@ -13,6 +13,8 @@
 #include <QDir>
 #include <QMessageBox>
 
+#include <utility>
+
 using namespace MireloQtLib::QtAgent;
 
 namespace {
@@ -29,15 +31,16 @@ struct Parts
     const QString toolsPath =
         QFileInfo(AssistantSettings::defaultPath()).dir().filePath(QStringLiteral("tools.json"));
     ToolSet tools{loadToolSettings(toolsPath)};
+    QString notice; // for the first window
 };
 
 int showWindow(Parts *parts)
 {
     applyAssistantLanguage(parts->settings.language());
     AssistantWindow window(&parts->store, &parts->settings);
-    if (!parts->store.setAsidePath().isEmpty())
-        window.tell(QApplication::translate("main", "对话文件已损坏，原来的文件保存在 %1。")
-                        .arg(parts->store.setAsidePath()));
+    const QString notice = std::exchange(parts->notice, {});
+    if (!notice.isEmpty())
+        window.tell(notice);
     window.setModelChoice(&parts->choice);
     window.setToolSet(&parts->tools, parts->toolsPath);
     QObject::connect(&window, &AssistantWindow::languageChanged, &window, [&window] {
@@ -54,10 +57,15 @@ int runWindows()
     QString error;
     applyAssistantLanguage(parts.settings.language());
     if (!parts.store.open(ConversationStore::defaultPath(), &error)) {
-        QMessageBox::critical(nullptr, QString(), error);
+        QMessageBox box(QMessageBox::Critical, QApplication::translate("main", "Orvane 助手"), error);
+        box.setTextFormat(Qt::PlainText);
+        box.exec();
         return EXIT_FAILURE;
     }
     parts.choice.setKeychain(&parts.keychain);
+    if (!parts.store.setAsidePath().isEmpty())
+        parts.notice = QApplication::translate("main", "对话文件已损坏，原来的文件保存在 %1。")
+                           .arg(parts.store.setAsidePath());
     int status = otherLanguage;
     while (status == otherLanguage)
         status = showWindow(&parts);

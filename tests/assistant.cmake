@@ -11,6 +11,7 @@ qtagent_add_test(tst_assistantwindow orvaneassistant)
 qtagent_add_test(tst_assistantwindow_editing orvaneassistant)
 qtagent_add_test(tst_assistantwindow_service orvaneassistant qtagent_test_support)
 qtagent_add_test(tst_assistantwindow_tools orvaneassistant)
+qtagent_add_test(tst_assistantwindow_unsent orvaneassistant)
 qtagent_add_test(tst_chatinput orvaneassistant)
 qtagent_add_test(tst_conversationfiles orvaneassistant)
 qtagent_add_test(tst_conversationkeeper orvaneassistant)
@@ -33,7 +34,7 @@ qtagent_add_test(tst_transcriptpresenter orvaneassistant)
 
 find_package(Qt${QTAGENT_QT_MAJOR} QUIET COMPONENTS LinguistTools)
 if(TARGET assistanttranslations AND TARGET Qt${QTAGENT_QT_MAJOR}::lupdate)
-    qtagent_add_test(tst_translations)
+    qtagent_add_test(tst_translations orvaneassistant)
     target_compile_definitions(tst_translations PRIVATE
         "LUPDATE=\"$<TARGET_FILE:Qt${QTAGENT_QT_MAJOR}::lupdate>\""
         "SOURCE_DIR=\"${PROJECT_SOURCE_DIR}\""

@@ -25,7 +25,8 @@ void TestAssistantSettings::defaultsHoldWhereNothingIsRemembered()
     QCOMPARE(settings.sendKey(), ChatInput::SendKey::CtrlReturn);
     QCOMPARE(settings.textSteps(), 0);
     QCOMPARE(settings.geometry(), QByteArray());
-    QCOMPARE(settings.conversationId(), QString());
+    QVERIFY(!settings.conversationId());
+    QCOMPARE(settings.draft(), QString());
 }
 
 void TestAssistantSettings::whatIsSetIsRememberedAtTheNextStart()
@@ -38,6 +39,7 @@ void TestAssistantSettings::whatIsSetIsRememberedAtTheNextStart()
         settings.setGeometry("geometry");
         settings.setSplitterState("state");
         settings.setConversationId("id");
+        settings.setDraft("Why, \"oh\"\nwhy?");
     }
     const AssistantSettings settings(path());
     QCOMPARE(settings.sendKey(), ChatInput::SendKey::Return);
@@ -45,7 +47,8 @@ void TestAssistantSettings::whatIsSetIsRememberedAtTheNextStart()
     QCOMPARE(settings.language(), QString("en"));
     QCOMPARE(settings.geometry(), QByteArray("geometry"));
     QCOMPARE(settings.splitterState(), QByteArray("state"));
-    QCOMPARE(settings.conversationId(), QString("id"));
+    QCOMPARE(settings.conversationId().value_or(QString()), QString("id"));
+    QCOMPARE(settings.draft(), QString("Why, \"oh\"\nwhy?"));
 }
 
 void TestAssistantSettings::nonsenseReadsAsTheDefault()

@@ -3,6 +3,7 @@
 #include "support/loopbackserver.h"
 
 #include <assistant/modelchoice.h>
+#include <assistant/toolset.h>
 
 #include <QLabel>
 #include <QToolButton>
@@ -56,6 +57,7 @@ private Q_SLOTS:
     void wrongKeyIsToldAndRetried();
     void retryIsShownWhileItWaits();
     void anotherConversationHasNoFailure();
+    void everyRequestOfARunIsCounted();
 };
 
 void TestAssistantWindowService::answerIsStreamedWithItsTokensAndThinking()
@@ -147,6 +149,29 @@ void TestAssistantWindowService::anotherConversationHasNoFailure()
     QTRY_VERIFY(!user.failure().isEmpty());
     user.click("newConversation");
     QCOMPARE(user.failure(), QString());
+}
+
+void TestAssistantWindowService::everyRequestOfARunIsCounted()
+{
+    ServiceUser user;
+    ToolSet tools(ToolSettings{});
+    user.window->setToolSet(&tools, user.folder.filePath("tools.json"));
+    user.server.setHandler([](const LoopbackRequest &request) {
+        const QJsonObject last = request.json["messages"].toArray().last().toObject();
+        if (last["role"] == QLatin1String("tool"))
+            return LoopbackAnswer::stream(
+                {deltaEvent("It is late."), stopEvent,
+                 streamed(R"({"choices":[],"usage":{"prompt_tokens":40,"completion_tokens":3}})"),
+                 doneEvent()});
+        return LoopbackAnswer::stream(
+            {streamed(R"({"choices":[{"delta":{"tool_calls":[{"index":0,"id":"1","type":"function",)"
+                      R"("function":{"name":"clock","arguments":"{}"}}]},"finish_reason":"tool_calls"}]})"),
+             streamed(R"({"choices":[],"usage":{"prompt_tokens":20,"completion_tokens":7}})"), doneEvent()});
+    });
+    user.ask("What time is it?");
+    QTRY_COMPARE(user.find<QLabel>("usageLabel")->text(), "回答 3 令牌，对话共 70 令牌");
+    QTRY_VERIFY(user.isIdle());
+    QCOMPARE(user.store.load(user.store.list().first().id).messages.at(1).promptTokens, 20);
 }
 
 QTEST_MAIN(TestAssistantWindowService)

@@ -7,6 +7,7 @@
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QLineEdit>
+#include <QScrollBar>
 #include <QTableWidget>
 
 using namespace MireloQtLib::QtAgent;
@@ -21,6 +22,10 @@ private Q_SLOTS:
     void fileIsWrittenWithApprovalOnly();
     void callIsOpenedByTheKeyboard();
     void toolsAreChosen();
+    void callHasNoResultBeforeItWasExecuted();
+    void placeInTheTranscriptStaysOverAResult();
+    void approvalIsWithdrawnWithItsConversation_data();
+    void approvalIsWithdrawnWithItsConversation();
 };
 
 namespace {
@@ -110,6 +115,71 @@ void TestAssistantWindowTools::toolsAreChosen()
     user.ask("What is there?");
     QCOMPARE(user.model.lastCall().tools.size(), 3);
     QCOMPARE(loadToolSettings(user.folder.filePath("tools.json")).folder, user.folder.path());
+}
+
+void TestAssistantWindowTools::callHasNoResultBeforeItWasExecuted()
+{
+    QTemporaryDir plans;
+    ToolUser user({false, plans.path(), {}});
+    ApprovalDialogs dialogs;
+    QString whileAsked;
+    dialogs.onShown = [&](QDialog *dialog) {
+        whileAsked = user.transcript();
+        dialog->accept();
+    };
+    user.model.addToolCalls({makeToolCall("1", "list_folder", {}),
+                             makeToolCall("2", "write_file", {{"path", "a.txt"}, {"content", "A"}})},
+                            "I look.");
+    user.model.addToolCalls({makeToolCall("1", "write_file", {{"path", "b.txt"}, {"content", "B"}})});
+    user.model.addText({"Done."});
+    user.ask("Write it down.");
+    QTRY_VERIFY(user.transcript().endsWith("助手 Done."));
+    QCOMPARE(dialogs.count(), 2);
+    QVERIFY(whileAsked.contains("助手 I look."));
+    QVERIFY2(!whileAsked.contains("未执行。"), qPrintable(whileAsked));
+    QVERIFY(!user.transcript().contains("未执行。"));
+}
+
+void TestAssistantWindowTools::placeInTheTranscriptStaysOverAResult()
+{
+    ToolUser user(ToolSettings{});
+    user.model.addToolCalls({makeToolCall("1", "clock", {})});
+    user.model.addText({"It is late."});
+    user.settings.setConversationId(
+        user.keep("Pumps", {QString("What is a pump?\n").repeated(200), "It moves water."}));
+    user.start();
+    user.window->setToolSet(&user.tools, user.folder.filePath("tools.json"));
+    auto *transcript = user.find<QTextBrowser>("transcript");
+    QSignalSpy changed(transcript->document(), &QTextDocument::contentsChange);
+    user.ask("What time is it?");
+    transcript->verticalScrollBar()->setValue(0);
+    QTRY_VERIFY(user.transcript().endsWith("助手 It is late."));
+    for (const QVariantList &change : changed)
+        QVERIFY2(change.at(0).toInt() > 0, "The transcript was written anew.");
+    QCOMPARE(transcript->verticalScrollBar()->value(), 0);
+}
+
+void TestAssistantWindowTools::approvalIsWithdrawnWithItsConversation_data()
+{
+    QTest::addColumn<QString>("action");
+    QTest::newRow("another is begun") << "newRequested";
+    QTest::newRow("it is removed") << "removeRequested";
+    QTest::newRow("the window is closed") << "quitRequested";
+}
+
+void TestAssistantWindowTools::approvalIsWithdrawnWithItsConversation()
+{
+    QFETCH(QString, action);
+    QTemporaryDir plans;
+    ToolUser user({false, plans.path(), {}});
+    ApprovalDialogs dialogs;
+    user.model.addToolCalls({makeToolCall("1", "write_file", {{"path", "a.txt"}, {"content", "A"}})});
+    user.ask("Write it down.");
+    QTRY_COMPARE(dialogs.visibleCount(), 1);
+    user.choose(action);
+    QTRY_COMPARE(dialogs.visibleCount(), 0);
+    QVERIFY(user.isIdle());
+    QVERIFY(!QFile::exists(plans.filePath("a.txt")));
 }
 
 QTEST_MAIN(TestAssistantWindowTools)

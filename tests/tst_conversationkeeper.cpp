@@ -26,6 +26,20 @@ public:
     ConversationKeeper keeper{&store, &session};
 };
 
+// Thinks, and says nothing.
+class ThinkingModel : public ChatModel
+{
+public:
+    ChatReply *chat(const QVector<ChatMessage> & /*messages*/, const QVector<ToolDefinition> & /*tools*/,
+                    QObject *parent) override
+    {
+        auto *reply = new CompletionReply(parent);
+        QObject::connect(reply, &CompletionReply::canceled, reply, [] {});
+        reply->appendReasoning("A valve...");
+        return reply;
+    }
+};
+
 class TestConversationKeeper : public QObject
 {
     Q_OBJECT
@@ -42,7 +56,17 @@ private Q_SLOTS:
     void renamedConversationIsKept();
     void conversationRemovedElsewhereGoesOnAsACopy();
     void conversationChangedElsewhereGoesOnAsACopy();
-    void failureIsTold();
+    void openingWritesNothing();
+    void twoWindowsOnOneConversationMakeNoCopy();
+    void failureIsToldAndTriedAgain();
+    void failureIsNotTriedWithEachStep();
+    void nothingElseIsOpenedWhileSomethingIsNotSaved();
+    void thinkingStaysWhereTheRunEndsBeforeItsText();
+    void replacedAnswerStaysUntilAnotherArrives();
+    void replacedAnswerIsBackWhereNoneArrives_data();
+    void replacedAnswerIsBackWhereNoneArrives();
+    void replacingIsUndone();
+    void replacingIsNotUndoneBehindAnotherQuestion();
 };
 
 void TestConversationKeeper::conversationIsKeptFromItsFirstQuestionOn()
@@ -184,15 +208,155 @@ void TestConversationKeeper::conversationChangedElsewhereGoesOnAsACopy()
     QCOMPARE(fixture.textsOf(other.id), QStringList("What is a pump?"));
 }
 
-void TestConversationKeeper::failureIsTold()
+void TestConversationKeeper::openingWritesNothing()
+{
+    KeeperFixture fixture;
+    Conversation kept = fixture.store.load(fixture.keep("Pumps", {"What is a pump?", "It moves water."}));
+    kept.model = "other-model";
+    QVERIFY(fixture.store.save(&kept));
+    QVERIFY(fixture.keeper.open(kept.id));
+    QVERIFY(fixture.keeper.begin());
+    QCOMPARE(fixture.store.load(kept.id), kept);
+    QVERIFY(fixture.keeper.open(kept.id));
+    fixture.session.send("Why?");
+    QCOMPARE(fixture.store.load(kept.id).model, "test-model");
+}
+
+void TestConversationKeeper::twoWindowsOnOneConversationMakeNoCopy()
+{
+    KeeperFixture fixture;
+    const QString id = fixture.keep("Pumps", {"What is a pump?", "It moves water."});
+    QVERIFY(fixture.keeper.open(id));
+    ConversationStore otherStore;
+    QVERIFY(otherStore.open(fixture.path()));
+    AgentSession otherSession;
+    ConversationKeeper other(&otherStore, &otherSession);
+    QVERIFY(other.open(id));
+    fixture.session.send("Why?");
+    QCOMPARE(fixture.keeper.conversation().id, id);
+    QCOMPARE(fixture.store.list().size(), 1);
+}
+
+void TestConversationKeeper::failureIsToldAndTriedAgain()
 {
     KeeperFixture fixture;
     fixture.session.send("What is a valve?");
     fixture.store.close();
-    QSignalSpy failed(&fixture.keeper, &ConversationKeeper::failed);
+    QSignalSpy changed(&fixture.keeper, &ConversationKeeper::savedChanged);
     fixture.model.lastCall().reply->finish("It closes.");
-    QCOMPARE(failed.value(0), QVariantList{"The store is not open."});
-    QCOMPARE(failed.count(), 1);
+    QCOMPARE(changed.count(), 1);
+    QVERIFY(!fixture.keeper.isSaved());
+    QCOMPARE(fixture.keeper.saveError(), "The store is not open.");
+    QVERIFY(fixture.store.open(fixture.path()));
+    QTRY_VERIFY(fixture.keeper.isSaved());
+    QCOMPARE(changed.count(), 2);
+    QCOMPARE(fixture.kept(), QStringList({"What is a valve?", "It closes."}));
+}
+
+void TestConversationKeeper::failureIsNotTriedWithEachStep()
+{
+    KeeperFixture fixture;
+    fixture.session.send("What is a valve?");
+    fixture.store.close();
+    fixture.model.lastCall().reply->finish("It closes.");
+    QVERIFY(fixture.store.open(fixture.path()));
+    fixture.session.send("Why?");
+    QCOMPARE(fixture.kept(), QStringList("What is a valve?"));
+    QVERIFY(fixture.keeper.finish());
+    QCOMPARE(fixture.kept(), QStringList({"What is a valve?", "It closes.", "Why?"}));
+}
+
+void TestConversationKeeper::nothingElseIsOpenedWhileSomethingIsNotSaved()
+{
+    KeeperFixture fixture;
+    fixture.session.send("What is a valve?");
+    fixture.store.close();
+    fixture.model.lastCall().reply->finish("It closes.");
+    QVERIFY(!fixture.keeper.begin());
+    QCOMPARE(fixture.session.conversation().size(), 2);
+    fixture.keeper.discard();
+    QVERIFY(fixture.keeper.begin());
+    QCOMPARE(fixture.session.conversation().size(), 0);
+}
+
+void TestConversationKeeper::thinkingStaysWhereTheRunEndsBeforeItsText()
+{
+    KeeperFixture fixture;
+    ThinkingModel model;
+    AnswerWatch watch;
+    watch.setModel(&model);
+    fixture.session.setModel(&watch);
+    fixture.keeper.setWatch(&watch);
+    fixture.session.send("What is a valve?");
+    fixture.session.cancel();
+    const QVector<StoredMessage> messages = fixture.store.load(fixture.keeper.conversation().id).messages;
+    QCOMPARE(messages.size(), 1);
+    QCOMPARE(messages.last().message.metadata.value(MessageKey::thinking()).toString(), "A valve...");
+}
+
+void TestConversationKeeper::replacedAnswerStaysUntilAnotherArrives()
+{
+    KeeperFixture fixture;
+    QVERIFY(fixture.keeper.open(fixture.keep("Pumps", {"What is a pump?", "No idea.", "Why?", "Because."})));
+    QVERIFY(fixture.keeper.askAgain(1));
+    QCOMPARE(fixture.session.conversation().size(), 1);
+    QCOMPARE(fixture.kept().size(), 4);
+    QSignalSpy replaced(&fixture.keeper, &ConversationKeeper::replaced);
+    fixture.model.lastCall().reply->appendDelta("It moves");
+    QTRY_COMPARE(fixture.kept(), QStringList({"What is a pump?", "It moves"}));
+    fixture.model.lastCall().reply->finish("It moves water.");
+    QCOMPARE(fixture.kept(), QStringList({"What is a pump?", "It moves water."}));
+    QCOMPARE(replaced.count(), 1);
+}
+
+void TestConversationKeeper::replacedAnswerIsBackWhereNoneArrives_data()
+{
+    QTest::addColumn<QString>("question");
+    QTest::newRow("asked again") << "";
+    QTest::newRow("asked something else") << "What is a valve?";
+}
+
+void TestConversationKeeper::replacedAnswerIsBackWhereNoneArrives()
+{
+    QFETCH(QString, question);
+    KeeperFixture fixture;
+    Conversation kept = fixture.store.load(fixture.keep("Pumps", {"What is a pump?", "No idea.", "Why?"}));
+    kept.messages[1].completionTokens = 3;
+    QVERIFY(fixture.store.save(&kept));
+    QVERIFY(fixture.keeper.open(kept.id));
+    QSignalSpy restored(&fixture.keeper, &ConversationKeeper::restored);
+    QVERIFY(question.isEmpty() ? fixture.keeper.askAgain(0) : fixture.keeper.askInstead(0, question));
+    fixture.model.lastCall().reply->fail("no network");
+    QCOMPARE(restored.count(), 1);
+    QCOMPARE(fixture.session.conversation(), kept.chatMessages());
+    QCOMPARE(fixture.store.load(kept.id), kept);
+}
+
+void TestConversationKeeper::replacingIsUndone()
+{
+    KeeperFixture fixture;
+    const QStringList texts{"What is a pump?", "No idea.", "Why?", "Because."};
+    QVERIFY(fixture.keeper.open(fixture.keep("Pumps", texts)));
+    QVERIFY(!fixture.keeper.undoReplacing());
+    QVERIFY(fixture.keeper.askInstead(2, "When?"));
+    QVERIFY(!fixture.keeper.undoReplacing());
+    fixture.model.lastCall().reply->finish("Now.");
+    QCOMPARE(fixture.kept(), QStringList({"What is a pump?", "No idea.", "When?", "Now."}));
+    QVERIFY(fixture.keeper.undoReplacing());
+    QCOMPARE(fixture.kept(), texts);
+    QVERIFY(!fixture.keeper.undoReplacing());
+}
+
+void TestConversationKeeper::replacingIsNotUndoneBehindAnotherQuestion()
+{
+    KeeperFixture fixture;
+    QVERIFY(fixture.keeper.open(fixture.keep("Pumps", {"What is a pump?", "No idea."})));
+    QVERIFY(fixture.keeper.askAgain(0));
+    fixture.model.lastCall().reply->finish("It moves water.");
+    fixture.session.send("Why?");
+    fixture.model.lastCall().reply->finish("Because.");
+    QVERIFY(!fixture.keeper.undoReplacing());
+    QCOMPARE(fixture.kept().size(), 4);
 }
 
 QTEST_GUILESS_MAIN(TestConversationKeeper)

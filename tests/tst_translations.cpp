@@ -1,10 +1,18 @@
+#include "support/assistantuser.h"
+
+#include <assistant/modelchoice.h>
+
 #include <QCoreApplication>
 #include <QFile>
+#include <QMenu>
+#include <QMenuBar>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTranslator>
 #include <QXmlStreamReader>
 #include <QtTest>
+
+#include <algorithm>
 
 class TestTranslations : public QObject
 {
@@ -14,6 +22,8 @@ private Q_SLOTS:
     void nothingIsUntranslated();
     void placesStayInTheirTexts();
     void compiledTextsAreFound();
+    void mnemonicsAreUnique_data();
+    void mnemonicsAreUnique();
 
 private:
     struct Text
@@ -93,5 +103,69 @@ void TestTranslations::compiledTextsAreFound()
              "The service has %n models.");
 }
 
-QTEST_GUILESS_MAIN(TestTranslations)
+namespace {
+
+// The letters of @p texts that Alt presses, in order.
+QString mnemonicsOf(const QStringList &texts)
+{
+    QString letters;
+    for (const QString &text : texts) {
+        const QString keys = QKeySequence::mnemonic(text).toString(QKeySequence::PortableText);
+        letters += keys.section('+', -1);
+    }
+    std::sort(letters.begin(), letters.end());
+    return letters;
+}
+
+bool isUnique(const QString &letters)
+{
+    return std::adjacent_find(letters.cbegin(), letters.cend()) == letters.cend();
+}
+
+QStringList textsOf(const QWidget *menu)
+{
+    QStringList texts;
+    for (const QAction *action : menu->actions())
+        texts.append(action->text());
+    return texts;
+}
+
+} // namespace
+
+void TestTranslations::mnemonicsAreUnique_data()
+{
+    QTest::addColumn<QString>("translation");
+    QTest::newRow("Chinese") << "";
+    QTest::newRow("English") << "orvane-assistant_en";
+}
+
+// With every bar shown that a window may show at once.
+void TestTranslations::mnemonicsAreUnique()
+{
+    QFETCH(QString, translation);
+    QTranslator translator;
+    if (!translation.isEmpty())
+        QVERIFY(translator.load(translation, TRANSLATIONS_DIR) && qApp->installTranslator(&translator));
+    AssistantUser user;
+    user.keep("Pumps", {"What is a pump?", "It moves water."});
+    user.start();
+    ModelChoice choice(loadProfiles({user.folder.filePath("profiles.json")}, {}));
+    user.window->setModelChoice(&choice);
+    user.window->setModel(&user.model, "test-model");
+    QTest::keyClick(user.find<QListView>("conversationList"), Qt::Key_Delete);
+    user.store.close();
+    user.model.addFailure("no network");
+    user.ask("What is a valve?");
+    QTRY_VERIFY(user.find<NoticeBar>("failure")->isVisible());
+
+    QStringList texts = textsOf(user.window->menuBar());
+    for (const QAbstractButton *button : user.window->findChildren<QAbstractButton *>())
+        texts.append(button->text());
+    QVERIFY2(isUnique(mnemonicsOf(texts)), qPrintable(mnemonicsOf(texts)));
+    QCOMPARE(mnemonicsOf(texts).size(), 12);
+    for (const QMenu *menu : user.window->findChildren<QMenu *>())
+        QVERIFY2(isUnique(mnemonicsOf(textsOf(menu))), qPrintable(menu->title()));
+}
+
+QTEST_MAIN(TestTranslations)
 #include "tst_translations.moc"

@@ -76,8 +76,8 @@
         <translation>&amp;Normal Text Size</translation>
     </message>
     <message>
-        <source>设置(&amp;S)</source>
-        <translation>&amp;Settings</translation>
+        <source>设置(&amp;G)</source>
+        <translation>Settin&amp;gs</translation>
     </message>
     <message>
         <source>模型(&amp;M)…</source>
@@ -111,8 +111,8 @@
         <translation>No model is set up yet; an offline mock model answers.</translation>
     </message>
     <message>
-        <source>配置模型(&amp;M)…</source>
-        <translation>Set Up &amp;Model…</translation>
+        <source>配置模型(&amp;P)…</source>
+        <translation>Set U&amp;p Model…</translation>
     </message>
     <message>
         <source>无法保存到 %1：%2</source>
@@ -147,10 +147,6 @@
         <translation>Export Conversation</translation>
     </message>
     <message>
-        <source>JSON，可以再导入 (*.json);;Markdown，供阅读 (*.md)</source>
-        <translation>JSON, to import again (*.json);;Markdown, to read (*.md)</translation>
-    </message>
-    <message>
         <source>导入对话</source>
         <translation>Import Conversation</translation>
     </message>
@@ -173,6 +169,56 @@
     <message>
         <source>无法从系统的密钥环读取密钥：%1</source>
         <translation>The key could not be read from the system&apos;s keychain: %1</translation>
+    </message>
+    <message>
+        <source>原来的消息已被替换。</source>
+        <translation>The earlier messages were replaced.</translation>
+    </message>
+    <message>
+        <source>回答结束后切换语言。</source>
+        <translation>The language changes when the answer has ended.</translation>
+    </message>
+    <message>
+        <source>Orvane 助手</source>
+        <translation>Orvane Assistant</translation>
+    </message>
+    <message>
+        <source>对话没有保存：%1</source>
+        <translation>The conversation is not saved: %1</translation>
+    </message>
+    <message>
+        <source>可以先导出，再放弃。</source>
+        <translation>You can export it first, then discard it.</translation>
+    </message>
+    <message>
+        <source>导出(&amp;E)…</source>
+        <translation>&amp;Export…</translation>
+    </message>
+    <message>
+        <source>放弃(&amp;D)</source>
+        <translation>&amp;Discard</translation>
+    </message>
+    <message>
+        <source>取消(&amp;C)</source>
+        <translation>&amp;Cancel</translation>
+    </message>
+    <message>
+        <source>对话没有保存：%1
+程序会继续尝试。</source>
+        <translation>The conversation is not saved: %1
+The program keeps trying.</translation>
+    </message>
+    <message>
+        <source>导出(&amp;X)…</source>
+        <translation>E&amp;xport…</translation>
+    </message>
+    <message>
+        <source>JSON，可以再导入 (*.json)</source>
+        <translation>JSON, to import again (*.json)</translation>
+    </message>
+    <message>
+        <source>Markdown，供阅读 (*.md)</source>
+        <translation>Markdown, to read (*.md)</translation>
     </message>
 </context>
 <context>
@@ -917,6 +963,10 @@ Save once more to keep the keys in %2, which only you can read.</translation>
     <message>
         <source>对话文件已损坏，原来的文件保存在 %1。</source>
         <translation>The file with the conversations was damaged. What was in it is kept in %1.</translation>
+    </message>
+    <message>
+        <source>Orvane 助手</source>
+        <translation>Orvane Assistant</translation>
     </message>
 </context>
 </TS>
