@@ -30,6 +30,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSplitter>
+#include <QTimer>
 #include <QVBoxLayout>
 
 #include <utility>
@@ -51,6 +52,7 @@ AssistantWindow::AssistantWindow(ConversationStore *store, AssistantSettings *se
     connectViewMenu();
     m_list->refresh();
     restoreState();
+    connectDraft();
     m_page->input()->setFocus();
 }
 
@@ -126,7 +128,9 @@ void AssistantWindow::connectList()
     connect(m_removed, &RemovedConversation::restored, this, [this](const QString &id) {
         m_menus->setCanUndo(false);
         m_notice->clear();
-        open(id, -1);
+        m_list->refresh();
+        if (!m_session->isRunning()) // which another conversation would end
+            open(id, -1);
     });
     connect(m_removed, &RemovedConversation::failed, this, &AssistantWindow::tell);
     connect(m_notice, &NoticeBar::acted, this, [this] {
@@ -160,6 +164,20 @@ void AssistantWindow::connectKeeper()
     connect(m_keeper, &ConversationKeeper::opened, m_notice, withdraw);
     connect(m_session, &AgentSession::runningChanged, m_notice, withdraw);
     connect(m_unsaved, &NoticeBar::acted, this, &AssistantWindow::chooseExport);
+}
+
+// A draft is as safe as an answer.
+void AssistantWindow::connectDraft()
+{
+    constexpr int intervalMs = 1000;
+    auto *timer = new QTimer(this);
+    timer->setSingleShot(true);
+    timer->setInterval(intervalMs);
+    connect(timer, &QTimer::timeout, this, [this] { m_settings->setDraft(m_page->draft()); });
+    connect(m_page->input(), &QPlainTextEdit::textChanged, timer, [timer] {
+        if (!timer->isActive())
+            timer->start();
+    });
 }
 
 void AssistantWindow::connectConversationMenu()

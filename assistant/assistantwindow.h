@@ -81,6 +81,7 @@ private:
     void setUpZoom();
     void connectList();
     void connectKeeper();
+    void connectDraft();
     void connectConversationMenu();
     void connectMessageMenu();
     void connectViewMenu();

@@ -156,10 +156,15 @@ void ChatPage::scrollToMessage(int index)
 
 void ChatPage::showConversation()
 {
-    const QVector<ChatMessage> conversation = m_session->conversation();
     m_askedIndex = -1;
     m_failure->clear();
     m_calls->clear();
+    showThinking();
+}
+
+void ChatPage::showThinking()
+{
+    const QVector<ChatMessage> conversation = m_session->conversation();
     m_thinking->clear();
     if (!conversation.isEmpty())
         m_thinking->append(conversation.last().metadata.value(MessageKey::thinking()).toString());
@@ -282,6 +287,7 @@ void ChatPage::retry()
 // Nobody has to write a question again that was not answered.
 void ChatPage::takeRestored()
 {
+    showThinking();
     if (m_askedText.isEmpty())
         return;
     editQuestionAt(m_askedIndex);

@@ -104,6 +104,7 @@ private:
     void connectWatch();
     void showEnd(const MireloQtLib::QtAgent::RunOutcome &outcome);
     void showMessages();
+    void showThinking();
     void copyShown(int shown) const;
     void setInput(const QString &text);
     void send();

@@ -15,6 +15,7 @@ private Q_SLOTS:
     void editedQuestionComesBackAfterEscape();
     void editedQuestionThatFailsIsThereToBeSentAgain();
     void draftSurvivesClosing();
+    void draftIsKeptWhileItIsWritten();
     void newConversationIsRememberedAsNew();
     void openConversationIsRememberedAtOnce();
     void chosenLanguageIsNotSwitchedTo();
@@ -113,6 +114,16 @@ void TestAssistantWindowUnsent::draftSurvivesClosing()
     QCOMPARE(inputOf(user)->toPlainText(), "And a valve?\n\nWhat is a pump? Tell me.");
 }
 
+void TestAssistantWindowUnsent::draftIsKeptWhileItIsWritten()
+{
+    AssistantUser user;
+    user.start();
+    QTest::keyClicks(inputOf(user), "What is a valve?");
+    QTRY_COMPARE(user.settings.draft(), "What is a valve?");
+    user.click("sendButton");
+    QTRY_COMPARE(user.settings.draft(), QString());
+}
+
 void TestAssistantWindowUnsent::newConversationIsRememberedAsNew()
 {
     AssistantUser user;
@@ -193,6 +204,8 @@ void TestAssistantWindowUnsent::selectionStaysWhileAnAnswerIsSaved()
     QCOMPARE(list->currentIndex().data().toString(), "Pumps");
     QTest::keyClick(list, Qt::Key_Delete);
     QCOMPARE(user.titles(), QStringList("What is a valve?"));
+    user.choose("undoRequested");
+    QCOMPARE(user.titles().size(), 2);
     QVERIFY(!user.isIdle());
 }
 
