@@ -1,5 +1,6 @@
 #include "conversationkeeper.h"
 
+#include "beginningof.h"
 #include "messageactions.h"
 
 #include <algorithm>
@@ -209,12 +210,8 @@ void ConversationKeeper::setWatch(const AnswerWatch *watch)
 
 QString ConversationKeeper::titleFor(const QString &question)
 {
-    QString line = question.trimmed().section(QLatin1Char('\n'), 0, 0).simplified();
-    if (line.size() <= longestTitle)
-        return line;
-    // Half a character beyond the basic plane is none.
-    const int end = line.at(longestTitle - 2).isHighSurrogate() ? longestTitle - 2 : longestTitle - 1;
-    return line.left(end) + QChar(0x2026);
+    const QString line = question.trimmed().section(QLatin1Char('\n'), 0, 0).simplified();
+    return beginningOf(line, longestTitle);
 }
 
 void ConversationKeeper::addDelta(const QString &delta)

@@ -1,5 +1,7 @@
 #include "failureadvice.h"
 
+#include "beginningof.h"
+
 #include <QNetworkReply>
 
 using namespace MireloQtLib::QtAgent;
@@ -7,6 +9,8 @@ using namespace MireloQtLib::QtAgent;
 namespace {
 
 using Kind = FailureAdvice::Kind;
+
+constexpr int longestWords = 300;
 
 // The names that services have for an empty account.
 bool isEmptyAccount(const QString &name)
@@ -80,7 +84,7 @@ QString FailureAdvice::text(const ChatFailure &failure, const QString &error) co
 {
     const QString words =
         failure.message.isEmpty() ? error.section(QLatin1Char('\n'), 0, 0) : failure.message.simplified();
-    return title + QLatin1Char('\n') + advice + QLatin1Char('\n') + words.left(300);
+    return title + QLatin1Char('\n') + advice + QLatin1Char('\n') + beginningOf(words, longestWords);
 }
 
 FailureAdvice adviceFor(const ChatFailure &failure)

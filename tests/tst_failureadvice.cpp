@@ -92,7 +92,9 @@ void TestFailureAdvice::wordsOfTheServiceComeLast()
     failed.message = "bad\nkey";
     QVERIFY(adviceFor(failed).text(failed, "Report").endsWith("\nbad key"));
     failed.message = QString(100000, 'x');
-    QVERIFY(adviceFor(failed).text(failed, "Report").size() < 400);
+    QVERIFY(adviceFor(failed).text(failed, "Report").endsWith("\n" + QString(299, 'x') + "…"));
+    failed.message = QString(298, 'x') + "😀😀";
+    QVERIFY(adviceFor(failed).text(failed, "Report").endsWith("\n" + QString(298, 'x') + "…"));
 }
 
 QTEST_GUILESS_MAIN(TestFailureAdvice)

@@ -15,6 +15,7 @@ private Q_SLOTS:
     void messagesAreShownByTheirRole();
     void streamedAnswerIsShownOnce();
     void whatIsShownStaysInPlace();
+    void longResultsAreCutBetweenCharacters();
     void otherConversationReplacesWhatIsShown();
     void unfinishedAnswerSaysWhy_data();
     void unfinishedAnswerSaysWhy();
@@ -73,6 +74,14 @@ void TestTranscriptPresenter::whatIsShownStaysInPlace()
     QVERIFY(removed.count() > 0);
     for (const QVariantList &change : removed)
         QVERIFY2(change.at(0).toInt() > 0, "The question was written again.");
+}
+
+void TestTranscriptPresenter::longResultsAreCutBetweenCharacters()
+{
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    presenter.setMessages({ChatMessage::tool("c1", "read_file", QString(1998, 'x') + "😀😀")});
+    QVERIFY(shown(transcript).endsWith(QString("x").repeated(10) + "…"));
 }
 
 void TestTranscriptPresenter::otherConversationReplacesWhatIsShown()
