@@ -83,6 +83,35 @@ public:
 
 #include "awaitable_1.inc"
 
+// The window of the page.
+class TalkWindow : public QWidget
+{
+public:
+    TalkWindow() { m_session.setModel(&m_model); }
+
+    Task talk()
+    {
+        QVector<ChatMessage> conversation;
+#include "await_1.inc"
+        showLine("Which device is abnormal?", outcome.text + outcome.error);
+        setBusy(false);
+    }
+    void showLine(const QString &speaker, const QString &text)
+    {
+        lines.append(speaker + ' ' + text);
+    }
+    void setBusy(bool busy)
+    {
+        isBusy = busy;
+    }
+
+    ScriptedModel m_model;
+    AgentSession m_session;
+    QPushButton *const m_stop = new QPushButton(this);
+    QStringList lines;
+    bool isBusy = true;
+};
+
 } // namespace
 
 Q_DECLARE_METATYPE(ReplyEnd)
@@ -107,6 +136,8 @@ private Q_SLOTS:
     void promiseMayChooseWhatIsAwaited();
     void windowAsksInStraightCode();
     void windowMayBeDeletedWhileItWaits();
+    void windowTalksUntilTheModelFails_data();
+    void windowTalksUntilTheModelFails();
 };
 
 void TestAwaitable::everyEndOfAReplyResumes_data()
@@ -305,6 +336,29 @@ void TestAwaitable::windowMayBeDeletedWhileItWaits()
     }
     window.reset();
     runUntilQuiet();
+}
+
+void TestAwaitable::windowTalksUntilTheModelFails_data()
+{
+    QTest::addColumn<int>("answers");
+    QTest::addColumn<QString>("lastLine");
+    QTest::newRow("reply") << 1 << "Who opens it? no network";
+    QTest::newRow("run") << 3 << "Which device is abnormal? no network";
+    QTest::newRow("never") << 4 << "Which device is abnormal? Yes.";
+}
+
+void TestAwaitable::windowTalksUntilTheModelFails()
+{
+    QFETCH(int, answers);
+    TalkWindow window;
+    for (int i = 0; i < answers; ++i)
+        window.m_model.addText({"Yes."});
+    window.m_model.addFailure("no network");
+    const Task task = window.talk();
+    runUntilQuiet();
+    QTEST(window.lines.last(), "lastLine");
+    QVERIFY(!window.isBusy);
+    QVERIFY(task.isDone());
 }
 
 QTEST_MAIN(TestAwaitable)

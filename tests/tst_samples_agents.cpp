@@ -81,6 +81,7 @@ class AskingWindow : public ToolWindow
         registerTool(executor);
 #include "approvaldialog_1.inc"
         connect(executor, &AgentExecutor::assistantFinished, this, &AskingWindow::showAnswer);
+        connect(executor, &AgentExecutor::failed, this, &AskingWindow::showError);
         executor->run(question);
     }
 
@@ -108,6 +109,58 @@ class PromptWindow : public ToolWindow
     {
         if (outcome.end == RunEnd::Finished)
             showAnswer(outcome.text);
+        else if (outcome.end == RunEnd::Failed)
+            showError(outcome.error);
+    }
+};
+
+// The window of the page of tools.
+class ToolsWindow : public ToolWindow
+{
+public:
+    void paste() override
+    {
+        AgentSession &session = *m_session;
+        AgentChatPanel *const panel = ToolWindow::panel;
+        ToolsWindow &window = *this;
+        auto *traces = new ToolCallTraceView(this);
+        session.setModel(model);
+        session.setToolRegistry(registry);
+#include "tools_3.inc"
+#include "tools_4.inc"
+    }
+
+protected:
+    AgentSession *const m_session = new AgentSession(this);
+};
+
+class ToolsRunWindow : public ToolsWindow
+{
+    void paste() override
+    {
+        ToolsWindow::paste();
+        connect(m_session, &AgentSession::assistantFinished, this, &ToolsRunWindow::showAnswer);
+        connect(m_session, &AgentSession::failed, this, &ToolsRunWindow::showError);
+        ask();
+    }
+};
+
+// The window of the page of widgets, which shows no failures.
+class WidgetsWindow : public ToolWindow
+{
+    void paste() override
+    {
+        AgentSession &session = *new AgentSession(this);
+        WidgetsWindow &window = *this;
+        auto *traces = new ToolCallTraceView(this);
+        session.setModel(model);
+        session.setToolRegistry(registry);
+#include "widgets_1.inc"
+#include "widgets_2.inc"
+#include "widgets_3.inc"
+        connect(&session, &AgentSession::assistantFinished, this, &WidgetsWindow::showAnswer);
+        connect(&session, &AgentSession::failed, this, &WidgetsWindow::showError);
+        ask();
     }
 };
 
@@ -196,8 +249,10 @@ private Q_SLOTS:
     void returnKeyDenies();
     void windowMayBeDeletedWhileItsQuestionIsOpen_data() { addAgents(); }
     void windowMayBeDeletedWhileItsQuestionIsOpen();
-    void executorTellsAFailure();
-    void executorsWindowMayBeDeletedWhileItWaits();
+    void failureIsTold_data() { addAgents(); }
+    void failureIsTold();
+    void windowMayBeDeletedWhileItWaits_data() { addAgents(); }
+    void windowMayBeDeletedWhileItWaits();
 
     void panelShowsAnswers_data() { addChats(); }
     void panelShowsAnswers();
@@ -226,6 +281,8 @@ void TestSamplesAgents::addAgents()
     QTest::addRow("AgentExecutor") << &create<ExecutorWindow>;
     QTest::addRow("ApprovalDialog") << &create<AskingWindow>;
     QTest::addRow("ApprovalPrompt") << &create<PromptWindow>;
+    QTest::addRow("tools") << &create<ToolsRunWindow>;
+    QTest::addRow("widgets") << &create<WidgetsWindow>;
 }
 
 void TestSamplesAgents::allowedToolRuns()
@@ -281,21 +338,23 @@ void TestSamplesAgents::windowMayBeDeletedWhileItsQuestionIsOpen()
     runUntilQuiet();
 }
 
-void TestSamplesAgents::executorTellsAFailure()
+void TestSamplesAgents::failureIsTold()
 {
+    QFETCH(CreateWindow, create);
     SampleService service;
     service.fail();
-    ExecutorWindow window;
-    window.paste();
-    QTRY_COMPARE(window.ends.size(), 1);
-    QVERIFY(window.ends.first().startsWith("Failed: OpenAI-compatible request failed."));
+    const std::unique_ptr<ToolWindow> window(create());
+    window->paste();
+    QTRY_COMPARE(window->ends.size(), 1);
+    QVERIFY(window->ends.first().startsWith("Failed: OpenAI-compatible request failed."));
 }
 
-void TestSamplesAgents::executorsWindowMayBeDeletedWhileItWaits()
+void TestSamplesAgents::windowMayBeDeletedWhileItWaits()
 {
+    QFETCH(CreateWindow, create);
     SampleService service;
     service.wait();
-    auto window = std::make_unique<ExecutorWindow>();
+    std::unique_ptr<ToolWindow> window(create());
     window->paste();
     QTRY_COMPARE(service.server.requests().size(), 1);
     window.reset();
@@ -309,6 +368,7 @@ void TestSamplesAgents::addChats()
     QTest::addRow("AgentSession") << &create<SessionWindow>;
     QTest::addRow("AgentChatPanel") << &create<ChatWindow>;
     QTest::addRow("first chat") << &create<FirstWindow>;
+    QTest::addRow("tools") << &create<ToolsWindow>;
 }
 
 void TestSamplesAgents::panelShowsAnswers()

@@ -101,6 +101,22 @@ private:
     ChatModel *const m_model = model;
 };
 
+// The window of the page.
+class DraftWindow : public GraphWindow
+{
+public:
+    void paste() override
+    {
+        ChatModel *const model = SampleWindow::model;
+#include "waiting-graphs_1.inc"
+        connect(&m_run, &GraphRun::finished, this, &DraftWindow::showResult);
+        m_run.start({});
+    }
+
+private:
+    GraphRun m_run{chainOf("draft")};
+};
+
 class PlaybackWindow : public SampleWindow
 {
 public:
@@ -144,6 +160,9 @@ private Q_SLOTS:
 
     void answerWaitsForAReview();
     void failedAnswerIsTold();
+    void draftWaitsForItsModel();
+    void failedDraftIsTold();
+    void windowMayBeDeletedDuringADraft();
     void canceledRunIsTold();
     void windowMayBeDeletedWhileItAsks();
     void windowMayBeDeletedBeforeTheReview();
@@ -217,6 +236,37 @@ void TestSamplesGraphs::failedAnswerIsTold()
     QTRY_COMPARE(window.ends.size(), 1);
     QVERIFY(
         window.ends.first().startsWith("Failed: Node 'answer' failed: OpenAI-compatible request failed."));
+}
+
+void TestSamplesGraphs::draftWaitsForItsModel()
+{
+    SampleService service;
+    DraftWindow window;
+    window.paste();
+    QTRY_COMPARE(window.ends, QStringList("Finished"));
+    QCOMPARE(window.state, (QJsonObject{{"draft", "Hello world"}}));
+}
+
+void TestSamplesGraphs::failedDraftIsTold()
+{
+    SampleService service;
+    service.fail();
+    DraftWindow window;
+    window.paste();
+    QTRY_COMPARE(window.ends.size(), 1);
+    QVERIFY(window.ends.first().startsWith("Failed: Node 'draft' failed: OpenAI-compatible request failed."));
+}
+
+void TestSamplesGraphs::windowMayBeDeletedDuringADraft()
+{
+    SampleService service;
+    service.wait();
+    auto window = std::make_unique<DraftWindow>();
+    window->paste();
+    QTRY_COMPARE(service.server.requests().size(), 1);
+    window.reset();
+    service.server.release();
+    runUntilQuiet();
 }
 
 void TestSamplesGraphs::canceledRunIsTold()

@@ -4,12 +4,16 @@
 #include <qtagent/messagehistory.h>
 #include <qtagent/mockchatmodel.h>
 #include <qtagent/modellist.h>
+#include <qtagent/outputparsers.h>
 #include <qtagent/retryingmodel.h>
 #include <qtagent/runnablechain.h>
 #include <qtagent/simpleragchain.h>
+#include <qtagent/widgets/agentchatpanel.h>
 
+#include <QPlainTextEdit>
 #include <QtTest>
 
+#include <cstdio>
 #include <memory>
 
 using namespace MireloQtLib::QtAgent;
@@ -55,6 +59,19 @@ public:
 
     qint64 tokens = 0;
     bool offersAgain = false;
+};
+
+// The window of the page.
+class ThinkingWindow : public SampleWindow
+{
+    void paste() override
+    {
+        OpenAICompatibleModel &m_model = *model;
+        auto *m_thinking = new QPlainTextEdit(this);
+        auto *m_panel = new AgentChatPanel(this);
+#include "thinking-models_1.inc"
+        reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
+    }
 };
 
 class OptionsWindow : public SampleWindow
@@ -172,6 +189,56 @@ class ToolModelWindow : public SampleWindow
     }
 };
 
+// Programs of the pages, from where they have a model. They return the exit status.
+namespace fields {
+
+void fail(const QString &error)
+{
+    qCritical("%s", qUtf8Printable(error));
+    QCoreApplication::exit(EXIT_FAILURE);
+}
+
+#include "chains_2.inc"
+
+int ask(SampleWindow::OpenAICompatibleModel &model)
+{
+    QCoreApplication &application = *QCoreApplication::instance();
+    const QStringList fields{"title"};
+#include "chains_1.inc"
+    return QCoreApplication::exec();
+}
+
+} // namespace fields
+
+namespace documents {
+
+void print(const QString &text)
+{
+    std::fputs(qUtf8Printable(text), stdout);
+}
+
+int ask(SampleWindow::OpenAICompatibleModel &model)
+{
+    QCoreApplication &application = *QCoreApplication::instance();
+    const QString question = "When does the pump stop?";
+#include "chains_3.inc"
+    return QCoreApplication::exec();
+}
+
+} // namespace documents
+
+int askAndKeep(SampleWindow::OpenAICompatibleModel &model)
+{
+    ChatReply *reply = model.chat({ChatMessage::user("What is a valve?")}, {}, &model);
+    QString kept;
+    const auto keepAnswer = [&] { kept = reply->text(); };
+#include "conversations_4.inc"
+    const int status = QCoreApplication::exec();
+    return kept == reply->text() ? status : -1;
+}
+
+using Program = int (*)(SampleWindow::OpenAICompatibleModel &model);
+
 using CreateWindow = SampleWindow *(*)();
 
 template<typename Window>
@@ -183,6 +250,7 @@ SampleWindow *create()
 } // namespace
 
 Q_DECLARE_METATYPE(CreateWindow)
+Q_DECLARE_METATYPE(Program)
 
 // Samples with a reply to wait for.
 class TestSamplesModels : public QObject
@@ -209,6 +277,8 @@ private Q_SLOTS:
     void mockModelAnswersWithoutAService();
     void mockModelsWindowMayBeDeletedWhileItWaits();
     void modelHandsOverToolCalls();
+    void programEndsWithItsModel_data();
+    void programEndsWithItsModel();
 
 private:
     static void addSamples();
@@ -220,6 +290,7 @@ void TestSamplesModels::addSamples()
     QTest::addRow("ChatReply") << &create<ReplyWindow>;
     QTest::addRow("ChatModel") << &create<ModelWindow>;
     QTest::addRow("CompletionReply") << &create<DetailsWindow>;
+    QTest::addRow("thinking models") << &create<ThinkingWindow>;
     QTest::addRow("OpenAICompatibleModel") << &create<LocalModelWindow>;
     QTest::addRow("RequestOptions") << &create<OptionsWindow>;
     QTest::addRow("RetryingModel") << &create<RetryingWindow>;
@@ -407,6 +478,33 @@ void TestSamplesModels::modelHandsOverToolCalls()
     window->paste();
     QCOMPARE(window->ends, QStringList("Finished: "));
     QCOMPARE(window->findChild<ChatReply *>()->toolCalls().size(), 1);
+}
+
+void TestSamplesModels::programEndsWithItsModel_data()
+{
+    QTest::addColumn<Program>("program");
+    QTest::addColumn<bool>("tellsErrors"); // as such
+    QTest::addRow("fields") << &fields::ask << true;
+    QTest::addRow("documents") << &documents::ask << true;
+    QTest::addRow("kept chat") << &askAndKeep << false;
+}
+
+void TestSamplesModels::programEndsWithItsModel()
+{
+    QFETCH(Program, program);
+    QFETCH(bool, tellsErrors);
+    SampleService service;
+    SampleWindow::OpenAICompatibleModel model;
+    ModelConfig config;
+    config.model = "test-model";
+    config.stream = false;
+    model.setConfig(config);
+    service.server.enqueue(LoopbackAnswer::json(completion("{\"title\": \"Valve\"}")));
+    QCOMPARE(program(model), EXIT_SUCCESS);
+    service.fail();
+    if (tellsErrors)
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^OpenAI-compatible request failed."));
+    QCOMPARE(program(model), EXIT_FAILURE);
 }
 
 QTEST_MAIN(TestSamplesModels)
