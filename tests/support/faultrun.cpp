@@ -31,6 +31,27 @@ bool runUntilOver(ChatReply *reply)
     return loop.exec() == 0;
 }
 
+// What goes out with a request that has all options. No text that comes back holds it.
+const QString secretHeader = "a header of our own";
+const QString secretThought = "a thought of our own";
+
+QVector<ChatMessage> conversationFor(const RequestOptions &options)
+{
+    QVector<ChatMessage> messages{ChatMessage::user("Hi")};
+    if (!options.keepReasoning)
+        return messages;
+    ChatMessage answer = ChatMessage::assistant("", {makeToolCall("c", "f", {})});
+    answer.metadata.insert("reasoning_content", secretThought);
+    return messages + QVector<ChatMessage>{answer, ChatMessage::tool("c", "f", "1")};
+}
+
+QVector<ToolDefinition> toolsFor(const RequestOptions &options)
+{
+    return options.streamToolCalls
+             ? QVector<ToolDefinition>{{"f", "d", {{"type", "object"}}, ToolPermission::ReadOnly}}
+             : QVector<ToolDefinition>();
+}
+
 } // namespace
 
 QString faultKey()
@@ -53,12 +74,15 @@ RequestOptions allOptions()
     RequestOptions options;
     options.extra = {{"seed", 7}};
     options.without = QStringList{"temperature"};
-    options.headers = {{"X-Title", "Faults"}};
+    options.headers = {{"X-Title", secretHeader.toUtf8()}};
     options.useMaxCompletionTokens = true;
     options.keepReasoning = true;
     options.askForUsage = true;
+    options.streamToolCalls = true;
+    options.readThinkTags = true;
     options.strictStreams = true;
     options.applyTimeLimit = true;
+    options.query = "?run=1";
     return options;
 }
 
@@ -67,7 +91,7 @@ QStringList signalsOf(const QString &baseUrl, AnswerMode mode, const RequestOpti
     OpenAICompatibleModel model;
     model.setConfig(faultConfig(baseUrl, mode));
     model.setRequestOptions(options);
-    ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
+    ChatReply *reply = model.chat(conversationFor(options), toolsFor(options), nullptr);
     QStringList log;
     QObject::connect(reply, &ChatReply::deltaReceived, reply,
                      [&](const QString &text) { log += "delta " + text; });
@@ -77,8 +101,10 @@ QStringList signalsOf(const QString &baseUrl, AnswerMode mode, const RequestOpti
     QObject::connect(reply, &ChatReply::failed, reply, [&](const QString &text) { log += "failed " + text; });
     if (!runUntilOver(reply))
         log += "(nothing more arrives)";
-    log.replaceInStrings(baseUrl + "/chat/completions", "{url}");
+    log.replaceInStrings(baseUrl + "/chat/completions" + options.query, "{url}");
     log.replaceInStrings(faultKey(), "{key}");
+    if (!log.filter(secretHeader).isEmpty() || !log.filter(secretThought).isEmpty())
+        log += "(a text holds what was only sent)";
     return log;
 }
 

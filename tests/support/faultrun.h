@@ -18,11 +18,12 @@ MireloQtLib::QtAgent::ModelConfig faultConfig(const QString &baseUrl, AnswerMode
 
 /// Sends one question, waits until the request is over and nothing of it is left, and returns every signal
 /// in the order of emission: "delta ...", "response", "finished ..." or "failed ...". In the texts "{url}"
-/// stands for the request's whole address and "{key}" for the key.
+/// stands for the request's whole address and "{key}" for the key. With streamToolCalls the tool "f" is
+/// offered. Another entry ends the list where a text holds a header or a reasoning that was sent.
 QStringList signalsOf(const QString &baseUrl, AnswerMode mode,
                       const MireloQtLib::QtAgent::RequestOptions &options = {});
 
-/// Returns every option set that leaves an answer's text as it is.
+/// Returns every option set. Of an answer without tags, parts and calls they leave the text as it is.
 MireloQtLib::QtAgent::RequestOptions allOptions();
 
 /// Returns the report of a failed request. @p status and @p networkError are left out where empty.
