@@ -3,6 +3,7 @@
 
 #include <qtagent/deepseekmodel.h>
 
+#include <QNetworkReply>
 #include <QtTest>
 
 #include <memory>
@@ -24,6 +25,9 @@ private Q_SLOTS:
     void silenceIsLimited();
     void cancelEndsTheRequest();
     void deletionEndsTheRequest();
+    void deletionOfTheModelEndsTheRequest();
+    void slotMayEndTheReply_data();
+    void slotMayEndTheReply();
     void replyBelongsToItsParentOrTheModel();
 };
 
@@ -194,6 +198,67 @@ void TestModelList::deletionEndsTheRequest()
     QTRY_COMPARE(server.requests().size(), 1);
     delete reply;
     QTRY_COMPARE(server.openConnections(), 0);
+}
+
+void TestModelList::deletionOfTheModelEndsTheRequest()
+{
+    const RawHttpServer server({RawStep::wait()});
+    auto model = std::make_unique<OpenAICompatibleModel>();
+    askFrom(server, model.get());
+    QObject owner;
+    ModelListReply *reply = model->listModels(&owner);
+    QSignalSpy failed(reply, &ModelListReply::failed);
+    QTRY_COMPARE(server.requests().size(), 1);
+    model.reset();
+    QTRY_COMPARE(server.openConnections(), 0);
+    QCOMPARE(failed.size(), 0);
+    reply->cancel();
+    QVERIFY(!reply->isRunning());
+}
+
+void TestModelList::slotMayEndTheReply_data()
+{
+    QTest::addColumn<int>("status");
+    QTest::addColumn<QString>("action");
+    for (const int status : {200, 500}) {
+        for (const char *action : {"delete the reply", "delete the model", "cancel", "ask again"})
+            QTest::addRow("%d, %s", status, action) << status << action;
+    }
+}
+
+void TestModelList::slotMayEndTheReply()
+{
+    QFETCH(int, status);
+    QFETCH(QString, action);
+    LoopbackServer server;
+    for (int i = 0; i < 2; ++i)
+        server.enqueue(LoopbackAnswer::withStatus(status, R"({"data":[{"id":"a"}]})"));
+    auto model = std::make_unique<OpenAICompatibleModel>();
+    ModelConfig config;
+    config.baseUrl = server.baseUrl();
+    model->setConfig(config);
+    QObject owner;
+    QPointer<ModelListReply> reply = model->listModels(&owner);
+    int ends = 0;
+    const auto act = [&] {
+        ++ends;
+        if (action == "delete the reply")
+            delete reply;
+        else if (action == "delete the model")
+            model.reset();
+        else if (action == "cancel")
+            reply->cancel();
+        else
+            model->listModels(&owner);
+    };
+    connect(reply, &ModelListReply::finished, &owner, act);
+    connect(reply, &ModelListReply::failed, &owner, act);
+    QSignalSpy canceled(reply, &ModelListReply::canceled);
+    QTRY_COMPARE(ends, 1);
+    QTRY_VERIFY(!model || !model->findChild<QNetworkReply *>());
+    QCOMPARE(ends, 1);
+    QCOMPARE(canceled.size(), 0);
+    QCOMPARE(server.requests().size(), action == "ask again" ? 2 : 1);
 }
 
 void TestModelList::replyBelongsToItsParentOrTheModel()

@@ -152,6 +152,9 @@ void TestModelProfiles::absentAndWrongTypedKeysGiveTheDefaults_data()
                                          {"provider", QJsonValue()},
                                          {"maxTokens", QJsonValue()},
                                          {"stream", QJsonValue()}};
+    QTest::newRow("options of requests")
+        << QJsonObject{{"options", QJsonObject{{"stream", false}, {"maxTokens", 9}, {"keepReasoning", true}}},
+                       {"requestOptions", QJsonObject{{"timeoutMs", 9}}}};
     QTest::newRow("numbers that are not whole") << QJsonObject{{"maxTokens", 1.5}, {"timeoutMs", 1e12}};
 }
 

@@ -8,6 +8,7 @@
 #include <qtagent/agentexecutor.h>
 #include <qtagent/mockchatmodel.h>
 #include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/retryingmodel.h>
 #include <qtagent/runnablechain.h>
 #include <qtagent/simpleragchain.h>
 
@@ -178,6 +179,7 @@ public:
         addVictim("model", [this] { return m_model.data(); });
         addVictim("parent", [this] { return m_parent.data(); });
         addVictim("chain", [this] { return m_chain.data(); });
+        addVictim("model behind it", [this] { return m_modelBehind.data(); });
         addAction("cancel", [this] { m_reply->cancel(); });
         addAction("run again", [this] { start(); });
     }
@@ -187,6 +189,7 @@ public:
         delete m_chain;
         delete m_parent;
         delete m_model;
+        delete m_modelBehind;
     }
 
     void useMock(const QVector<ToolDefinition> &tools = {})
@@ -206,6 +209,24 @@ public:
         m_model = model;
         m_isRemote = true;
         m_ask = [this] { return m_model->chat({ChatMessage::user("Hi")}, {}, m_parent); };
+    }
+
+    // Asks the model in use again where it fails. Each question is another one.
+    void askAgain(const QVector<ToolDefinition> &tools)
+    {
+        RequestOptions options;
+        options.streamToolCalls = true;
+        qobject_cast<OpenAICompatibleModel *>(m_model)->setRequestOptions(options);
+        auto *retrying = new RetryingModel(m_model);
+        retrying->setDelays(0, 0);
+        m_modelBehind = m_model;
+        m_model = retrying;
+        m_needsBoth = true;
+        watch(retrying);
+        m_ask = [this, tools] {
+            static int questions = 0;
+            return m_model->chat({ChatMessage::user(QString::number(++questions))}, tools, m_parent);
+        };
     }
 
     void useChain()
@@ -245,7 +266,7 @@ protected:
 
     void turnEvents() override { turnEventsFor(nestedLoopMs); }
 
-    bool canAnswer() const override { return m_model || !m_isRemote; }
+    bool canAnswer() const override { return (m_model || !m_isRemote) && (m_modelBehind || !m_needsBoth); }
 
     void inspect() override
     {
@@ -268,10 +289,12 @@ private:
     std::function<ChatReply *()> m_ask;
     QPointer<QObject> m_parent{new QObject};
     QPointer<ChatModel> m_model;
+    QPointer<ChatModel> m_modelBehind;
     QPointer<QObject> m_chain;
     QPointer<ChatReply> m_reply;
     Cancellation m_cancels = Never;
     bool m_isRemote = false;
+    bool m_needsBoth = false;
     int m_requests = 0;
 };
 
@@ -339,7 +362,15 @@ QMap<QString, StageFactory> requestScenarios(const QString &baseUrl)
                 stage.cancelOnOurOwn(true);
         });
     };
+    const auto askedAgain = [baseUrl](const QString &modelName) {
+        return request([=](RequestStage &stage) {
+            stage.useServer(baseUrl, modelName, true);
+            stage.askAgain(exportTool());
+        });
+    };
     return {
+        {"server, asked again, answer", askedAgain("busy once")},
+        {"server, asked again, error", askedAgain("bad")},
         {"mock model", request([](RequestStage &stage) { stage.useMock(); })},
         {"mock model, tool calls", request([](RequestStage &stage) { stage.useMock(exportTool()); })},
         {"mock model, canceled", request([](RequestStage &stage) {
@@ -369,10 +400,26 @@ QMap<QString, StageFactory> requestScenarios(const QString &baseUrl)
     };
 }
 
+LoopbackAnswer thoughtTextAndCall()
+{
+    const QByteArray begin = R"(data: {"choices":[{"delta":{)";
+    const QByteArray call =
+        R"("tool_calls":[{"index":0,"id":"c","function":{"name":"export_report","arguments":)";
+    return LoopbackAnswer::stream({begin + R"("reasoning":"Hm","content":"a"}}]})" + "\n\n",
+                                   begin + call + "\"{\"}}]}}]}\n\n", begin + call + "\"}\"}}]}}]}\n\n",
+                                   doneEvent()});
+}
+
 LoopbackAnswer answerTo(const LoopbackRequest &received)
 {
-    if (received.json["model"] == "bad")
+    static QSet<QByteArray> refused;
+    const bool isNew = !refused.contains(received.body);
+    if (received.json["model"] == "bad" || (received.json["model"] == "busy once" && isNew)) {
+        refused.insert(received.body);
         return LoopbackAnswer::withStatus(500, "{}");
+    }
+    if (received.json["model"] == "busy once")
+        return thoughtTextAndCall();
     if (received.json["stream"].toBool())
         return LoopbackAnswer::stream({deltaEvent("a") + deltaEvent("b"), deltaEvent("c"), doneEvent()});
     return LoopbackAnswer::json(completion("whole"));
