@@ -25,6 +25,7 @@ private Q_SLOTS:
     void theConnectionIsReset();
     void aScriptWithoutAnEndLeavesTheConnectionOpen();
     void everyConnectionPlaysTheScriptFromItsBeginning();
+    void aConnectionMayTakeSeveralRequests();
     void theOtherSideMayGo();
 };
 
@@ -135,6 +136,20 @@ void TestRawHttpServer::everyConnectionPlaysTheScriptFromItsBeginning()
         QCOMPARE(socket.readAll(), "a");
     }
     QCOMPARE(server.requests().size(), 2);
+}
+
+void TestRawHttpServer::aConnectionMayTakeSeveralRequests()
+{
+    RawHttpServer server({RawStep::send("answer"), RawStep::again()});
+    QTcpSocket socket;
+    connectTo(server, &socket);
+    for (int i = 1; i <= 3; ++i) {
+        socket.write(request);
+        QTRY_COMPARE(socket.peek(100), "answer");
+        socket.readAll();
+        QCOMPARE(server.requests().size(), i);
+    }
+    QCOMPARE(server.connections(), 1);
 }
 
 void TestRawHttpServer::theOtherSideMayGo()

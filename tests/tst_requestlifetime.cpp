@@ -5,6 +5,8 @@
 
 #include <qtagent/openaicompatiblemodel.h>
 
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -35,6 +37,8 @@ private Q_SLOTS:
     void cancelClosesTheConnection();
     void aReplyThatEndedMayStillBeCanceled();
     void aChainOfRequestsMayBeBuiltInFinished();
+    void idleConnectionsAreDropped_data();
+    void idleConnectionsAreDropped();
 
 private:
     void addSignalRows();
@@ -340,6 +344,39 @@ void TestRequestLifetime::aChainOfRequestsMayBeBuiltInFinished()
     ask();
     QTRY_COMPARE(answers, 10);
     QCOMPARE(server.requests().size(), 10);
+}
+
+void TestRequestLifetime::idleConnectionsAreDropped_data()
+{
+    QTest::addColumn<bool>("isForeign");
+    QTest::addColumn<int>("connections");
+    QTest::newRow("of the model") << false << 3;
+    QTest::newRow("none of somebody else's manager") << true << 1;
+}
+
+// Beside a server that keeps each connection, whatever was asked for.
+void TestRequestLifetime::idleConnectionsAreDropped()
+{
+    QFETCH(bool, isForeign);
+    const QByteArray answer = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}";
+    RawHttpServer server({RawStep::send(answer), RawStep::again()});
+    QNetworkAccessManager manager;
+    OpenAICompatibleModel model;
+    ModelConfig config;
+    config.baseUrl = server.baseUrl();
+    config.model = "m";
+    config.stream = false;
+    model.setConfig(config);
+    if (isForeign)
+        model.setNetworkAccessManager(&manager);
+    for (int i = 1; i <= 3; ++i) {
+        ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+        QVERIFY(recorder.waitForEnd());
+        QCOMPARE(recorder.entries().last(), "finished: ");
+        QTRY_VERIFY(!model.findChild<QNetworkReply *>() && !manager.findChild<QNetworkReply *>());
+        QCOMPARE(server.requests().size(), i);
+    }
+    QTEST(server.connections(), "connections");
 }
 
 QTEST_GUILESS_MAIN(TestRequestLifetime)

@@ -44,6 +44,7 @@ public:
         , m_socket(socket)
         , m_server(server)
     {
+        ++m_server->m_connections;
         ++m_server->m_openConnections;
         socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(socket, &QTcpSocket::readyRead, this, &RawConnection::receive);
@@ -65,7 +66,7 @@ private:
 
     void play()
     {
-        while (!m_waits && m_next < m_server->m_script.size() && m_socket->bytesToWrite() == 0) {
+        while (m_started && !m_waits && m_next < m_server->m_script.size() && m_socket->bytesToWrite() == 0) {
             const RawStep step = m_server->m_script.at(m_next++);
             switch (step.kind) {
             case RawStep::Kind::Send:
@@ -75,6 +76,11 @@ private:
             case RawStep::Kind::Wait:
                 m_waits = true;
                 Q_EMIT m_server->waiting();
+                return;
+            case RawStep::Kind::Again:
+                m_started = false;
+                m_next = 0;
+                m_received.clear();
                 return;
             case RawStep::Kind::Close:
                 m_socket->disconnectFromHost();
@@ -131,6 +137,11 @@ void RawHttpServer::release()
 QVector<QByteArray> RawHttpServer::requests() const
 {
     return m_requests;
+}
+
+int RawHttpServer::connections() const
+{
+    return m_connections;
 }
 
 int RawHttpServer::openConnections() const

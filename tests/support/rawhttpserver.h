@@ -10,7 +10,7 @@
 /// One step of what a RawHttpServer does with a connection.
 struct RawStep
 {
-    enum class Kind { Send, Wait, Close, Reset };
+    enum class Kind { Send, Wait, Again, Close, Reset };
 
     Kind kind = Kind::Close;
     QByteArray bytes;
@@ -20,6 +20,9 @@ struct RawStep
 
     /// Waits for RawHttpServer::release(), once for each such step.
     static RawStep wait() { return {Kind::Wait, {}}; }
+
+    /// Plays the script from its beginning when another request has arrived on the connection.
+    static RawStep again() { return {Kind::Again, {}}; }
 
     /// Closes the connection in an orderly way.
     static RawStep close() { return {Kind::Close, {}}; }
@@ -57,6 +60,9 @@ public:
     /// server does not answer in HTTP.
     QVector<QByteArray> requests() const;
 
+    /// Returns how many connections were made.
+    int connections() const;
+
     /// Returns how many connections the other side has not closed and the script has not ended.
     int openConnections() const;
 
@@ -81,6 +87,7 @@ private:
 
     const QVector<RawStep> m_script;
     QVector<QByteArray> m_requests;
+    int m_connections = 0;
     int m_openConnections = 0;
     QTcpServer m_server; // the last one: its sockets report their end to the others
 };
