@@ -17,6 +17,11 @@
 #include <cstdio>
 #include <memory>
 
+// The window of an example stands in no header.
+#define main thinkingWindowMain
+#include <examples/thinking_window.cpp>
+#undef main
+
 using namespace MireloQtLib::QtAgent;
 
 namespace {
@@ -227,6 +232,14 @@ std::unique_ptr<QWidget> createGraphView()
     return view;
 }
 
+std::unique_ptr<QWidget> createThinkingWindow()
+{
+    auto window = std::make_unique<ThinkingWindow>();
+    window->resize(640, 400);
+    Q_EMIT window->findChild<AgentChatPanel *>()->sendRequested(QStringLiteral("压差是 0.8 bar，怎么办？"));
+    return window;
+}
+
 struct WidgetPicture
 {
     QString name;
@@ -245,6 +258,7 @@ QVector<WidgetPicture> widgetPictures()
         {QStringLiteral("keptwindow.png"), createLightKeptWindow},
         {QStringLiteral("keptwindow-dark.png"), createDarkKeptWindow},
         {QStringLiteral("graphview.png"), createGraphView},
+        {QStringLiteral("thinking-window.png"), createThinkingWindow},
     };
 }
 

@@ -9,7 +9,7 @@ class QImage;
 QT_END_NAMESPACE
 
 // The pictures of the library's widgets, each with the content of an everyday moment. They are named after
-// the widgets' headers.
+// the widgets' headers. One is of the window of an example.
 
 /// Returns the file names of the pictures.
 QStringList widgetPictureNames();
