@@ -377,8 +377,12 @@ void AgentLoop::releaseTools()
     for (ToolExecution *execution : executions) {
         if (!execution->isWaiting())
             continue;
-        m_conversation.setResult(execution->call().index, QStringLiteral("已取消。"));
-        m_canceledTools.enqueue(execution->release());
+        ToolReply *const reply = execution->release();
+        // A slot that was connected before ours may cancel the run when the tool has finished.
+        const bool hasFinished = reply && !reply->isRunning() && !reply->isCanceled();
+        m_conversation.setResult(execution->call().index,
+                                 hasFinished ? toolResultText(reply->result()) : QStringLiteral("已取消。"));
+        m_canceledTools.enqueue(reply);
         m_run->executions.removeOne(execution);
         // At once: the end of a deleted reply may be on its way.
         delete execution;

@@ -16,6 +16,7 @@ private Q_SLOTS:
     void replacedCallIsCanceled();
     void cancelInStartIsToldBehindTheCall_data();
     void cancelInStartIsToldBehindTheCall();
+    void cancelWhenAToolHasFinishedKeepsItsResult();
     void replacedInStartCountsAsNotExecuted();
     void deathCancelsTheTools();
     void dyingSessionBeginsNothing();
@@ -155,6 +156,19 @@ void TestAgentSessionAsyncTools::cancelInStartIsToldBehindTheCall()
     QCOMPARE(agent.log, QStringList("canceled in start")
                             + (finishes ? QStringList("trace a success") : QStringList()) + canceledEnd);
     QCOMPARE(agent.conversation().last(), finishes ? "tool c1: done" : "tool c1: 已取消。");
+}
+
+// A slot that was connected before those of the session.
+void TestAgentSessionAsyncTools::cancelWhenAToolHasFinishedKeepsItsResult()
+{
+    SlowSession agent;
+    agent.a->onStart = [&agent](const ToolReply *reply) {
+        connect(reply, &ToolReply::finished, agent.session, &AgentSession::cancel);
+    };
+    agent.ask({"a"});
+    agent.finish(agent.a, "done");
+    QCOMPARE(agent.log, canceledEnd);
+    QCOMPARE(agent.conversation().last(), "tool c1: done");
 }
 
 void TestAgentSessionAsyncTools::replacedInStartCountsAsNotExecuted()
