@@ -32,6 +32,9 @@ namespace QtAgent {
 ///
 /// A reply ends with exactly one of finished() and canceled(), unless it is deleted first, which emits
 /// nothing but destroyed(). It may be deleted in a slot of any of its signals.
+///
+/// finish(), progress() and cancel() are called in the reply's thread, which is that of the executor: work on
+/// another thread reports to it with a queued call.
 class QTAGENT_EXPORT ToolReply : public QObject
 {
     Q_OBJECT
@@ -48,7 +51,8 @@ public:
     /// Ends the reply: stores @p result and emits finished(). Does nothing once the reply has ended.
     void finish(const ToolResult &result);
 
-    /// Emits progressed(), also for an empty text. Does nothing once the reply has ended.
+    /// Emits progressed(), also for an empty text. Does nothing once the reply has ended. Inside start()
+    /// nobody listens yet.
     void progress(const QString &text);
     /// @}
 

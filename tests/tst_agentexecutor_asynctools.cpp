@@ -165,10 +165,13 @@ void TestAgentExecutorAsyncTools::allowingAnswerStartsTheTool()
 void TestAgentExecutorAsyncTools::permissionIsReadBeforeTheToolStarts()
 {
     SlowAgent agent;
+    agent.tool->onStart = [&agent](ToolReply *reply) {
+        agent.tool->setPermission(ToolPermission::SystemCommand);
+        reply->finish(AgentFixture::success("done"));
+    };
     agent.run();
-    delete agent.tool->lastReply();
-    runUntilQuiet();
     QCOMPARE(agent.traces.first().permission, ToolPermission::ReadOnly);
+    QCOMPARE(agent.tool->permission(), ToolPermission::SystemCommand);
 }
 
 void TestAgentExecutorAsyncTools::oddRepliesFailInWords_data()

@@ -50,6 +50,8 @@ public:
     // cppcheck-suppress CastIntegerToAddressAtReturn ; pointers, not numbers
     ToolReply *lastReply() const { return replies.last(); }
 
+    void setPermission(ToolPermission permission) { m_permission = permission; }
+
     /// Is called inside start(); the tool returns null where it deletes the reply.
     std::function<void(ToolReply *)> onStart;
 
@@ -71,7 +73,7 @@ public:
 
 private:
     const QString m_name;
-    const ToolPermission m_permission;
+    ToolPermission m_permission;
 };
 
 #endif
