@@ -31,6 +31,7 @@ private Q_SLOTS:
     void toolsAreListedPageByPage_data();
     void toolsAreListedPageByPage();
     void endlessPagesEndTheServer();
+    void endlessListEndsTheServer();
     void batchesAreUnderstood();
 };
 
@@ -273,6 +274,17 @@ void TestMcpServerRevisions::endlessPagesEndTheServer()
     script.clear("tools/list").on("tools/list", {McpScript::result(McpScript::page(oneTool, "more"))});
     QCOMPARE(open(server, script), "MCP server has more than 64 pages of tools.");
     QCOMPARE(script.messages("tools/list").size(), 64);
+}
+
+void TestMcpServerRevisions::endlessListEndsTheServer()
+{
+    McpServer server("s");
+    McpScript script = McpScript::legacy("2025-11-25", {});
+    const QString description(6000000, 'x');
+    script.clear("tools/list")
+        .on("tools/list", {McpScript::result(McpScript::page({McpScript::tool("a", description)}, "more"))});
+    QCOMPARE(open(server, script), "MCP server sent an invalid answer.");
+    QCOMPARE(script.messages("tools/list").size(), 3);
 }
 
 void TestMcpServerRevisions::batchesAreUnderstood()

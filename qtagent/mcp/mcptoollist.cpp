@@ -2,12 +2,16 @@
 
 #include "mcpresult_p.h"
 
+#include <QJsonDocument>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
 
 constexpr int maximumPages = 64;
+// Of the pages that others follow, together; one message may have as much.
+constexpr int maximumSize = 16 * 1024 * 1024;
 
 } // namespace
 
@@ -42,8 +46,13 @@ void McpToolList::takePage(const McpAnswer &received)
     for (const QJsonValue &tool : tools)
         m_tools.append(tool);
     const QJsonValue cursor = answer.result.value(QLatin1String("nextCursor"));
-    if (!cursor.isString())
+    if (!cursor.isString()) {
         Q_EMIT listed(QJsonArray(m_tools));
+        return;
+    }
+    m_size += QJsonDocument(answer.result).toJson(QJsonDocument::Compact).size();
+    if (m_size > maximumSize)
+        Q_EMIT failed(QStringLiteral("MCP server sent an invalid answer."), false);
     else if (++m_pages >= maximumPages)
         Q_EMIT failed(QStringLiteral("MCP server has more than %1 pages of tools.").arg(maximumPages), false);
     else

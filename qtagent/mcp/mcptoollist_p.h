@@ -32,6 +32,8 @@ private:
     const qint64 m_timeLimitMs;
     QJsonArray m_tools;
     int m_pages = 0;
+    // Of the pages that others follow, in bytes.
+    qint64 m_size = 0;
 };
 
 } // namespace QtAgent
