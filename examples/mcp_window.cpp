@@ -58,6 +58,9 @@ static void askAboutTools(McpServer *server, ToolRegistry *registry, AgentChatPa
         if (!server->registerTools(registry, &error))
             panel->appendSystemMessage(error);
     });
+    // The answer counts for this list only.
+    QObject::connect(server, &McpServer::toolsChanged, question, &QMessageBox::reject);
+    QObject::connect(server, &McpServer::ended, question, &QMessageBox::reject);
     question->open();
 }
 

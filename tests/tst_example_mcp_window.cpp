@@ -3,6 +3,8 @@
 
 #include <QMessageBox>
 
+#include <algorithm>
+
 using namespace MireloQtLib::QtAgent;
 
 class TestMcpWindow : public ChatPanelTest
@@ -14,13 +16,23 @@ private Q_SLOTS:
 
     void userIsAskedAboutTheTools();
     void userIsAskedAgainWhenTheyChange();
+    void toolsAreRegisteredThen();
     void closingTheWindowEndsTheProgram();
 
 private:
     static QMessageBox *question() { return qobject_cast<QMessageBox *>(QApplication::activeModalWidget()); }
+    static int openQuestions()
+    {
+        const QWidgetList windows = QApplication::topLevelWidgets();
+        return int(std::count_if(windows.cbegin(), windows.cend(), [](const QWidget *window) {
+            return window->isVisible() && qobject_cast<const QMessageBox *>(window);
+        }));
+    }
 };
 
 namespace {
+
+const QString longName(64, 'n');
 
 // Its list changes once it has been asked for.
 McpScript changingServer()
@@ -31,7 +43,8 @@ McpScript changingServer()
     script.clear("tools/list")
         .on("tools/list",
             {McpScript::result(McpScript::page({McpScript::tool("read", "Reads a valve.")})), changed})
-        .on("tools/list", {McpScript::result(McpScript::page({McpScript::tool("a"), McpScript::tool("b")}))});
+        .on("tools/list",
+            {McpScript::result(McpScript::page({McpScript::tool("a"), McpScript::tool(longName)}))});
     return script;
 }
 
@@ -48,16 +61,21 @@ void TestMcpWindow::userIsAskedAboutTheTools()
     QTRY_VERIFY(question());
     QCOMPARE(question()->text(), "May the model use these tools?\nread");
     QCOMPARE(question()->detailedText(), "read: Reads a valve.");
-    QTest::mouseClick(question()->button(QMessageBox::Yes), Qt::LeftButton);
-    QCOMPARE(transcript(), "");
 }
 
+// Nobody can answer the older question any more.
 void TestMcpWindow::userIsAskedAgainWhenTheyChange()
 {
-    QTRY_VERIFY(question() && question()->text() == "May the model use these tools?\na, b");
-    QTest::mouseClick(question()->button(QMessageBox::No), Qt::LeftButton);
-    QTRY_VERIFY(!question());
+    QTRY_VERIFY(question() && question()->text() == "May the model use these tools?\na, " + longName);
+    QTRY_COMPARE(openQuestions(), 1);
+}
+
+void TestMcpWindow::toolsAreRegisteredThen()
+{
     QCOMPARE(transcript(), "");
+    QTest::mouseClick(question()->button(QMessageBox::Yes), Qt::LeftButton);
+    QVERIFY(!question());
+    QVERIFY(transcript().contains("mcp__" + longName + ": Tool name has more than 64 characters."));
 }
 
 void TestMcpWindow::closingTheWindowEndsTheProgram()
