@@ -2,6 +2,8 @@
 
 #include <qtagent/widgets/graphpicture_p.h>
 
+#include <QImage>
+#include <QPainter>
 #include <QRandomGenerator>
 #include <QtTest>
 
@@ -90,6 +92,9 @@ private Q_SLOTS:
     void chainOfThousandsIsPlaced();
     void everyColourIsReadable_data();
     void everyColourIsReadable();
+    void marksAreToldApartWithoutColours_data();
+    void marksAreToldApartWithoutColours();
+    void nodesWithProblemsAreRed();
 };
 
 void TestGraphLayout::nothingOverlaps_data()
@@ -150,8 +155,8 @@ void TestGraphLayout::everyNodeAndArrowIsDrawn()
     QStringList names;
     for (const GraphBox &box : layout.boxes)
         names.append(box.name + (box.isMissing ? " missing" : ""));
-    QCOMPARE(names, QStringList({"__start__", "merge", "mergee missing", "pumps", "router", "unreached",
-                                 "valves", "__end__"}));
+    QCOMPARE(names, QStringList({"__start__", "merge", "mergee missing", "pumps", "router", "stuck",
+                                 "unreached", "valves", "valvess missing", "__end__"}));
     QStringList arrows;
     for (const GraphArrow &arrow : layout.arrows) {
         arrows.append(layout.boxes.at(arrow.from).name + " " + arrow.key + "> "
@@ -161,7 +166,7 @@ void TestGraphLayout::everyNodeAndArrowIsDrawn()
     }
     QCOMPARE(arrows, QStringList({"__start__ a> router", "__start__ skip> merge", "merge > __end__",
                                   "pumps > merge", "router none> mergee", "router 泵> pumps",
-                                  "router 阀门> valves", "valves > merge"}));
+                                  "router 阀门> valves", "valves > merge", "valvess > stuck"}));
 }
 
 void TestGraphLayout::longNamesAreCut()
@@ -231,6 +236,86 @@ void TestGraphLayout::everyColourIsReadable()
                          qPrintable(shape.text));
         }
     }
+}
+
+static QPalette sheet(const QColor &ground, const QColor &text)
+{
+    QPalette palette;
+    palette.setColor(QPalette::Base, ground);
+    palette.setColor(QPalette::Text, text);
+    return palette;
+}
+
+// The box of a node, as it is drawn.
+static QImage drawn(const GraphPicture &picture, const QString &node, const GraphColors &colors)
+{
+    const QRectF box = picture.layout.boxes.at(picture.layout.indexOf(node)).rect;
+    QImage image(box.size().toSize(), QImage::Format_RGB32);
+    image.fill(colors.ground);
+    QPainter painter(&image);
+    painter.translate(-box.topLeft());
+    paint(picture.shapes(colors), &painter);
+    return image;
+}
+
+void TestGraphLayout::marksAreToldApartWithoutColours_data()
+{
+    QTest::addColumn<QPalette>("palette");
+    QTest::newRow("paper") << sheet(Qt::white, Qt::black);
+    QTest::newRow("dark sheet") << sheet("#1e232b", "#eef1f6");
+}
+
+// In grey, every two signs differ in many pixels, each by far.
+void TestGraphLayout::marksAreToldApartWithoutColours()
+{
+    QFETCH(QPalette, palette);
+    constexpr int enoughPixels = 20;
+    constexpr int far = 64;
+    const QRect place(8, 8, 18, 20); // of the sign
+    QVector<QImage> signs;
+    for (const GraphMark mark :
+         {GraphMark::None, GraphMark::Done, GraphMark::Current, GraphMark::Waiting, GraphMark::Failed}) {
+        GraphPicture picture;
+        picture.setGraph(Pictured::chain(1));
+        picture.marks.fill(mark);
+        const QImage box = drawn(picture, "step 0", GraphColors(palette));
+        signs.append(box.convertToFormat(QImage::Format_Grayscale8).copy(place));
+    }
+    for (int i = 0; i < signs.size(); ++i) {
+        for (int j = 0; j < i; ++j) {
+            int different = 0;
+            for (int y = 0; y < place.height(); ++y) {
+                for (int x = 0; x < place.width(); ++x) {
+                    const int left = qGray(signs.at(i).pixel(x, y));
+                    different += std::abs(left - qGray(signs.at(j).pixel(x, y))) > far ? 1 : 0;
+                }
+            }
+            QVERIFY2(different >= enoughPixels,
+                     qPrintable(QString("%1 and %2: %3").arg(i).arg(j).arg(different)));
+        }
+    }
+}
+
+void TestGraphLayout::nodesWithProblemsAreRed()
+{
+    GraphPicture picture;
+    picture.setGraph(Pictured::faulty());
+    const GraphColors colors(sheet(Qt::white, Qt::black));
+    QStringList red;
+    for (const GraphBox &box : qAsConst(picture.layout.boxes)) {
+        const QImage image = drawn(picture, box.name, colors);
+        int pixels = 0;
+        for (int y = 0; y < image.height(); ++y) {
+            for (int x = 0; x < image.width(); ++x) {
+                const QColor color = image.pixelColor(x, y);
+                pixels += color.red() > color.green() + 100 && color.red() > color.blue() + 100 ? 1 : 0;
+            }
+        }
+        constexpr int outline = 100;
+        if (pixels > outline)
+            red.append(box.name);
+    }
+    QCOMPARE(red, QStringList({"mergee", "stuck", "unreached", "valvess", "__end__"}));
 }
 
 QTEST_MAIN(TestGraphLayout)

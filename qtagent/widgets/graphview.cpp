@@ -102,6 +102,8 @@ public:
 
     void setResult(const GraphRunResult &newResult, const QString &runningNode, Stage newStage);
     void goOn(const GraphRunResult &now, const QString &runningNode, Stage newStage);
+    void showRun(const QString &startedNode);
+    void showEnd(Stage end);
     void mark();
     void markOn();
     void enter();
@@ -192,6 +194,26 @@ void GraphView::Private::goOn(const GraphRunResult &now, const QString &runningN
     stage = newStage;
     step = int(result.steps.size());
     markOn();
+}
+
+// A slot before this one may have run an event loop, or begun another run: what counts is where the run
+// stands by now.
+void GraphView::Private::showRun(const QString &startedNode)
+{
+    if (!run->isRunning())
+        return;
+    const QString waiting = nodeWithTasks(*run);
+    goOn(run->result(), waiting.isEmpty() ? startedNode : waiting, Stage::InFlight);
+}
+
+void GraphView::Private::showEnd(Stage end)
+{
+    if (run->isRunning()) {
+        showRun({});
+        return;
+    }
+    const GraphRunResult last = run->result();
+    goOn(last, last.error.isEmpty() ? QString() : running, end);
 }
 
 void GraphView::Private::mark()
@@ -472,15 +494,11 @@ void GraphView::follow(GraphRun *run)
     if (!run)
         return;
     d->setGraph(run->graph());
-    if (run->isRunning())
-        d->setResult(run->result(), nodeWithTasks(*run), Stage::InFlight);
-    connect(run, &GraphRun::nodeStarted, this,
-            [this, run](const QString &node) { d->goOn(run->result(), node, Stage::InFlight); });
-    connect(run, &GraphRun::stepFinished, this, [this, run] { d->goOn(run->result(), {}, Stage::InFlight); });
-    connect(run, &GraphRun::finished, this, [this](const GraphRunResult &result) {
-        d->goOn(result, result.error.isEmpty() ? QString() : d->running, Stage::Over);
-    });
-    connect(run, &GraphRun::canceled, this, [this, run] { d->goOn(run->result(), {}, Stage::Stopped); });
+    d->showRun({});
+    connect(run, &GraphRun::nodeStarted, this, [this](const QString &node) { d->showRun(node); });
+    connect(run, &GraphRun::stepFinished, this, [this] { d->showRun({}); });
+    connect(run, &GraphRun::finished, this, [this] { d->showEnd(Stage::Over); });
+    connect(run, &GraphRun::canceled, this, [this] { d->showEnd(Stage::Stopped); });
 }
 
 void GraphView::selectNode(const QString &name)

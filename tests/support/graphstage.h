@@ -13,6 +13,7 @@ struct GraphPlot
     bool isStored = true;
     bool fails = false;    // in one of three branches
     bool actsFirst = true; // the slots that act are connected before those of tasks and the host
+    MireloQtLib::QtAgent::CheckpointStorage *storage = nullptr; // in the place of one in memory
 };
 
 /// A run through a plain node, one that asks a model, three branches of which one asks as well, and one that
@@ -34,7 +35,7 @@ public:
         m_model->onAnswer = [this](ChatReply *reply) { actAfterwards(reply); };
         setNodes();
         if (plot.isStored)
-            m_run->setCheckpoints(&m_storage);
+            m_run->setCheckpoints(plot.storage ? plot.storage : &m_storage);
         addVictims();
         addActions();
         connectHost();
@@ -68,6 +69,8 @@ protected:
         if (!m_storage.claims.isEmpty())
             reportFault("the thread is not given back");
     }
+
+    GraphRun *run() const { return m_run; }
 
 private:
     static StateGraph graph()

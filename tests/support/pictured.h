@@ -77,12 +77,14 @@ inline StateGraph counter()
 inline StateGraph faulty()
 {
     StateGraph graph;
-    addNodes(&graph, {"router", "pumps", "valves", "merge", "unreached"});
+    addNodes(&graph, {"router", "pumps", "valves", "merge", "unreached", "stuck", EndNode});
     addRoutes(&graph, StartNode, "a", {{"a", "router"}, {"skip", "merge"}});
     addRoutes(&graph, "router", "p", {{"泵", "pumps"}, {"阀门", "valves"}, {"none", "mergee"}});
     graph.addEdge("pumps", "merge");
     graph.addEdge("valves", "merge");
     graph.addEdge("merge", EndNode);
+    graph.addEdge("valvess", "stuck");
+    addRoutes(&graph, "stuck", "a", {});
     graph.addInterruptBefore("nobody");
     return graph;
 }
