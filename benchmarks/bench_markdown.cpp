@@ -6,6 +6,7 @@
 // beside_everything: all of the text rendered at each delta. "ratio" is that time by the transcript's.
 // endless_block: a paragraph that never closes. "share" is the part of the time that rendering and layout
 //   take, painting apart.
+// finish_with_references: the turn in which an answer ends that uses a definition in its first line.
 // The counters are medians over the iterations.
 
 #include <qtagent/widgets/markdowntranscript.h>
@@ -229,6 +230,23 @@ void endlessBlock(benchmark::State &state)
     state.counters["share"] = median(shares);
 }
 
+void finishWithReferences(benchmark::State &state)
+{
+    const QString text = QStringLiteral("See [1].\n\n") + textOf(ordinaryBlocks, int(state.range(0)))
+                       + QStringLiteral("\n\n[1]: https://example.com\n");
+    for ([[maybe_unused]] auto iteration : state) {
+        MarkdownTranscript transcript;
+        transcript.resize(windowSize);
+        transcript.show();
+        transcript.appendDelta(text);
+        turn();
+        const double start = seconds();
+        transcript.finishMessage();
+        turn();
+        state.SetIterationTime(seconds() - start);
+    }
+}
+
 constexpr int answerLength = 32000;
 constexpr int iterations = 3;
 
@@ -245,6 +263,11 @@ BENCHMARK_BESIDE_PLAIN(tables, textOf(tableBlock, answerLength));
 BENCHMARK_BESIDE_PLAIN(open_fence, openFence(answerLength));
 BENCHMARK(besideEverything)
     ->Arg(2000)
+    ->Iterations(iterations)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(finishWithReferences)
+    ->Arg(answerLength)
     ->Iterations(iterations)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
