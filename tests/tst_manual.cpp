@@ -90,7 +90,8 @@ QStringList errorTextsIn(const QString &path)
 
 QStringList librarySources()
 {
-    return filesBelow("qtagent", "*.cpp") + filesBelow("qtagent", "*_p.h");
+    return filesBelow("qtagent", "*.cpp") + filesBelow("qtagent", "*_p.h")
+         + filesBelow("qtagent", "awaitable.h"); // whose functions are inline
 }
 
 // The `code` and the lines of code blocks on the page of errors.
