@@ -1,8 +1,8 @@
+#include "support/completionrecorder.h"
 #include "support/completions.h"
 #include "support/heapusage.h"
 #include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
-#include "support/replyrecorder.h"
 
 #include <qtagent/openaicompatiblemodel.h>
 
@@ -49,7 +49,7 @@ QStringList ask(const QString &baseUrl, bool stream)
 {
     OpenAICompatibleModel model;
     model.setConfig(profile(baseUrl, stream));
-    ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     recorder.waitForEnd();
     return recorder.entries();
 }
@@ -125,7 +125,7 @@ void TestBadServers::aBrokenStreamKeepsItsEarlierDeltas()
     RawHttpServer server(script);
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl(), true));
-    ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     recorder.onSignal([&](const QString &) { server.release(); });
     QVERIFY(recorder.waitForEnd());
     QCOMPARE(recorder.entries().size(), 2);
@@ -215,7 +215,7 @@ void TestBadServers::anEncodedAnswerIsNotUnpacked()
     for (const bool stream : {false, true}) {
         OpenAICompatibleModel model;
         model.setConfig(profile(server.baseUrl(), stream));
-        ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+        CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
         const qint64 heapBefore = heapUsage().value_or(0);
         qint64 heapAtTheEnd = 0;
         recorder.onSignal([&](const QString &) { heapAtTheEnd = heapUsage().value_or(0); });

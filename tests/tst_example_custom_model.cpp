@@ -1,7 +1,7 @@
+#include "support/completionrecorder.h"
 #include "support/eventloop.h"
 #include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
-#include "support/replyrecorder.h"
 
 #define main exampleMain
 #include "../examples/custom_model.cpp" // NOLINT(bugprone-suspicious-include): an example has no header
@@ -61,7 +61,7 @@ public:
         config.baseUrl = server.baseUrl();
         model->setConfig(config);
         reply = model->chat({ChatMessage::user("Hi")}, {}, &m_parent);
-        recorder = std::make_unique<ReplyRecorder>(reply);
+        recorder = std::make_unique<CompletionRecorder>(reply);
     }
 
     void act(const QString &action)
@@ -90,7 +90,7 @@ private:
 public:
     std::unique_ptr<LineModel> model = std::make_unique<LineModel>();
     QPointer<ChatReply> reply;
-    std::unique_ptr<ReplyRecorder> recorder;
+    std::unique_ptr<CompletionRecorder> recorder;
 };
 
 const QStringList actions{"cancel", "delete the reply", "delete the model"};
@@ -157,7 +157,7 @@ void TestCustomModel::conversationIsSent()
     ModelConfig config;
     config.baseUrl = server.baseUrl();
     model.setConfig(config);
-    ReplyRecorder recorder(
+    CompletionRecorder recorder(
         model.chat({ChatMessage::system("Be brief."), ChatMessage::user("Hello")}, {}, nullptr));
     QVERIFY(recorder.waitForEnd());
     QCOMPARE(server.requests().size(), 1);

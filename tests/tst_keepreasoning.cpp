@@ -103,7 +103,7 @@ QJsonArray messagesAfter(const QJsonObject &answer, const RequestOptions &option
     config.stream = false;
     endpoint.model.setConfig(config);
     for (int i = 0; i < 2; ++i) {
-        ReplyRecorder recorder(endpoint.model.chat(conversation, {}, nullptr));
+        CompletionRecorder recorder(endpoint.model.chat(conversation, {}, nullptr));
         if (!recorder.waitForEnd())
             return {};
     }
@@ -243,7 +243,7 @@ void TestKeepReasoning::newestReasoningWins()
     config.stream = false;
     endpoint.model.setConfig(config);
     for (int i = 0; i < 3; ++i) {
-        ReplyRecorder recorder(endpoint.model.chat(conversationWith(callsOf("c")), {}, nullptr));
+        CompletionRecorder recorder(endpoint.model.chat(conversationWith(callsOf("c")), {}, nullptr));
         QVERIFY(recorder.waitForEnd());
     }
     QCOMPARE(endpoint.server.requests().last().json["messages"].toArray().at(1).toObject()["reasoning"],
@@ -261,11 +261,11 @@ void TestKeepReasoning::otherAddressGetsNone()
     ModelConfig config = endpoint.model.config();
     config.stream = false;
     endpoint.model.setConfig(config);
-    ReplyRecorder first(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    CompletionRecorder first(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     QVERIFY(first.waitForEnd());
     config.baseUrl = other.baseUrl();
     endpoint.model.setConfig(config);
-    ReplyRecorder second(endpoint.model.chat(conversationWith(callsOf("c")), {}, nullptr));
+    CompletionRecorder second(endpoint.model.chat(conversationWith(callsOf("c")), {}, nullptr));
     QVERIFY(second.waitForEnd());
     QCOMPARE(other.requests().value(0).json["messages"].toArray(), jsonOf(conversationWith(callsOf("c"))));
 }

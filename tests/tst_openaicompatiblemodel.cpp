@@ -1,7 +1,7 @@
+#include "support/completionrecorder.h"
 #include "support/completions.h"
 #include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
-#include "support/replyrecorder.h"
 
 #include <qtagent/openaicompatiblemodel.h>
 
@@ -67,7 +67,7 @@ QStringList ask(const ModelConfig &config, const QVector<ToolDefinition> &tools 
 {
     OpenAICompatibleModel model;
     model.setConfig(config);
-    ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, tools, nullptr));
+    CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, tools, nullptr));
     recorder.waitForEnd();
     return recorder.entries();
 }
@@ -108,13 +108,13 @@ void TestOpenAICompatibleModel::aProfileWithoutAddressOrModelFails()
     config.model = modelName;
     model.setConfig(config);
     ChatReply *reply = model.chat({}, {}, nullptr);
-    ReplyRecorder recorder(reply);
+    CompletionRecorder recorder(reply);
     QCOMPARE(reply->parent(), &model);
     QVERIFY(recorder.entries().isEmpty());
     QCoreApplication::processEvents();
     QCOMPARE(recorder.entries(), QStringList{"failed: Missing baseUrl or model."});
 
-    ReplyRecorder canceled(reply = model.chat({}, {}, this));
+    CompletionRecorder canceled(reply = model.chat({}, {}, this));
     QCOMPARE(reply->parent(), this);
     reply->cancel();
     QCoreApplication::processEvents();
@@ -208,7 +208,7 @@ void TestOpenAICompatibleModel::theBodyCarriesTheConversation()
     model.setConfig(config);
     const QVector<ChatMessage> conversation{ChatMessage::system("Be brief."),
                                             ChatMessage::user("你好 \U0001F600")};
-    ReplyRecorder recorder(model.chat(conversation, {}, nullptr));
+    CompletionRecorder recorder(model.chat(conversation, {}, nullptr));
     QVERIFY(recorder.waitForEnd());
     const QJsonArray messages{QJsonObject{{"role", "system"}, {"content", "Be brief."}},
                               QJsonObject{{"role", "user"}, {"content", "你好 \U0001F600"}}};
@@ -250,7 +250,7 @@ void TestOpenAICompatibleModel::aWholeAnswerIsDelivered()
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl(), false));
     ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
-    ReplyRecorder recorder(reply);
+    CompletionRecorder recorder(reply);
     QStringList texts;
     recorder.onSignal([&](const QString &) { texts.append(reply->text()); });
     QVERIFY(recorder.waitForEnd());
@@ -324,7 +324,7 @@ void TestOpenAICompatibleModel::aStreamIsDeliveredPieceByPiece()
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl()));
     ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
-    ReplyRecorder recorder(reply);
+    CompletionRecorder recorder(reply);
     QStringList texts;
     recorder.onSignal([&](const QString &) { texts.append(reply->text()); });
     QVERIFY(recorder.waitForEnd());
@@ -339,7 +339,7 @@ void TestOpenAICompatibleModel::aStreamArrivesWhileItIsSent()
     server.enqueue(LoopbackAnswer::stream({deltaEvent("first"), deltaEvent(" second")}).held(1));
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl()));
-    ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     QTRY_COMPARE(recorder.entries(), QStringList{"delta: first"});
     server.release();
     QTRY_COMPARE(recorder.entries(),
@@ -359,7 +359,7 @@ void TestOpenAICompatibleModel::aStreamMayBeCutAnywhere()
                               RawStep::wait(), RawStep::send(stream.mid(cut)), RawStep::close()});
         OpenAICompatibleModel model;
         model.setConfig(profile(server.baseUrl()));
-        ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+        CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
         connect(model.findChild<QNetworkReply *>(), &QNetworkReply::readyRead, &server,
                 &RawHttpServer::release, Qt::QueuedConnection);
         QVERIFY2(recorder.waitForEnd(), qPrintable(QStringLiteral("cut at %1").arg(cut)));
@@ -489,7 +489,7 @@ void TestOpenAICompatibleModel::aNewProfileLeavesRequestsInFlightAlone()
     server.enqueue(LoopbackAnswer::stream({deltaEvent("old")}).held());
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl()));
-    ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     model.setConfig({});
     server.release();
     QTRY_COMPARE(recorder.entries(), QStringList({"delta: old", "finished: old"}));
@@ -505,10 +505,10 @@ void TestOpenAICompatibleModel::eightRequestsAtOnceAllArrive()
     });
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl(), false));
-    std::vector<std::unique_ptr<ReplyRecorder>> recorders;
+    std::vector<std::unique_ptr<CompletionRecorder>> recorders;
     for (int i = 0; i < 8; ++i) {
         const auto question = ChatMessage::user(QString::number(i));
-        recorders.push_back(std::make_unique<ReplyRecorder>(model.chat({question}, {}, nullptr)));
+        recorders.push_back(std::make_unique<CompletionRecorder>(model.chat({question}, {}, nullptr)));
     }
     for (int i = 0; i < 8; ++i) {
         QVERIFY(recorders[i]->waitForEnd());

@@ -1,7 +1,6 @@
-#include "support/scriptedmodel.h"
-
 #include <demo/navigation.h>
 #include <demo/pagetour.h>
+#include <qtagent/testing/scriptedmodel.h>
 #include <qtagent/widgets/agentchatpanel.h>
 
 #include <QDialog>

@@ -1,7 +1,7 @@
+#include "support/completionrecorder.h"
 #include "support/completions.h"
 #include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
-#include "support/replyrecorder.h"
 
 #include <qtagent/openaicompatiblemodel.h>
 
@@ -67,7 +67,7 @@ public:
         config.stream = way == "streamed";
         model->setConfig(config);
         reply = model->chat({ChatMessage::user("Hi")}, {}, &m_parent);
-        recorder = std::make_unique<ReplyRecorder>(reply);
+        recorder = std::make_unique<CompletionRecorder>(reply);
     }
 
     // Lets Qt do what is left to do: a second request comes back only after the first is over.
@@ -78,7 +78,7 @@ public:
         config.baseUrl = m_server.baseUrl();
         config.model = "m";
         other.setConfig(config);
-        QVERIFY(ReplyRecorder(other.chat({}, {}, nullptr)).waitForEnd());
+        QVERIFY(CompletionRecorder(other.chat({}, {}, nullptr)).waitForEnd());
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
@@ -89,7 +89,7 @@ private:
 public:
     std::unique_ptr<OpenAICompatibleModel> model = std::make_unique<OpenAICompatibleModel>();
     QPointer<ChatReply> reply;
-    std::unique_ptr<ReplyRecorder> recorder;
+    std::unique_ptr<CompletionRecorder> recorder;
 };
 
 // Whether the entries are the first ones of a sequence, the text of a failure left aside.
@@ -297,7 +297,7 @@ void TestRequestLifetime::cancelClosesTheConnection()
     config.timeoutMs = 1;
     model->setConfig(config);
     auto reply = std::unique_ptr<ChatReply>(model->chat({ChatMessage::user("Hi")}, {}, this));
-    ReplyRecorder recorder(reply.get());
+    CompletionRecorder recorder(reply.get());
     const QStringList before = sent.isEmpty() ? QStringList() : QStringList{"delta: a"};
     QTRY_COMPARE(waiting.size(), 1);
     QTRY_COMPARE(recorder.entries(), before);

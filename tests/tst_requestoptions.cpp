@@ -45,7 +45,7 @@ LoopbackRequest requestWith(const RequestOptions &options, bool isStream = true)
     endpoint.model.setConfig(config);
     endpoint.model.setRequestOptions(options);
     endpoint.addStream({"a"});
-    ReplyRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    CompletionRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     return recorder.waitForEnd() ? endpoint.server.requests().value(0) : LoopbackRequest();
 }
 
@@ -69,7 +69,7 @@ void TestRequestOptions::withoutOptionsTheRequestIsTheSameByteForByte()
     model.setConfig(config);
     model.setRequestOptions(RequestOptions());
     const QVector<ToolDefinition> tools{{"read", "d", {{"type", "object"}}, ToolPermission::ReadOnly}};
-    ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, tools, nullptr));
+    CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, tools, nullptr));
     QVERIFY(recorder.waitForEnd());
 
     const QByteArray body =
@@ -277,11 +277,11 @@ void TestRequestOptions::optionsHoldFromTheNextRequestOn()
     endpoint.addStream({"b"});
     RequestOptions options;
     options.query = "x=1";
-    ReplyRecorder first(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    CompletionRecorder first(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     endpoint.model.setRequestOptions(options);
     QCOMPARE(endpoint.model.requestOptions(), options);
     QVERIFY(first.waitForEnd());
-    ReplyRecorder second(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+    CompletionRecorder second(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     QVERIFY(second.waitForEnd());
     QCOMPARE(endpoint.server.requests().at(0).path, QByteArray("/v1/chat/completions"));
     QCOMPARE(endpoint.server.requests().at(1).path, QByteArray("/v1/chat/completions?x=1"));
@@ -296,7 +296,7 @@ void TestRequestOptions::anotherNetworkAccessManagerSends()
     int used = 0;
     connect(manager.get(), &QNetworkAccessManager::finished, this, [&used] { ++used; });
     const auto ask = [&endpoint] {
-        ReplyRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+        CompletionRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
         recorder.waitForEnd();
         return recorder.entries().value(1);
     };

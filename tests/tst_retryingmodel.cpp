@@ -1,9 +1,9 @@
 #include "support/completionrecorder.h"
 #include "support/eventloop.h"
 #include "support/httpendpoint.h"
-#include "support/scriptedmodel.h"
 
 #include <qtagent/retryingmodel.h>
+#include <qtagent/testing/scriptedmodel.h>
 
 #include <QElapsedTimer>
 #include <QtTest>
@@ -205,9 +205,9 @@ void TestRetryingModel::otherFailuresAreNotRepeated()
     plain.addFailure("no details");
     RetryingModel retrying(&plain);
     ReplyRecorder plainRecorder(retrying.chat({}, {}, nullptr));
-    QVERIFY(plainRecorder.waitForEnd());
-    QCOMPARE(plainRecorder.entries(), QStringList{"failed: no details"});
-    QCOMPARE(plain.calls().size(), 1);
+    QVERIFY(runUntil([&] { return plainRecorder.isOver(); }));
+    QCOMPARE(plainRecorder.lines(), QStringList{"failed: no details"});
+    QCOMPARE(plain.requests().size(), 1);
 }
 
 void TestRetryingModel::nothingIsRepeatedOnceAnythingWasPassedOn_data()
@@ -446,8 +446,8 @@ void TestRetryingModel::modelThatIsGone()
 
     RetryingModel none(nullptr);
     ReplyRecorder noneRecorder(none.chat({}, {}, nullptr));
-    QVERIFY(noneRecorder.waitForEnd());
-    QCOMPARE(noneRecorder.entries(), QStringList{"failed: Model is gone."});
+    QVERIFY(runUntil([&] { return noneRecorder.isOver(); }));
+    QCOMPARE(noneRecorder.lines(), QStringList{"failed: Model is gone."});
 }
 
 void TestRetryingModel::modelThatReturnsNoReply()
@@ -463,8 +463,8 @@ void TestRetryingModel::modelThatReturnsNoReply()
     NoReply model;
     RetryingModel retrying(&model);
     ReplyRecorder recorder(retrying.chat({}, {}, nullptr));
-    QVERIFY(recorder.waitForEnd());
-    QCOMPARE(recorder.entries(), QStringList{"failed: Model returned no reply."});
+    QVERIFY(runUntil([&] { return recorder.isOver(); }));
+    QCOMPARE(recorder.lines(), QStringList{"failed: Model returned no reply."});
 }
 
 void TestRetryingModel::slotOfTheOtherModelMayEndTheReply_data()

@@ -1,5 +1,5 @@
 #include <qtagent/runnablechain.h>
-#include <tests/support/scriptedmodel.h>
+#include <qtagent/testing/scriptedmodel.h>
 
 #include <QtTest>
 
@@ -35,8 +35,8 @@ void TestRunnableChain::requestCarriesSystemPromptAndRenderedTemplate()
     chain.setPromptTemplate("Explain {topic} to {reader}.");
     chain.invoke({{"topic", "路由"}, {"reader", "me"}});
 
-    QCOMPARE(model.calls().size(), 1);
-    const ScriptedModel::Call &call = model.lastCall();
+    QCOMPARE(model.requests().size(), 1);
+    const ScriptedModel::Request call = model.requests().last();
     QCOMPARE(call.messages.size(), 2);
     QCOMPARE(messageToJson(call.messages[0]),
              (QJsonObject{{"role", "system"}, {"content", "You are concise."}}));
@@ -52,9 +52,9 @@ void TestRunnableChain::emptySystemPromptSendsASingleUserMessage()
     chain.setModel(&model);
     chain.setPromptTemplate("Hi");
     chain.invoke({});
-    QCOMPARE(model.lastCall().messages.size(), 1);
-    QCOMPARE(model.lastCall().messages[0].role, "user");
-    QCOMPARE(model.lastCall().messages[0].content, "Hi");
+    QCOMPARE(model.requests().last().messages.size(), 1);
+    QCOMPARE(model.requests().last().messages[0].role, "user");
+    QCOMPARE(model.requests().last().messages[0].content, "Hi");
 }
 
 void TestRunnableChain::systemPromptIsNotRendered()
@@ -65,8 +65,8 @@ void TestRunnableChain::systemPromptIsNotRendered()
     chain.setSystemPrompt("Answer as {a}.");
     chain.setPromptTemplate("{a}");
     chain.invoke({{"a", "x"}});
-    QCOMPARE(model.lastCall().messages[0].content, "Answer as {a}.");
-    QCOMPARE(model.lastCall().messages[1].content, "x");
+    QCOMPARE(model.requests().last().messages[0].content, "Answer as {a}.");
+    QCOMPARE(model.requests().last().messages[1].content, "x");
 }
 
 void TestRunnableChain::replyOfTheModelIsReturned()
@@ -76,7 +76,7 @@ void TestRunnableChain::replyOfTheModelIsReturned()
     RunnableChain chain;
     chain.setModel(&model);
     ChatReply *reply = chain.invoke({});
-    QCOMPARE(reply, model.lastCall().reply.data());
+    QCOMPARE(chain.findChildren<ChatReply *>(), QList<ChatReply *>{reply}); // no other
     QSignalSpy deltas(reply, &ChatReply::deltaReceived);
     QSignalSpy finished(reply, &ChatReply::finished);
     QVERIFY(finished.wait());
@@ -163,8 +163,8 @@ void TestRunnableChain::chainMayBeInvokedAgainWhileItRuns()
     ChatReply *first = chain.invoke({{"a", "1"}});
     ChatReply *second = chain.invoke({{"a", "2"}});
     QVERIFY(first != second);
-    QCOMPARE(model.calls()[0].messages[0].content, "1");
-    QCOMPARE(model.calls()[1].messages[0].content, "2");
+    QCOMPARE(model.requests()[0].messages[0].content, "1");
+    QCOMPARE(model.requests()[1].messages[0].content, "2");
 }
 
 // They were declared in runnablechain.h before they had headers of their own.

@@ -1,5 +1,5 @@
 #include <qtagent/simpleragchain.h>
-#include <tests/support/scriptedmodel.h>
+#include <qtagent/testing/scriptedmodel.h>
 
 #include <QtTest>
 
@@ -154,7 +154,7 @@ void TestSimpleRagChain::retrieveAsksNoModelAndKeepsTheContext()
     chain.setModel(&model);
     chain.setDocuments({"a", "b"});
     chain.retrieve("a", 2);
-    QVERIFY(model.calls().isEmpty());
+    QVERIFY(model.requests().isEmpty());
     QCOMPARE(chain.lastContext(), "");
 }
 
@@ -166,8 +166,8 @@ void TestSimpleRagChain::requestCarriesContextAndQuestion()
     chain.setDocuments({"Fans cool.", "Pumps move\nwater.", "Pumps and valves."});
     chain.invoke("What do Pumps and VALVES do?", 2);
 
-    QCOMPARE(model.calls().size(), 1);
-    const ScriptedModel::Call &call = model.lastCall();
+    QCOMPARE(model.requests().size(), 1);
+    const ScriptedModel::Request call = model.requests().last();
     const QString context = "- Pumps and valves.\n- Pumps move\nwater.";
     QCOMPARE(call.messages.size(), 2);
     QCOMPARE(messageToJson(call.messages[0]),
@@ -208,8 +208,9 @@ void TestSimpleRagChain::requestIsMadeWithoutAnyMatch()
     chain.setModel(&model);
     chain.setDocuments(documents);
     chain.invoke(question, topK);
-    QCOMPARE(model.calls().size(), 1);
-    QCOMPARE(model.lastCall().messages[1].content, "Context:\n" + context + "\n\nQuestion: " + question);
+    QCOMPARE(model.requests().size(), 1);
+    QCOMPARE(model.requests().last().messages[1].content,
+             "Context:\n" + context + "\n\nQuestion: " + question);
     QCOMPARE(chain.lastContext(), context);
 }
 
@@ -220,7 +221,7 @@ void TestSimpleRagChain::fillMarksInTextsStay()
     chain.setModel(&model);
     chain.setDocuments({"x %1 %2"});
     chain.invoke("x %1 %2?", 1);
-    QCOMPARE(model.lastCall().messages[1].content, "Context:\n- x %1 %2\n\nQuestion: x %1 %2?");
+    QCOMPARE(model.requests().last().messages[1].content, "Context:\n- x %1 %2\n\nQuestion: x %1 %2?");
 }
 
 void TestSimpleRagChain::lastContextIsThatOfTheLatestRequest()
@@ -252,7 +253,7 @@ void TestSimpleRagChain::replyOfTheModelIsReturned()
     SimpleRagChain chain;
     chain.setModel(&model);
     ChatReply *reply = chain.invoke("a", 1);
-    QCOMPARE(reply, model.lastCall().reply.data());
+    QCOMPARE(chain.findChildren<ChatReply *>(), QList<ChatReply *>{reply}); // no other
     QSignalSpy finished(reply, &ChatReply::finished);
     QVERIFY(finished.wait());
     QCOMPARE(finished.first().first().toString(), "From context.");

@@ -88,7 +88,7 @@ void TestStreamedToolCalls::withoutTheOptionARequestWithToolsDoesNotStream()
 {
     HttpEndpoint endpoint;
     endpoint.server.enqueue(LoopbackAnswer::json(completion("a")));
-    ReplyRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, tools(), nullptr));
+    CompletionRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, tools(), nullptr));
     QVERIFY(recorder.waitForEnd());
     QCOMPARE(endpoint.server.requests().value(0).json.value("stream"), QJsonValue(false));
 }

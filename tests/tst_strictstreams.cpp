@@ -222,7 +222,7 @@ void TestStrictStreams::nothingElseDiffers()
         ModelConfig config = endpoint.model.config();
         config.baseUrl = server.baseUrl();
         endpoint.model.setConfig(config);
-        ReplyRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+        CompletionRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
         QVERIFY(recorder.waitForEnd());
         QCOMPARE(recorder.entries(), (QStringList{"delta: a", "finished: a"}));
     }

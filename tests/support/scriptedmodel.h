@@ -9,7 +9,8 @@
 
 #include <functional>
 
-/// A model that records every request and answers from a queue.
+/// A model that records every request and answers from a queue. Beside the one for programs it can leave a
+/// reply to the test, play an answer by a function, and forget the answers that are left.
 ///
 /// @code
 /// ScriptedModel model;
