@@ -151,6 +151,7 @@ MarkdownTranscript *ChatPage::transcript() const
 
 void ChatPage::scrollToMessage(int index)
 {
+    m_presenter->showFrom(index);
     m_transcript->scrollToMessage(m_presenter->shownAt(index));
 }
 

@@ -6,11 +6,13 @@
 #include <qtagent/widgets/markdowntranscript.h>
 
 #include <QPalette>
+#include <QScrollBar>
 
 using namespace MireloQtLib::QtAgent;
 
 namespace {
 
+constexpr int mostAtFirst = 200;
 constexpr int longestResult = 2000;
 
 // Each is readable on its ground with a contrast of at least 4.5.
@@ -44,7 +46,11 @@ QString endOf(const ChatMessage &message)
 TranscriptPresenter::TranscriptPresenter(MarkdownTranscript *transcript, QObject *parent)
     : QObject(parent)
     , m_transcript(transcript)
-{}
+{
+    // The transcript may be in the middle of something.
+    connect(transcript->verticalScrollBar(), &QScrollBar::valueChanged, this,
+            &TranscriptPresenter::showEarlier, Qt::QueuedConnection);
+}
 
 TranscriptPresenter::~TranscriptPresenter() = default;
 
@@ -56,7 +62,18 @@ void TranscriptPresenter::setMessages(const QVector<ChatMessage> &messages)
         m_messages.clear();
         m_isArriving = false;
     }
-    for (int i = m_messages.size(); i < messages.size(); ++i)
+    if (m_messages.isEmpty())
+        m_first = qMax(0, int(messages.size()) - mostAtFirst);
+    fill(messages);
+}
+
+void TranscriptPresenter::fill(const QVector<ChatMessage> &messages)
+{
+    if (m_first > 0 && m_shown.isEmpty()) {
+        begin(tr("还有 %1 条更早的消息，向上滚动就会显示。").arg(m_first), QColor(), false, -1);
+        m_transcript->finishMessage();
+    }
+    for (int i = qMax(m_first, int(m_messages.size())); i < messages.size(); ++i)
         show(messages.at(i), i);
     const bool hasNewEnd = !m_messages.isEmpty() && m_messages.size() == messages.size()
                         && endOf(m_messages.last()) != endOf(messages.last());
@@ -86,6 +103,25 @@ int TranscriptPresenter::shownAt(int index) const
     return m_shown.indexOf(index);
 }
 
+void TranscriptPresenter::showFrom(int index)
+{
+    if (index < 0 || index >= m_first)
+        return;
+    m_first = index;
+    repaint();
+}
+
+// What the reader sees stays, with as much above it as there is below.
+void TranscriptPresenter::showEarlier()
+{
+    const QScrollBar *bar = m_transcript->verticalScrollBar();
+    if (m_first == 0 || m_transcript->isFollowing() || bar->value() > bar->minimum())
+        return;
+    const int first = m_first;
+    showFrom(qMax(0, 2 * first - int(m_messages.size())));
+    m_transcript->scrollToMessage(shownAt(first));
+}
+
 void TranscriptPresenter::repaint()
 {
     const QVector<ChatMessage> messages = std::exchange(m_messages, {});
@@ -93,7 +129,7 @@ void TranscriptPresenter::repaint()
     m_transcript->clear();
     m_shown.clear();
     m_isArriving = false;
-    setMessages(messages);
+    fill(messages);
     if (!arrived.isEmpty())
         appendDelta(arrived);
 }

@@ -17,6 +17,9 @@ class MarkdownTranscript;
 /// Instructions are not shown, questions and results of tools as they stand, answers as Markdown. Below an
 /// answer that is not complete a line says why. What is shown already stays in place as long as the
 /// conversation goes on as it was.
+///
+/// Of a long conversation the last 200 messages are shown at first. A line above them tells how many more
+/// there are, which follow when the reader scrolls up to it.
 class TranscriptPresenter : public QObject
 {
     Q_OBJECT
@@ -40,10 +43,15 @@ public:
     /// not shown.
     int shownAt(int index) const;
 
+    /// Shows the messages from @p index on, besides those that are shown already.
+    void showFrom(int index);
+
     /// Shows everything anew, in the colours of the palette.
     void repaint();
 
 private:
+    void fill(const QVector<MireloQtLib::QtAgent::ChatMessage> &messages);
+    void showEarlier();
     bool continues(const QVector<MireloQtLib::QtAgent::ChatMessage> &messages) const;
     void show(const MireloQtLib::QtAgent::ChatMessage &message, int index);
     void showEnd(const QString &end, int index);
@@ -53,6 +61,7 @@ private:
     MireloQtLib::QtAgent::MarkdownTranscript *const m_transcript;
     QVector<MireloQtLib::QtAgent::ChatMessage> m_messages;
     QVector<int> m_shown; // for each message of the transcript its index in the conversation
+    int m_first = 0;      // of the messages that are shown
     bool m_isArriving = false;
     QString m_arrived;
 };

@@ -3,6 +3,7 @@
 
 #include <qtagent/widgets/markdowntranscript.h>
 
+#include <QScrollBar>
 #include <QtTest>
 
 using namespace MireloQtLib::QtAgent;
@@ -20,6 +21,8 @@ private Q_SLOTS:
     void unfinishedAnswerSaysWhy_data();
     void unfinishedAnswerSaysWhy();
     void arrivingAnswerSurvivesARepaint();
+    void longConversationIsShownFromItsEnd();
+    void earlierMessagesFollowWhereTheReaderScrollsUp();
 };
 
 static QString shown(const MarkdownTranscript &transcript)
@@ -138,6 +141,57 @@ void TestTranscriptPresenter::arrivingAnswerSurvivesARepaint()
     presenter.repaint();
     presenter.appendDelta("ve.");
     QTRY_COMPARE(shown(transcript), "我 What is it? 助手 A valve.");
+}
+
+static QVector<ChatMessage> questions(int count)
+{
+    QVector<ChatMessage> messages;
+    for (int i = 0; i < count; ++i)
+        messages.append(ChatMessage::user(QString::number(i)));
+    return messages;
+}
+
+void TestTranscriptPresenter::longConversationIsShownFromItsEnd()
+{
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    presenter.setMessages(questions(1000));
+    QCOMPARE(transcript.messageCount(), 201);
+    QVERIFY(shown(transcript).startsWith("还有 800 条更早的消息，向上滚动就会显示。 我 800 我 801"));
+    QCOMPARE(presenter.messageAt(0), -1);
+    QCOMPARE(presenter.messageAt(1), 800);
+    QCOMPARE(presenter.shownAt(999), 200);
+    QCOMPARE(presenter.shownAt(3), -1);
+    presenter.setMessages(questions(1001));
+    QCOMPARE(transcript.messageCount(), 202);
+    presenter.showFrom(3);
+    QCOMPARE(presenter.messageAt(1), 3);
+    presenter.showFrom(0);
+    QCOMPARE(transcript.messageCount(), 1001);
+    presenter.setMessages(questions(2));
+    QCOMPARE(shown(transcript), "我 0 我 1");
+}
+
+void TestTranscriptPresenter::earlierMessagesFollowWhereTheReaderScrollsUp()
+{
+    MarkdownTranscript transcript;
+    TranscriptPresenter presenter(&transcript);
+    transcript.resize(400, 300);
+    transcript.show();
+    presenter.setMessages(questions(1000));
+    presenter.appendDelta("A val");
+    for (const int first : {600, 200, 0}) {
+        const int before = presenter.messageAt(1);
+        transcript.verticalScrollBar()->setValue(0);
+        QTRY_COMPARE(presenter.messageAt(first == 0 ? 0 : 1), first);
+        const int top = transcript.messageAt(transcript.cursorForPosition(QPoint(4, 8)).position());
+        QCOMPARE(presenter.messageAt(top), before);
+        QVERIFY(!transcript.isFollowing());
+    }
+    QVERIFY(shown(transcript).endsWith("我 999 助手 A val"));
+    transcript.verticalScrollBar()->setValue(0);
+    QCoreApplication::processEvents();
+    QCOMPARE(transcript.messageCount(), 1001);
 }
 
 QTEST_MAIN(TestTranscriptPresenter)

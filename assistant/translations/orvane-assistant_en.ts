@@ -950,6 +950,10 @@ Save once more to keep the keys in %2, which only you can read.</translation>
         <source>模型拒绝回答。</source>
         <translation>The model refused to answer.</translation>
     </message>
+    <message>
+        <source>还有 %1 条更早的消息，向上滚动就会显示。</source>
+        <translation>%1 earlier messages are shown when you scroll up.</translation>
+    </message>
 </context>
 <context>
     <name>UsageText</name>
