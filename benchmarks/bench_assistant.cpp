@@ -14,13 +14,14 @@
 #include <QAbstractButton>
 #include <QAbstractItemView>
 #include <QApplication>
-#include <QElapsedTimer>
 #include <QPlainTextEdit>
 #include <QPointer>
 #include <QTemporaryDir>
 #include <QTextBrowser>
 
 #include <algorithm>
+#include <ctime>
+#include <memory>
 #include <vector>
 
 using namespace MireloQtLib::QtAgent;
@@ -47,6 +48,11 @@ void turn()
 {
     QCoreApplication::processEvents();
     QCoreApplication::sendPostedEvents();
+}
+
+double secondsSince(std::clock_t begin)
+{
+    return double(std::clock() - begin) / CLOCKS_PER_SEC;
 }
 
 double median(std::vector<double> values)
@@ -77,12 +83,11 @@ public:
     {
         press("newConversation");
         paint();
-        QElapsedTimer timer;
-        timer.start();
+        const std::clock_t begin = std::clock();
         auto *list = m_window->findChild<QAbstractItemView *>(QStringLiteral("conversationList"));
         Q_EMIT list->clicked(list->model()->index(0, 0));
         paint();
-        return double(timer.nsecsElapsed()) / 1e9;
+        return secondsSince(begin);
     }
 
     double secondsToStream(int deltas)
@@ -91,14 +96,13 @@ public:
             ->setPlainText(QStringLiteral("Why?"));
         press("sendButton");
         paint();
-        QElapsedTimer timer;
-        timer.start();
+        const std::clock_t begin = std::clock();
         for (int i = 0; i < deltas; ++i) {
             m_model.reply->appendDelta(i % 20 ? QStringLiteral("word ") : QStringLiteral("**line**\n\n"));
             turn();
         }
         paint();
-        const double seconds = double(timer.nsecsElapsed()) / 1e9;
+        const double seconds = secondsSince(begin);
         m_model.reply->finish(m_model.reply->text());
         return seconds;
     }
