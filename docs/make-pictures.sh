@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds orvane-pictures and makes all pictures of the manual with it: of each
-# widget and of each page of the demo. They replace those in docs/images, or go to the folder given, once
-# all of them are made. No display and no network is needed, and nothing that the caller has configured
-# shows in a picture. The demo's agent writes its report to /tmp, as its picture says.
+# widget, of the window of an example and of each page of the demo. They replace those in docs/images, or go
+# to the folder given, once all of them are made. No display and no network is needed, and nothing that the
+# caller has configured shows in a picture. The demo's agent writes its report to /tmp, as its picture says.
 set -euo pipefail
 project_dir="$(CDPATH='' cd -- "$(dirname -- "${BASH_SOURCE[0]}")/.." && pwd)"
 build_dir="$project_dir/build/pictures" # of its own: the options of another build may be anything

@@ -19,7 +19,7 @@
 
 // The window of an example stands in no header.
 #define main thinkingWindowMain
-#include <examples/thinking_window.cpp>
+#include <examples/thinking_window.cpp> // NOLINT(bugprone-suspicious-include)
 #undef main
 
 using namespace MireloQtLib::QtAgent;
