@@ -341,13 +341,14 @@ void TestMcpServerCalls::answersThatAServerDoesNotReadAreDropped()
     const QString ping = R"({"jsonrpc":"2.0","id":0,"method":"ping"})";
     McpScript script =
         scriptWith({McpScript::repeat(ping + '\n', 50000), McpScript::textResult("read me again")});
-    script.on("tools/call other", {McpScript::line(ping), McpScript::textResult("next")});
+    script.on("tools/call other", {McpScript::line(R"({"jsonrpc":"2.0","id":"last","method":"ping"})"),
+                                   McpScript::textResult("next")});
     QCOMPARE(mcp.openScript(script), QString());
     QCOMPARE(mcp.result("echo").content, "read me again");
     QCOMPARE(mcp.result("other").content, "next");
+    QTRY_COMPARE(script.messages({}).last()["id"], "last");
     const int answers = int(script.messages({}).size());
     QVERIFY2(answers > 25000 && answers < 35000, qPrintable(QString::number(answers)));
-    QTRY_COMPARE(int(script.messages({}).size()), answers + 1);
 }
 
 void TestMcpServerCalls::callsWithoutAServerFail()
