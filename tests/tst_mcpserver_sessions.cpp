@@ -32,6 +32,7 @@ private Q_SLOTS:
     void streamThatCannotBeResumedFails();
     void modernStreamsAreNotResumed();
     void announcementsAreListenedToAgain();
+    void stopDoesNotWaitForTheServer();
     void sessionIsEndedWithTheServer_data();
     void sessionIsEndedWithTheServer();
 };
@@ -399,6 +400,25 @@ void TestMcpServerSessions::announcementsAreListenedToAgain()
     QCOMPARE(openEndpoint(mcp, endpoint), QString());
     QVERIFY(runUntil([&mcp] { return mcp.log.contains("toolsChanged"); }));
     QCOMPARE(endpoint.requests("GET").at(1).headers.value("last-event-id"), QByteArray("7"));
+}
+
+void TestMcpServerSessions::stopDoesNotWaitForTheServer()
+{
+    McpEndpoint endpoint;
+    endpoint.speakLegacy("2025-11-25", oneTool);
+    endpoint.on("tools/call", [](const LoopbackRequest &request) { return done(request).held(); });
+    endpoint.on("DELETE", [](const LoopbackRequest &) { return LoopbackAnswer::withStatus(200, {}).held(); });
+    McpFixture mcp;
+    QCOMPARE(openEndpoint(mcp, endpoint), QString());
+    for (int i = 0; i < 7; ++i)
+        mcp.call("echo");
+    QVERIFY(runUntil([&endpoint] { return endpoint.requests("tools/call").size() == 6; }));
+    mcp.server->stop();
+    QVERIFY(runUntil([&mcp] { return mcp.log.size() == 8; }));
+    QCOMPARE(mcp.log.filter("failure MCP server ended.").size(), 7);
+    QVERIFY(runUntil([&mcp] { return mcp.log.size() == 9; }));
+    QCOMPARE(mcp.log.last(), "ended ");
+    QCOMPARE(endpoint.requests("DELETE").size(), 1);
 }
 
 void TestMcpServerSessions::sessionIsEndedWithTheServer_data()
