@@ -342,8 +342,10 @@ void AssistantWindow::importFrom(const QString &path)
 
 void AssistantWindow::closeEvent(QCloseEvent *event)
 {
+    // The end of a run may bring a question back into the input.
+    const bool isSaved = m_keeper->finish();
     rememberState();
-    if (m_keeper->finish())
+    if (isSaved)
         return QMainWindow::closeEvent(event);
     event->ignore();
     askAboutUnsaved([this] { close(); });

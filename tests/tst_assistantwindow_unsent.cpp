@@ -112,6 +112,12 @@ void TestAssistantWindowUnsent::draftSurvivesClosing()
     user.window->close();
     user.start();
     QCOMPARE(inputOf(user)->toPlainText(), "And a valve?\n\nWhat is a pump? Tell me.");
+    user.choose("editRequested");
+    user.ask("What is a tank?");
+    user.window->close();
+    user.start();
+    QCOMPARE(inputOf(user)->toPlainText(), "And a valve?\n\nWhat is a pump? Tell me.\n\nWhat is a tank?");
+    QCOMPARE(user.transcript(), pump);
 }
 
 void TestAssistantWindowUnsent::draftIsKeptWhileItIsWritten()
