@@ -35,7 +35,7 @@ void ConversationListModel::setSearchText(const QString &text)
 
 QModelIndex ConversationListModel::indexOf(const QString &id) const
 {
-    const int row = positionOf(id, 0);
+    const int row = rowOf(id, 0);
     return row < 0 ? QModelIndex() : index(row);
 }
 
@@ -105,7 +105,7 @@ void ConversationListModel::takeRows(const QVector<Row> &rows)
 {
     removeOthers(rows);
     for (int i = 0; i < int(rows.size()); ++i) {
-        const int before = positionOf(rows.at(i).id, i);
+        const int before = rowOf(rows.at(i).id, i);
         if (before < 0) {
             beginInsertRows({}, i, i);
             m_rows.insert(i, rows.at(i));
@@ -136,7 +136,7 @@ void ConversationListModel::removeOthers(const QVector<Row> &rows)
     }
 }
 
-int ConversationListModel::positionOf(const QString &id, int from) const
+int ConversationListModel::rowOf(const QString &id, int from) const
 {
     const auto row =
         std::find_if(m_rows.cbegin() + from, m_rows.cend(), [&id](const Row &row) { return row.id == id; });

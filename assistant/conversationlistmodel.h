@@ -78,7 +78,7 @@ private:
     void setRows(const QVector<Row> &rows);
     void takeRows(const QVector<Row> &rows);
     void removeOthers(const QVector<Row> &rows);
-    int positionOf(const QString &id, int from) const;
+    int rowOf(const QString &id, int from) const;
     QVector<Row> currentRows(QString *error) const;
     QVector<Row> allRows(QString *error) const;
     QVector<Row> foundRows(QString *error) const;

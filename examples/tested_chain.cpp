@@ -37,7 +37,7 @@ int main(int argc, char *argv[])
 {
     const QCoreApplication application(argc, argv);
     ScriptedModel model;
-    model.addText({QStringLiteral("```json\n{\"press"), QStringLiteral("ure\": 6}\n```")});
+    model.addText({QStringLiteral("```json\n{\"pressure"), QStringLiteral("\": 6}\n```")});
     RunnableChain chain;
     ChatReply *reply = askForSettings(&chain, &model, QStringLiteral("Pump-001"));
     reply->whenEnded(&chain, [&model](const ChatResult &result) {

@@ -50,8 +50,8 @@ struct RequestOptions
     /// Whether a streamed request asks for the tokens it takes (see CompletionReply::usage()).
     bool askForUsage = false;
     /// Whether text in `<think>`, `<thinking>`, `[THINK]` or `<mm:think>` at the beginning of an answer is
-    /// reasoning, and a content that is a list of parts is read. Such reasoning never goes back: agents put an
-    /// answer with calls into their conversation without it.
+    /// reasoning, and a content that is a list of parts is read. Such reasoning never goes back: agents put
+    /// an answer with calls into their conversation without it.
     bool readThinkTags = false;
     /// Whether a stream has to be complete: with an error event, a finish reason that tells of a failure, no
     /// answer, or no end it fails.

@@ -98,7 +98,7 @@ public:
 
     void setGraph(const StateGraph &graph);
     // Of the run that is shown.
-    enum class Stage { InFlight, Stopped, Over };
+    enum class Stage { Running, Stopped, Over };
 
     void setResult(const GraphRunResult &newResult, const QString &runningNode, Stage newStage);
     void goOn(const GraphRunResult &now, const QString &runningNode, Stage newStage);
@@ -182,7 +182,7 @@ void GraphView::Private::setResult(const GraphRunResult &newResult, const QStrin
 void GraphView::Private::goOn(const GraphRunResult &now, const QString &runningNode, Stage newStage)
 {
     const auto more = now.steps.size() - result.steps.size();
-    if (stage != Stage::InFlight || more < 0 || more > 1) {
+    if (stage != Stage::Running || more < 0 || more > 1) {
         setResult(now, runningNode, newStage);
         return;
     }
@@ -203,7 +203,7 @@ void GraphView::Private::showRun(const QString &startedNode)
     if (!run->isRunning())
         return;
     const QString waiting = nodeWithTasks(*run);
-    goOn(run->result(), waiting.isEmpty() ? startedNode : waiting, Stage::InFlight);
+    goOn(run->result(), waiting.isEmpty() ? startedNode : waiting, Stage::Running);
 }
 
 void GraphView::Private::showEnd(Stage end)
