@@ -370,7 +370,7 @@ void TestRequestLifetime::idleConnectionsAreDropped()
     if (isForeign)
         model.setNetworkAccessManager(&manager);
     for (int i = 1; i <= 3; ++i) {
-        ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+        CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
         QVERIFY(recorder.waitForEnd());
         QCOMPARE(recorder.entries().last(), "finished: ");
         QTRY_VERIFY(!model.findChild<QNetworkReply *>() && !manager.findChild<QNetworkReply *>());
