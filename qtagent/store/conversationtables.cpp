@@ -143,7 +143,19 @@ bool isSameValue(const QVariant &left, const QVariant &right)
 
 bool isSameRow(const Row &left, const Row &right)
 {
+    if (left.isSharedWith(right))
+        return true;
     return std::equal(left.cbegin(), left.cend(), right.cbegin(), right.cend(), isSameValue);
+}
+
+// Null and empty texts are equal, but not in the file.
+bool areNullAlike(const StoredMessage &left, const StoredMessage &right)
+{
+    return left.message.role.isNull() == right.message.role.isNull()
+        && left.message.content.isNull() == right.message.content.isNull()
+        && left.message.name.isNull() == right.message.name.isNull()
+        && left.message.toolCallId.isNull() == right.message.toolCallId.isNull()
+        && left.model.isNull() == right.model.isNull();
 }
 
 bool areSameRows(const QVector<Row> &left, const QVector<Row> &right)
@@ -179,6 +191,15 @@ struct ConversationTables::StoredConversation
     QVector<Row> messages;
 };
 
+// The one that was read or written last. A conversation is saved again and again while an answer streams into
+// it: as long as no other program has changed it, only what is new is made into rows and looked at.
+struct ConversationTables::KnownConversation
+{
+    QString id;
+    QVector<StoredMessage> messages;
+    StoredConversation stored;
+};
+
 // A text that the index names: a title, or the content of a message.
 struct ConversationTables::FoundText
 {
@@ -186,6 +207,10 @@ struct ConversationTables::FoundText
     QString conversationId;
     QString title;
 };
+
+ConversationTables::ConversationTables() = default;
+
+ConversationTables::~ConversationTables() = default;
 
 SqliteConnection::Opening ConversationTables::open(const QString &path, SqliteConnection::Look look,
                                                    QString *error)
@@ -213,7 +238,7 @@ bool ConversationTables::insert(Conversation *conversation)
     QVector<Row> messages;
     SqlTransaction transaction(&m_connection);
     StoredConversation stored;
-    if (!makeRows(inserted, &messages) || !transaction.begin()
+    if (!makeRows(inserted, nullptr, &messages) || !transaction.begin()
         || !m_connection.run(QStringLiteral("INSERT INTO conversations (id) VALUES (?)"), {inserted.id})
         || !read(inserted.id, &stored) || !write(stored, inserted, messages) || !transaction.commit())
         return false;
@@ -229,7 +254,14 @@ bool ConversationTables::save(Conversation *conversation)
     QVector<Row> messages;
     SqlTransaction transaction(&m_connection);
     StoredConversation stored;
-    if (!makeRows(*conversation, &messages) || !transaction.begin() || !read(conversation->id, &stored))
+    if (!transaction.begin())
+        return false;
+    const KnownConversation *known = stillKnown(conversation->id);
+    if (known)
+        stored = known->stored;
+    else if (!read(conversation->id, &stored))
+        return false;
+    if (!makeRows(*conversation, known, &messages))
         return false;
     if (stored.revision > conversation->revision)
         return refuse(QStringLiteral("The conversation was changed by another program."));
@@ -241,6 +273,7 @@ bool ConversationTables::save(Conversation *conversation)
     if (!write(stored, saved, messages) || !transaction.commit())
         return false;
     *conversation = saved;
+    keepKnown(saved, {stored.number, saved.revision, valueOf(saved.changed), rowOf(saved), messages});
     return true;
 }
 
@@ -258,7 +291,25 @@ bool ConversationTables::load(const QString &id, Conversation *conversation)
     conversation->revision = stored.revision;
     for (const Row &message : qAsConst(stored.messages))
         conversation->messages.append(messageOf(message));
+    keepKnown(*conversation, stored);
     return true;
+}
+
+// Null where the file has another revision by now.
+const ConversationTables::KnownConversation *ConversationTables::stillKnown(const QString &id)
+{
+    if (!m_known || m_known->id != id)
+        return nullptr;
+    qint64 revision = 0;
+    const auto readRevision = [&revision](const QSqlQuery &query) { revision = query.value(0).toLongLong(); };
+    const bool isRead = m_connection.run(QStringLiteral("SELECT revision FROM conversations WHERE id = ?"),
+                                         {id}, readRevision);
+    return isRead && revision == m_known->stored.revision ? m_known.get() : nullptr;
+}
+
+void ConversationTables::keepKnown(const Conversation &conversation, const StoredConversation &stored)
+{
+    m_known.reset(new KnownConversation{conversation.id, conversation.messages, stored});
 }
 
 bool ConversationTables::list(QVector<ConversationEntry> *entries)
@@ -285,9 +336,16 @@ bool ConversationTables::remove(const QString &id)
 }
 
 // What could not be read again is not written.
-bool ConversationTables::makeRows(const Conversation &conversation, QVector<Row> *rows)
+bool ConversationTables::makeRows(const Conversation &conversation, const KnownConversation *known,
+                                  QVector<Row> *rows)
 {
     for (const StoredMessage &message : conversation.messages) {
+        const auto index = rows->size();
+        if (known && index < known->messages.size() && known->messages.at(index) == message
+            && areNullAlike(known->messages.at(index), message)) {
+            rows->append(known->stored.messages.at(index));
+            continue;
+        }
         rows->append(rowOf(message));
         const ChatMessage readBack = messageOf(rows->last()).message;
         if (readBack.metadata != message.message.metadata || readBack.toolCalls != message.message.toolCalls)

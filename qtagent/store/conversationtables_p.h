@@ -5,6 +5,8 @@
 
 #include "sqliteconnection_p.h"
 
+#include <memory>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
@@ -19,6 +21,9 @@ class SearchQuery;
 class ConversationTables
 {
 public:
+    ConversationTables();
+    ~ConversationTables();
+
     SqliteConnection::Opening open(const QString &path, SqliteConnection::Look look, QString *error);
 
     /// Adds @p conversation, whose id and revision it sets.
@@ -35,9 +40,12 @@ private:
     /// The values of a row, in the order of its columns; none where there is no row.
     using Row = QVariantList;
     struct StoredConversation;
+    struct KnownConversation;
     struct FoundText;
 
-    bool makeRows(const Conversation &conversation, QVector<Row> *rows);
+    bool makeRows(const Conversation &conversation, const KnownConversation *known, QVector<Row> *rows);
+    const KnownConversation *stillKnown(const QString &id);
+    void keepKnown(const Conversation &conversation, const StoredConversation &stored);
     bool read(const QString &id, StoredConversation *stored);
     bool write(const StoredConversation &stored, const Conversation &conversation,
                const QVector<Row> &messages);
@@ -50,6 +58,7 @@ private:
 
     SqliteConnection m_connection;
     QString m_refusal;
+    std::unique_ptr<const KnownConversation> m_known;
 };
 
 } // namespace QtAgent
