@@ -67,10 +67,14 @@ class ThinkingWindow : public SampleWindow
     void paste() override
     {
         OpenAICompatibleModel &m_model = *model;
-        auto *m_thinking = new QPlainTextEdit(this);
         auto *m_panel = new AgentChatPanel(this);
 #include "thinking-models_1.inc"
         reply->whenEnded(this, [this](const ChatResult &result) { showEnd(result); });
+    }
+
+    void appendThought(const QString &piece)
+    {
+        shown += piece;
     }
 };
 
