@@ -9,7 +9,7 @@ namespace QtAgent {
 namespace {
 
 constexpr int maximumLineLength = 16 * 1024 * 1024;
-constexpr int maximumUnreadAnswers = 1024 * 1024;
+constexpr int maximumUnreadBytes = 1024 * 1024;
 constexpr int stageMs = 2000;
 constexpr int groupPollMs = 20;
 constexpr int destructionStageMs = 200;
@@ -71,7 +71,7 @@ void StdioTransport::sendMessage(const QByteArray &message, const std::function<
 
 void StdioTransport::sendAnswer(const QByteArray &message)
 {
-    if (m_process.bytesToWrite() <= maximumUnreadAnswers)
+    if (m_process.bytesToWrite() <= maximumUnreadBytes)
         sendMessage(message);
 }
 
