@@ -344,7 +344,7 @@ void ChatPage::setInput(const QString &text)
 
 QString ChatPage::draft() const
 {
-    const QString text = m_input->toPlainText();
+    QString text = m_input->toPlainText();
     if (m_editedQuestion < 0)
         return text;
     const bool isChanged = text != m_session->conversation().value(m_editedQuestion).content;

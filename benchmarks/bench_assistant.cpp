@@ -40,7 +40,7 @@ public:
                     QObject *parent) override
     {
         reply = new ChatReply(parent);
-        return reply;
+        return reply.data();
     }
 };
 

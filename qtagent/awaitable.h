@@ -69,7 +69,7 @@ public:
 protected:
     Awaiter() = default;
     /// Promises that look at what is awaited may move it before it waits.
-    Awaiter(Awaiter &&) = default;
+    Awaiter(Awaiter &&) noexcept = default;
     ~Awaiter() = default;
 
     /// Keeps @p coroutine, and returns the context of all that may end its wait. It dies with the coroutine.

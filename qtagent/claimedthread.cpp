@@ -109,7 +109,7 @@ QString ClaimedThread::save(const Checkpoint &checkpoint)
     if (!m_storage)
         return {};
     if (m_isInDoubt) {
-        const QString doubt = settleDoubt();
+        QString doubt = settleDoubt();
         if (!doubt.isEmpty() || !m_isClaimed)
             return doubt;
     }

@@ -41,7 +41,7 @@ public:
             const Answer answer = answers.takeFirst();
             QTimer::singleShot(0, reply, [reply, answer] { answer(reply); });
         }
-        return reply;
+        return reply.data();
     }
 
     void addFailure(const ChatFailure &failure = temporary(), const QString &error = "busy")

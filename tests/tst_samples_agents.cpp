@@ -39,6 +39,7 @@ public:
     {
         return button("agentChatSend")->isEnabled() && !button("agentChatStop")->isEnabled();
     }
+    void keep(AgentChatPanel *pasted) { panel = pasted; }
     void ask() const
     {
         panel->findChild<QPlainTextEdit *>("agentChatInput")->setPlainText(question);
@@ -169,7 +170,7 @@ class SessionWindow : public ToolWindow
     void paste() override
     {
 #include "agentsession_1.inc"
-        ToolWindow::panel = panel;
+        keep(panel);
     }
 };
 
@@ -178,7 +179,7 @@ class ChatWindow : public ToolWindow
     void paste() override
     {
 #include "agentchatpanel_1.inc"
-        ToolWindow::panel = panel;
+        keep(panel);
     }
 };
 

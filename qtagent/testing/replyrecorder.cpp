@@ -5,10 +5,11 @@ namespace QtAgent {
 
 ReplyRecorder::ReplyRecorder(ChatReply *reply, QObject *parent)
     : QObject(parent)
-    , m_over(!reply || !reply->isRunning())
 {
+    m_over = !reply;
     if (!reply)
         return;
+    m_over = !reply->isRunning();
     connect(reply, &ChatReply::deltaReceived, this,
             [this](const QString &delta) { add(QStringLiteral("delta: ") + delta); });
     connect(reply, &ChatReply::responseReceived, this, [this] { add(QStringLiteral("response")); });

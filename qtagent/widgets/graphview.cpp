@@ -93,6 +93,8 @@ QString nodeWithTasks(const GraphRun &run)
 
 class GraphView::Private
 {
+    Q_DISABLE_COPY(Private)
+
 public:
     explicit Private(GraphView *view);
 

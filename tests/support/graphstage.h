@@ -70,7 +70,7 @@ protected:
             reportFault("the thread is not given back");
     }
 
-    GraphRun *run() const { return m_run; }
+    GraphRun *run() const { return m_run.data(); }
 
 private:
     static StateGraph graph()
