@@ -1,7 +1,6 @@
 #include "agentloop_p.h"
 
 #include "answercontent_p.h"
-#include "chatcompletion_p.h"
 #include "toolresults_p.h"
 
 #include <qtagent/completionreply.h>
@@ -12,23 +11,6 @@
 
 namespace MireloQtLib {
 namespace QtAgent {
-
-namespace {
-
-// A whole answer stands in the response as it came. Where a part of its content was told as reasoning, that
-// part is no answer and never goes back.
-QString contentAsTold(const CompletionReply &reply, const QString &content)
-{
-    RequestOptions options;
-    options.readThinkTags = true;
-    AnswerContent reader(options);
-    const AnswerPiece piece = reader.readWhole(responseMessage(reply.response()));
-    if (piece.reasoning != reply.reasoning() || piece.text != reply.text())
-        return content;
-    return piece.text.isNull() ? QLatin1String("") : piece.text; // a null content would be left out
-}
-
-} // namespace
 
 ApprovalQuestion::ApprovalQuestion(const PendingCall &call, AgentTool *tool, ToolPermission permission)
     : m_call(call)

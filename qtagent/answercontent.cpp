@@ -2,6 +2,8 @@
 
 #include "chatcompletion_p.h"
 
+#include <qtagent/completionreply.h>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
@@ -107,6 +109,19 @@ QJsonObject AnswerContent::reasoningFields() const
     if (!m_reasoningDetails.isEmpty())
         fields.insert(QStringLiteral("reasoning_details"), m_reasoningDetails);
     return fields;
+}
+
+// A whole answer stands in the response as it came. Where a part of its content was told as reasoning, that
+// part is no answer and never goes back.
+QString contentAsTold(const CompletionReply &reply, const QString &content)
+{
+    RequestOptions options;
+    options.readThinkTags = true;
+    AnswerContent reader(options);
+    const AnswerPiece piece = reader.readWhole(responseMessage(reply.response()));
+    if (piece.reasoning != reply.reasoning() || piece.text != reply.text())
+        return content;
+    return piece.text.isNull() ? QLatin1String("") : piece.text; // a null content would be left out
 }
 
 } // namespace QtAgent

@@ -12,6 +12,8 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
+class CompletionReply;
+
 /// Takes reasoning and text out of the message of a whole answer, or out of the deltas of a stream, one after
 /// the other.
 class AnswerContent
@@ -47,6 +49,10 @@ private:
     QJsonArray m_reasoningDetails;
     QStringList m_reasoningKeys;
 };
+
+/// Returns the content that goes back with the calls of @p reply, whose message has @p content: without what
+/// was told as reasoning.
+QString contentAsTold(const CompletionReply &reply, const QString &content);
 
 } // namespace QtAgent
 } // namespace MireloQtLib
