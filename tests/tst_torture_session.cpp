@@ -71,8 +71,8 @@ public:
             answer(shown, allows);
     }
 
-    ApprovalPrompt *prompt() const { return m_prompt; }
-    QWidget *window() const { return m_window; }
+    ApprovalPrompt *prompt() const { return m_prompt.data(); }
+    QWidget *window() const { return m_window.data(); }
     ApprovalDialog *lastDialog() const { return m_dialogs.last(); }
     bool seesADialog() const { return m_dialogs.visibleCount() > 0; }
 
