@@ -1,5 +1,6 @@
-# The library as others get it: static as a sub-directory, shared by FetchContent with one translation unit each, and
-# both installed. All run the CMake of this build, and each builds and runs the programs in stranger/.
+# The library as others get it: static as a sub-directory, shared by FetchContent, and both installed. All run the CMake
+# of this build, and each builds and runs the programs in stranger/, with one translation unit a library: file by file
+# this build does it.
 string(REPLACE ";" "\\;" prefix_path "${CMAKE_PREFIX_PATH}")
 get_property(components DIRECTORY "${PROJECT_SOURCE_DIR}" PROPERTY QTAGENT_COMPONENTS)
 string(REPLACE ";" "\\;" components "${components}")
@@ -32,9 +33,9 @@ function(qtagent_add_stranger_test name library_from)
         ${ARGN})
 endfunction()
 
-qtagent_add_stranger_test(stranger_has_a_subdirectory subdirectory -DBUILD_SHARED_LIBS=OFF)
-qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent
-    -DBUILD_SHARED_LIBS=ON -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=0)
+set(one_unit -DCMAKE_UNITY_BUILD=ON -DCMAKE_UNITY_BUILD_BATCH_SIZE=0)
+qtagent_add_stranger_test(stranger_has_a_subdirectory subdirectory -DBUILD_SHARED_LIBS=OFF ${one_unit})
+qtagent_add_stranger_test(stranger_fetches_the_content fetchcontent -DBUILD_SHARED_LIBS=ON ${one_unit})
 set(static_build stranger_has_a_subdirectory)
 set(shared_build stranger_fetches_the_content)
 foreach(linkage IN ITEMS static shared)
