@@ -101,7 +101,7 @@ void AgentConversation::addAnswer(const ChatMessage &answer)
     ++m_revision;
 }
 
-void AgentConversation::addCalls(const ChatMessage &answer, const QVector<PendingCall> &calls)
+void AgentConversation::addCalls(const ChatMessage &answer, const QQueue<PendingCall> &calls)
 {
     addAnswer(answer);
     m_firstResult = int(m_messages.size());

@@ -5,6 +5,8 @@
 
 #include <qtagent/chatmessage.h>
 
+#include <QQueue>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
@@ -33,7 +35,7 @@ public:
     void addAnswer(const ChatMessage &answer);
 
     // Appends @p answer, which asks for @p calls, and a message for each of them.
-    void addCalls(const ChatMessage &answer, const QVector<PendingCall> &calls);
+    void addCalls(const ChatMessage &answer, const QQueue<PendingCall> &calls);
 
     // Sets what the call number @p index of the last addCalls() came to.
     void setResult(int index, const QString &text);

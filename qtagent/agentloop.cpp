@@ -7,6 +7,7 @@
 
 #include <QTimer>
 
+#include <algorithm>
 #include <utility>
 
 namespace MireloQtLib {
@@ -52,6 +53,15 @@ bool ApprovalQuestion::holdsFor(const AgentTool *tool) const
 void ApprovalQuestion::whenOver(QObject *context, const std::function<void()> &callback)
 {
     m_callbacks.append({context, callback});
+}
+
+std::list<ToolExecution> AgentRun::take(const ToolExecution *execution)
+{
+    const auto place = std::find_if(executions.begin(), executions.end(),
+                                    [execution](const ToolExecution &entry) { return &entry == execution; });
+    std::list<ToolExecution> taken;
+    taken.splice(taken.end(), executions, place);
+    return taken;
 }
 
 AgentLoop::AgentLoop(AgentExecutor *executor)
@@ -145,24 +155,25 @@ void AgentLoop::handleAnswer(ChatReply *reply, const QString &text)
 {
     reply->disconnect(m_run.get());
     m_run->state = AgentRun::State::Working;
-    const QJsonArray toolCalls = reply->toolCalls();
-    if (toolCalls.isEmpty()) {
+    ChatMessage answer = reply->message();
+    if (answer.toolCalls.isEmpty()) {
         finish(text);
         return;
     }
     QString error;
-    const QVector<PendingCall> calls = readCalls(toolCalls, &error);
-    if (error.isEmpty())
-        takeCalls(reply, calls);
-    else
+    QQueue<PendingCall> calls = readCalls(answer.toolCalls, &error);
+    if (!error.isEmpty()) {
         fail(error, text);
+        return;
+    }
+    completeAnswer(*reply, calls, &answer);
+    m_conversation.addCalls(answer, calls);
+    m_run->pendingCalls = std::move(calls);
+    beginCalls(reply);
 }
 
-void AgentLoop::takeCalls(ChatReply *reply, const QVector<PendingCall> &calls)
+void AgentLoop::beginCalls(ChatReply *reply)
 {
-    m_conversation.addCalls(messageOf(*reply, calls), calls);
-    for (const PendingCall &call : calls)
-        m_run->pendingCalls.enqueue(call);
     const QPointer<AgentRun> run(m_run.get());
     releaseReply(reply);
     if (run)
@@ -178,19 +189,18 @@ void AgentLoop::handleFailure(ChatReply *reply, const QString &error)
 }
 
 // Sets @p error where the response cannot be used.
-QVector<PendingCall> AgentLoop::readCalls(const QJsonArray &toolCalls, QString *error) const
+QQueue<PendingCall> AgentLoop::readCalls(const QJsonArray &toolCalls, QString *error) const
 {
-    QVector<PendingCall> calls;
+    QQueue<PendingCall> calls;
     calls.reserve(toolCalls.size());
     for (const QJsonValue &toolCall : toolCalls) {
         PendingCall call = parseToolCall(toolCall.toObject());
         call.index = int(calls.size());
-        const bool isNameless = call.name.trimmed().isEmpty();
-        if (!call.error.isEmpty() && (isNameless || !m_tellsModelOfBadCalls)) {
+        if (!call.error.isEmpty() && (!m_tellsModelOfBadCalls || call.name.trimmed().isEmpty())) {
             *error = call.error;
             return {};
         }
-        calls.append(call);
+        calls.enqueue(call);
     }
     return calls;
 }
@@ -215,10 +225,9 @@ void AgentLoop::processNextCall()
 // Calls are executed one after another, but neighbours that take their time and only read may overlap.
 bool AgentLoop::mustWait() const
 {
-    const QVector<ToolExecution *> &executions = m_run->executions;
-    if (executions.isEmpty())
+    if (m_run->executions.empty())
         return false;
-    const bool isReading = executions.first()->permission() == ToolPermission::ReadOnly;
+    const bool isReading = m_run->executions.front().permission() == ToolPermission::ReadOnly;
     if (!m_parallelToolCalls || !isReading || m_run->pendingCalls.isEmpty() || !m_registry)
         return true;
     const PendingCall &call = m_run->pendingCalls.head();
@@ -267,14 +276,12 @@ void AgentLoop::askForApproval(const PendingCall &call, AgentTool *tool, ToolPer
 void AgentLoop::execute(const PendingCall &call, AgentTool *tool, ToolPermission permission)
 {
     const QPointer<AgentRun> run(m_run.get());
-    auto *execution = new ToolExecution(call, traceOf(call, QString(), permission), run);
-    m_run->executions.append(execution);
+    ToolExecution *const execution = &run->executions.emplace_back(call, permission);
     const bool isAllowed = announce(call, tool, permission);
     if (!run)
         return;
     if (!isAllowed) {
-        run->executions.removeOne(execution);
-        delete execution;
+        run->take(execution);
         return;
     }
     ++run->toolDepth;
@@ -330,14 +337,14 @@ void AgentLoop::takeReply(ToolExecution *execution, ToolReply *reply)
 
 void AgentLoop::waitFor(ToolExecution *execution, ToolReply *reply)
 {
-    execution->waitFor(reply);
+    const ToolReplyListener *const listener = execution->waitFor(reply);
     if (m_run->state == AgentRun::State::Over) {
         cutShort();
         return;
     }
-    QObject::connect(execution, &ToolExecution::progressed, m_run.get(),
+    QObject::connect(listener, &ToolReplyListener::progressed, m_run.get(),
                      [this, id = execution->call().id](const QString &text) { tellProgress(id, text); });
-    QObject::connect(execution, &ToolExecution::ended, m_run.get(),
+    QObject::connect(listener, &ToolReplyListener::ended, m_run.get(),
                      [this, execution](const ToolResult &result) { settle(execution, result); });
     post(&AgentLoop::processNextCall);
 }
@@ -355,24 +362,31 @@ void AgentLoop::cutShort()
 // Gives up the tools that are at work.
 void AgentLoop::releaseTools()
 {
-    const QVector<ToolExecution *> executions = m_run->executions;
-    for (ToolExecution *execution : executions) {
-        if (!execution->isWaiting())
-            continue;
-        ToolReply *const reply = execution->release();
-        // A slot that was connected before ours may cancel the run when the tool has finished.
-        const bool hasFinished = reply && !reply->isRunning() && !reply->isCanceled();
-        m_conversation.setResult(execution->call().index,
-                                 hasFinished ? toolResultText(reply->result()) : QStringLiteral("已取消。"));
-        m_canceledTools.enqueue(reply);
-        m_run->executions.removeOne(execution);
-        // At once: the end of a deleted reply may be on its way.
-        delete execution;
+    auto &executions = m_run->executions;
+    for (auto execution = executions.begin(); execution != executions.end();) {
+        if (execution->isWaiting()) {
+            release(&*execution);
+            execution = executions.erase(execution);
+        } else {
+            ++execution;
+        }
     }
+}
+
+void AgentLoop::release(ToolExecution *execution)
+{
+    ToolReply *const reply = execution->release();
+    // A slot that was connected before ours may cancel the run when the tool has finished.
+    const bool hasFinished = reply && !reply->isRunning() && !reply->isCanceled();
+    m_conversation.setResult(execution->call().index,
+                             hasFinished ? toolResultText(reply->result()) : QStringLiteral("已取消。"));
+    m_canceledTools.enqueue(reply);
 }
 
 void AgentLoop::cancelTools()
 {
+    if (m_canceledTools.isEmpty())
+        return;
     const QPointer<AgentExecutor> executor(m_executor);
     while (executor && !m_canceledTools.isEmpty()) {
         const QPointer<ToolReply> reply = m_canceledTools.dequeue();
@@ -385,13 +399,11 @@ void AgentLoop::cancelTools()
 
 void AgentLoop::settle(ToolExecution *execution, const ToolResult &result)
 {
-    const PendingCall call = execution->call();
+    const std::list<ToolExecution> settled = m_run->take(execution);
     const ToolCallTrace trace = execution->trace(result);
-    m_run->executions.removeOne(execution);
     if (ToolReply *reply = execution->release())
         reply->deleteLater();
-    execution->deleteLater();
-    record(call, trace, trace.output);
+    record(execution->call(), trace, trace.output);
 }
 
 void AgentLoop::deny(const PendingCall &call)
@@ -525,17 +537,6 @@ void AgentLoop::whenApprovalOver(QObject *context, const std::function<void()> &
         QMetaObject::invokeMethod(context, callback, Qt::QueuedConnection);
 }
 
-ToolCallTrace AgentLoop::traceOf(const PendingCall &call, const QString &status, ToolPermission permission)
-{
-    ToolCallTrace trace;
-    trace.callId = call.id;
-    trace.toolName = call.name;
-    trace.status = status;
-    trace.permission = permission;
-    trace.arguments = call.arguments;
-    return trace;
-}
-
 void AgentLoop::watchReply(ChatReply * /*reply*/) {}
 
 void AgentLoop::receiveDelta(const QString &delta)
@@ -545,13 +546,12 @@ void AgentLoop::receiveDelta(const QString &delta)
 
 void AgentLoop::releaseReply(ChatReply * /*reply*/) {}
 
-ChatMessage AgentLoop::messageOf(const ChatReply &reply, const QVector<PendingCall> & /*calls*/) const
+void AgentLoop::completeAnswer(const ChatReply &reply, const QQueue<PendingCall> & /*calls*/,
+                               ChatMessage *answer) const
 {
-    ChatMessage message = reply.message();
     const auto *completion = qobject_cast<const CompletionReply *>(&reply);
-    if (completion && !message.toolCalls.isEmpty())
-        message.content = contentAsTold(*completion, message.content);
-    return message;
+    if (completion && !answer->toolCalls.isEmpty())
+        answer->content = contentAsTold(*completion, answer->content);
 }
 
 void AgentLoop::tellConversation() {}

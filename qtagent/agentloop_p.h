@@ -13,6 +13,7 @@
 #include <QQueue>
 
 #include <functional>
+#include <list>
 #include <memory>
 
 namespace MireloQtLib {
@@ -68,13 +69,16 @@ public:
     // Those of the last answer that no tool has been called for.
     QQueue<PendingCall> pendingCalls;
     // Those whose tools are at work, or about to be.
-    QVector<ToolExecution *> executions;
+    std::list<ToolExecution> executions;
     // Null while no approval is pending.
     std::unique_ptr<ApprovalQuestion> question;
     // How many tools are on the stack at this moment.
     int toolDepth = 0;
     // The number of the step that is posted. Those posted earlier are dropped.
     int step = 0;
+
+    // Takes @p execution out of the others. Returns a list of this one.
+    std::list<ToolExecution> take(const ToolExecution *execution);
 };
 
 // The loop of an AgentExecutor: asks the model, executes the calls of its answer and asks again. An
@@ -115,8 +119,10 @@ protected:
     virtual void receiveDelta(const QString &delta);
     // Nobody needs @p reply any more.
     virtual void releaseReply(ChatReply *reply);
-    // Returns the answer of @p reply, whose calls were read as @p calls, as it goes into the conversation.
-    virtual ChatMessage messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const;
+    // Makes @p answer, the message of @p reply, whose calls were read as @p calls, what goes into the
+    // conversation.
+    virtual void completeAnswer(const ChatReply &reply, const QQueue<PendingCall> &calls,
+                                ChatMessage *answer) const;
     // The conversation has changed, and the signal that tells why was emitted.
     virtual void tellConversation();
     // The tool that executes @p callId told how far it is.
@@ -134,7 +140,6 @@ protected:
     bool isDead() const { return m_isDead; }
     // Looks for the tool of @p call once more, in the next turn.
     void takeUpAnew(const PendingCall &call);
-    static ToolCallTrace traceOf(const PendingCall &call, const QString &status, ToolPermission permission);
 
     AgentExecutor *const m_executor;
     QString m_systemPrompt;
@@ -147,8 +152,8 @@ private:
     void awaitAnswer(ChatReply *reply);
     void handleAnswer(ChatReply *reply, const QString &text);
     void handleFailure(ChatReply *reply, const QString &error);
-    QVector<PendingCall> readCalls(const QJsonArray &toolCalls, QString *error) const;
-    void takeCalls(ChatReply *reply, const QVector<PendingCall> &calls);
+    QQueue<PendingCall> readCalls(const QJsonArray &toolCalls, QString *error) const;
+    void beginCalls(ChatReply *reply);
     void processNextCall();
     AgentTool *findTool(const PendingCall &call);
     bool mustWait() const;
@@ -161,6 +166,7 @@ private:
     void waitFor(ToolExecution *execution, ToolReply *reply);
     void cutShort();
     void releaseTools();
+    void release(ToolExecution *execution);
     void settle(ToolExecution *execution, const ToolResult &result);
     void resolve(const PendingCall &call, bool allowed);
     void deny(const PendingCall &call);

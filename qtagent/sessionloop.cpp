@@ -141,13 +141,14 @@ void SessionLoop::releaseReply(ChatReply *reply)
         guard->deleteLater();
 }
 
-ChatMessage SessionLoop::messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const
+void SessionLoop::completeAnswer(const ChatReply &reply, const QQueue<PendingCall> &calls,
+                                 ChatMessage *answer) const
 {
-    ChatMessage message = AgentLoop::messageOf(reply, calls);
-    message.metadata = ReasoningFields::of(reply);
+    AgentLoop::completeAnswer(reply, calls, answer);
+    answer->metadata = ReasoningFields::of(reply);
+    QJsonArray &toolCalls = answer->toolCalls;
     for (const PendingCall &call : calls)
-        message.toolCalls[call.index] = completedToolCall(message.toolCalls.at(call.index).toObject(), call);
-    return message;
+        toolCalls[call.index] = completedToolCall(toolCalls.at(call.index).toObject(), call);
 }
 
 void SessionLoop::tellConversation()
@@ -191,10 +192,13 @@ void SessionLoop::end(RunEnd end, const QString &text, const QString &error)
 // The final answer, or what had arrived of one that was cut short.
 void SessionLoop::keepAnswer(RunEnd end)
 {
-    if (end == RunEnd::Finished)
-        m_conversation.addAnswer(messageOf(*m_reply, {}));
-    else if (m_run->state == AgentRun::State::Awaiting && !m_arrived.isEmpty())
+    if (end == RunEnd::Finished) {
+        ChatMessage answer = m_reply->message();
+        completeAnswer(*m_reply, {}, &answer);
+        m_conversation.addAnswer(answer);
+    } else if (m_run->state == AgentRun::State::Awaiting && !m_arrived.isEmpty()) {
         m_conversation.addAnswer(ChatMessage::assistant(m_arrived));
+    }
 }
 
 void SessionLoop::tellEnd()

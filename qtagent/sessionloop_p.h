@@ -28,7 +28,8 @@ protected:
     void watchReply(ChatReply *reply) override;
     void receiveDelta(const QString &delta) override;
     void releaseReply(ChatReply *reply) override;
-    ChatMessage messageOf(const ChatReply &reply, const QVector<PendingCall> &calls) const override;
+    void completeAnswer(const ChatReply &reply, const QQueue<PendingCall> &calls,
+                        ChatMessage *answer) const override;
     void tellConversation() override;
     void tellProgress(const QString &callId, const QString &text) override;
     bool announce(const PendingCall &call, AgentTool *tool, ToolPermission permission) override;

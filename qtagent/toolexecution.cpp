@@ -5,18 +5,22 @@
 namespace MireloQtLib {
 namespace QtAgent {
 
-ToolExecution::ToolExecution(const PendingCall &call, const ToolCallTrace &trace, QObject *run)
-    : QObject(run)
-    , m_call(call)
-    , m_trace(trace)
-{}
-
-void ToolExecution::waitFor(ToolReply *reply)
+ToolCallTrace traceOf(const PendingCall &call, const QString &status, ToolPermission permission)
 {
-    m_reply = reply;
-    m_isWaiting = true;
-    connect(reply, &ToolReply::progressed, this, &ToolExecution::progressed);
-    connect(reply, &ToolReply::finished, this, &ToolExecution::ended);
+    ToolCallTrace trace;
+    trace.callId = call.id;
+    trace.toolName = call.name;
+    trace.status = status;
+    trace.permission = permission;
+    trace.arguments = call.arguments;
+    return trace;
+}
+
+ToolReplyListener::ToolReplyListener(ToolReply *reply)
+    : m_reply(reply)
+{
+    connect(reply, &ToolReply::progressed, this, &ToolReplyListener::progressed);
+    connect(reply, &ToolReply::finished, this, &ToolReplyListener::ended);
     connect(reply, &ToolReply::canceled, this,
             [this] { Q_EMIT ended(failedResult(QStringLiteral("Tool call was canceled."))); });
     connect(
@@ -25,19 +29,30 @@ void ToolExecution::waitFor(ToolReply *reply)
         Qt::QueuedConnection);
 }
 
+ToolExecution::ToolExecution(const PendingCall &call, ToolPermission permission)
+    : m_call(call)
+    , m_permission(permission)
+{}
+
+ToolReplyListener *ToolExecution::waitFor(ToolReply *reply)
+{
+    m_listener = std::make_unique<ToolReplyListener>(reply);
+    return m_listener.get();
+}
+
 ToolReply *ToolExecution::release()
 {
-    if (m_reply)
-        m_reply->disconnect(this);
-    return m_reply;
+    ToolReply *reply = m_listener ? m_listener->reply() : nullptr;
+    m_listener.reset();
+    return reply;
 }
 
 ToolCallTrace ToolExecution::trace(const ToolResult &result) const
 {
-    ToolCallTrace trace = m_trace;
+    ToolCallTrace trace =
+        traceOf(m_call, result.success ? QStringLiteral("success") : QStringLiteral("failed"), m_permission);
     trace.durationMs = m_timer.elapsed();
     trace.timestamp = QDateTime::currentDateTime();
-    trace.status = result.success ? QStringLiteral("success") : QStringLiteral("failed");
     trace.output = toolResultText(result);
     trace.error = result.error;
     return trace;

@@ -10,36 +10,24 @@
 #include <QObject>
 #include <QPointer>
 
+#include <memory>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
-// One call and the tool that executes it, from before that is called until there is a result. It is a child
-// of its run, with which it goes away.
-class ToolExecution : public QObject
+// Returns the record of @p call, without what comes of it.
+ToolCallTrace traceOf(const PendingCall &call, const QString &status, ToolPermission permission);
+
+// Tells what becomes of the reply of a tool that is at work. No signal comes once it is deleted.
+class ToolReplyListener : public QObject
 {
     Q_OBJECT
 
 public:
-    // @p trace is the record of the call, of which trace() completes a copy.
-    ToolExecution(const PendingCall &call, const ToolCallTrace &trace, QObject *run);
+    explicit ToolReplyListener(ToolReply *reply);
 
-    const PendingCall &call() const { return m_call; }
-    ToolPermission permission() const { return m_trace.permission; }
-
-    // The time counts from now on.
-    void beginTime() { m_timer.start(); }
-
-    // Listens to @p reply, which is running.
-    void waitFor(ToolReply *reply);
-
-    // Whether the tool has returned and tells its result later.
-    bool isWaiting() const { return m_isWaiting; }
-
-    // Stops listening and returns the reply, or null where it is gone.
-    ToolReply *release();
-
-    // Returns the record of the call, whose tool came to @p result at this moment.
-    ToolCallTrace trace(const ToolResult &result) const;
+    // Null once it is gone.
+    ToolReply *reply() const { return m_reply; }
 
 Q_SIGNALS:
     void progressed(const QString &text);
@@ -48,11 +36,40 @@ Q_SIGNALS:
     void ended(const MireloQtLib::QtAgent::ToolResult &result);
 
 private:
+    const QPointer<ToolReply> m_reply;
+};
+
+// One call and the tool that executes it, from before that is called until there is a result. Most tools
+// return theirs, so this is no object of its own.
+class ToolExecution
+{
+public:
+    ToolExecution(const PendingCall &call, ToolPermission permission);
+    Q_DISABLE_COPY(ToolExecution)
+
+    const PendingCall &call() const { return m_call; }
+    ToolPermission permission() const { return m_permission; }
+
+    // The time counts from now on.
+    void beginTime() { m_timer.start(); }
+
+    // Listens to @p reply, which is running. What is returned lives until release().
+    ToolReplyListener *waitFor(ToolReply *reply);
+
+    // Whether the tool has returned and tells its result later.
+    bool isWaiting() const { return m_listener != nullptr; }
+
+    // Stops listening and returns the reply, or null where there is none any more.
+    ToolReply *release();
+
+    // Returns the record of the call, whose tool came to @p result at this moment.
+    ToolCallTrace trace(const ToolResult &result) const;
+
+private:
     const PendingCall m_call;
-    const ToolCallTrace m_trace;
+    const ToolPermission m_permission;
     QElapsedTimer m_timer;
-    QPointer<ToolReply> m_reply;
-    bool m_isWaiting = false;
+    std::unique_ptr<ToolReplyListener> m_listener;
 };
 
 } // namespace QtAgent
