@@ -3,19 +3,25 @@
 #include <QJsonDocument>
 #include <QUuid>
 
+#include <algorithm>
+
 namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
 
-// Services send the arguments as a text that holds an object; some send the object itself. Sets @p problem
-// to the parser's text where there is no object, which is its no-error text for other kinds of JSON.
-QJsonObject readArguments(const QJsonValue &arguments, QString *problem)
+bool isBlank(const QString &text)
+{
+    return std::all_of(text.begin(), text.end(), [](QChar character) { return character.isSpace(); });
+}
+
+// Services send the arguments as a text that holds an object, @p text; some send the object itself. Sets @p
+// problem to the parser's text where there is no object, which is its no-error text for other kinds of JSON.
+QJsonObject readArguments(const QJsonValue &arguments, const QString &text, QString *problem)
 {
     if (arguments.isObject() || arguments.isNull() || arguments.isUndefined())
         return arguments.toObject();
-    const QString text = arguments.toString();
-    if (arguments.isString() && text.trimmed().isEmpty())
+    if (arguments.isString() && isBlank(text))
         return {};
 
     QJsonParseError parseError{};
@@ -40,13 +46,13 @@ PendingCall parseToolCall(const QJsonObject &toolCall)
 
     if (call.id.isEmpty())
         call.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
-    if (call.name.trimmed().isEmpty()) {
+    if (isBlank(call.name)) {
         call.error = QStringLiteral("Tool call is missing function name.");
         return call;
     }
 
     QString problem;
-    call.arguments = readArguments(arguments, &problem);
+    call.arguments = readArguments(arguments, call.rawArguments, &problem);
     if (!problem.isEmpty())
         call.error = QStringLiteral("Invalid tool arguments for %1: %2").arg(call.name, problem);
     return call;
