@@ -99,6 +99,8 @@ ChatResult ChatReply::result() const
 
 void ChatReply::tellEnd()
 {
+    if (m_callbacks.isEmpty())
+        return;
     const QPointer<ChatReply> self(this);
     while (self && !m_callbacks.isEmpty()) {
         const Callback callback = m_callbacks.takeFirst();
