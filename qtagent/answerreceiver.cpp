@@ -181,7 +181,8 @@ void AnswerReceiver::deliver(const QJsonObject &response)
     const QJsonObject choice = choiceOf(response, m_rules.choiceRule());
     const QJsonObject message = choice.value(QLatin1String("message")).toObject();
     const AnswerPiece piece = m_content.readWhole(message);
-    readMetadata(response, choice, message);
+    readMetadata(response, choice);
+    readRefusal(message);
     keepReasoning(toolCallsOf(message));
     if (!piece.reasoning.isEmpty())
         m_reply->appendReasoning(piece.reasoning);
@@ -235,7 +236,10 @@ void AnswerReceiver::readObject(const QJsonObject &event)
     const QJsonObject choice = choiceOf(event, m_rules.choiceRule());
     const QJsonObject delta = choice.value(QLatin1String("delta")).toObject();
     m_piece = m_content.read(delta);
-    readMetadata(event, choice, delta);
+    readMetadata(event, choice);
+    // Most deltas hold a text and nothing else.
+    if (delta.size() > 1 || m_piece.text.isEmpty())
+        readRefusal(delta);
     if (!m_rules.takesWholeAnswers())
         return;
     m_isUnderstood = m_isUnderstood || isUnderstood(event);
@@ -349,15 +353,11 @@ void AnswerReceiver::handOver()
         m_reply->finish(m_reply->text());
 }
 
-void AnswerReceiver::readMetadata(const QJsonObject &object, const QJsonObject &choice,
-                                  const QJsonObject &message)
+void AnswerReceiver::readMetadata(const QJsonObject &object, const QJsonObject &choice)
 {
     const QString reason = choice.value(QLatin1String("finish_reason")).toString();
     if (!reason.isEmpty())
         m_reply->setFinishReason(reason);
-    const QString refusal = message.value(QLatin1String("refusal")).toString();
-    if (!refusal.isEmpty())
-        addRefusal(refusal);
     QJsonValue usage = object.value(QLatin1String("usage"));
     if (!usage.isObject())
         usage = choice.value(QLatin1String("usage"));
@@ -366,8 +366,11 @@ void AnswerReceiver::readMetadata(const QJsonObject &object, const QJsonObject &
 }
 
 // A refusal of many pieces grows in place, as long as nobody else holds it.
-void AnswerReceiver::addRefusal(const QString &piece)
+void AnswerReceiver::readRefusal(const QJsonObject &message)
 {
+    const QString piece = message.value(QLatin1String("refusal")).toString();
+    if (piece.isEmpty())
+        return;
     QString refusal = m_reply->refusal();
     m_reply->setRefusal({});
     refusal += piece;

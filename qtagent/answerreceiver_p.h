@@ -91,8 +91,8 @@ private:
     void keepReasoning(const QJsonArray &calls);
     void endSilence();
 
-    void readMetadata(const QJsonObject &object, const QJsonObject &choice, const QJsonObject &message);
-    void addRefusal(const QString &piece);
+    void readMetadata(const QJsonObject &object, const QJsonObject &choice);
+    void readRefusal(const QJsonObject &message);
     void fail(const QString &error, const RequestOutcome &outcome, const QByteArray &body);
     void failByEvent(const QString &error, const RequestOutcome &outcome);
     void failStream(const QString &fault, const RequestOutcome &outcome);

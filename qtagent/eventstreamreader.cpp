@@ -2,7 +2,6 @@
 
 #include <QJsonDocument>
 
-#include <algorithm>
 #include <cstring>
 
 namespace MireloQtLib {
@@ -32,6 +31,12 @@ ByteRange trimmed(ByteRange range)
     while (range.end != range.begin && isWhiteSpace(range.end[-1]))
         --range.end;
     return range;
+}
+
+// Returns null where there is none. A byte costs std::find() many times as much.
+const char *findLineFeed(ByteRange range)
+{
+    return static_cast<const char *>(std::memchr(range.begin, '\n', size_t(range.size())));
 }
 
 bool isEndMark(ByteRange data)
@@ -77,7 +82,10 @@ bool readLine(ByteRange line, StreamEvent *event)
 void EventStreamReader::append(const QByteArray &bytes)
 {
     dropReadLines();
-    m_lines += bytes;
+    if (m_lines.isEmpty())
+        m_lines = bytes;
+    else
+        m_lines += bytes;
     m_size += bytes.size();
     m_body.append(bytes);
 }
@@ -95,17 +103,15 @@ bool EventStreamReader::takeEvent(StreamEvent *event)
 {
     const char *const bytes = m_lines.constData();
     const char *const end = bytes + m_lines.size();
-    while (true) {
-        const char *const lineEnd = std::find(bytes + m_searchBegin, end, '\n');
-        m_searchBegin = lineEnd - bytes;
-        if (lineEnd == end)
-            return false;
+    while (const char *const lineEnd = findLineFeed({bytes + m_searchBegin, end})) {
         const ByteRange line{bytes + m_lineBegin, lineEnd};
-        ++m_searchBegin;
+        m_searchBegin = lineEnd + 1 - bytes;
         m_lineBegin = m_searchBegin;
         if (readLine(line, event))
             return true;
     }
+    m_searchBegin = m_lines.size();
+    return false;
 }
 
 bool EventStreamReader::endsWithEndMark() const
