@@ -25,6 +25,7 @@ private Q_SLOTS:
     void standsInTheUpperRightCorner();
     void staysInSightBesideALongBlock();
     void movesWithTheText();
+    void movesWithTheTextBehindReferences();
     void fitsTheFont_data();
     void fitsTheFont();
     void copiesNothingOnceTheCodeIsGone();
@@ -186,6 +187,24 @@ void TestCodeCopyButtons::movesWithTheText()
     const int right = m_view->copyButtons().first()->geometry().right();
     m_view->resize(m_view->width() + 50, m_view->height());
     QCOMPARE(m_view->copyButtons().first()->geometry().right(), right + 50);
+}
+
+void TestCodeCopyButtons::movesWithTheTextBehindReferences()
+{
+    m_view->resize(400, 600);
+    m_view->add(
+        QString("[a] ").repeated(20)
+        + "\n\n```\nx\nx\n```\n\n- [a]\n  ```\n  y\n  y\n  ```\n\n```\nz\nz\n```\n\n[a]: http://b.c\n");
+    m_view->finishMessage();
+    QVERIFY(m_view->toPlainText().startsWith("a a"));
+    const QStringList codes{"x\nx", "y\ny", "z\nz"};
+    QCOMPARE(m_view->copyButtons().size(), codes.size());
+    for (int index = 0; index < codes.size(); ++index) {
+        const QRect button = m_view->copyButtons().at(index)->geometry();
+        const int line = m_view->pointAt(m_view->find(codes.at(index))).y();
+        QVERIFY(button.top() < line && button.bottom() > line);
+        QCOMPARE(copied(index), codes.at(index));
+    }
 }
 
 void TestCodeCopyButtons::fitsTheFont_data()

@@ -86,6 +86,8 @@ private Q_SLOTS:
     void deltaIsShownAtOnce();
     void deltasOfOneTurnAreShownOnce();
     void referencesTakeEffectAtTheEnd();
+    void referenceThatIsShownAsNothingRemovesItsLine();
+    void referenceChangesItsOwnLineOnly();
     void replyStreamsIntoTheTranscript();
     void messageAtFindsMessages();
 
@@ -385,6 +387,33 @@ void TestMarkdownTranscript::referencesTakeEffectAtTheEnd()
     QCOMPARE(m_view->toPlainText(), QString("see a and\nb\nc\n[a]"));
     QCOMPARE(m_view->formatOf("b\n").anchorHref(), QString("http://a.b"));
     QCOMPARE(m_view->textCursor().selectedText(), QString("c"));
+}
+
+void TestMarkdownTranscript::referenceThatIsShownAsNothingRemovesItsLine()
+{
+    m_view->add("a\n\n[][b]\n\nc [b] d\n\n```\ne\n```\n\n[b]: http://b.c\n");
+    QCOMPARE(m_view->toPlainText(), QString("a\n[][b]\nc [b] d\ne"));
+    m_view->select(m_view->find("d"), m_view->find("d") + 1);
+    m_view->finishMessage();
+    QCOMPARE(m_view->toPlainText(), QString("a\nc b d\ne"));
+    QCOMPARE(m_view->textCursor().selectedText(), QString("d"));
+}
+
+// Laying out all of a long answer once more would take long.
+void TestMarkdownTranscript::referenceChangesItsOwnLineOnly()
+{
+    m_view->add("See [a].\n\n");
+    m_view->addPage();
+    m_view->appendDelta("Not shown yet.\n\n[a]: http://b.c\n");
+    QVector<int> lengths;
+    connect(m_view->document(), &QTextDocument::contentsChange, this,
+            [&lengths](int, int, int added) { lengths.append(added); });
+    m_view->finishMessage();
+    m_view->document()->disconnect(this);
+    QVERIFY(m_view->toPlainText().startsWith("See a.\n"));
+    QVERIFY(!lengths.isEmpty());
+    for (const int length : lengths)
+        QVERIFY2(length < 20, qPrintable(QString::number(length)));
 }
 
 void TestMarkdownTranscript::replyStreamsIntoTheTranscript()

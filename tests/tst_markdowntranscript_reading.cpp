@@ -40,6 +40,8 @@ private Q_SLOTS:
     void selectionInTheOpenBlockIsClamped();
     void selectionOfClosedBlocksIsExact();
     void cursorAtTheEndStays();
+    void selectionBesideAReferenceIsExact_data();
+    void selectionBesideAReferenceIsExact();
     void selectionMayBeMadeWhileTextArrives();
     void selectionReachesOverMessages();
 
@@ -400,6 +402,25 @@ void TestMarkdownTranscriptReading::cursorAtTheEndStays()
     m_view->add("\n\nc");
     QCOMPARE(m_view->textCursor().position(), 1);
     QVERIFY(!m_view->textCursor().hasSelection());
+}
+
+void TestMarkdownTranscriptReading::selectionBesideAReferenceIsExact_data()
+{
+    QTest::addColumn<QString>("selected");
+    for (const char *selected : {"zero", "one", "two", "three", "four", "five", "six", "two\nthree", "seven"})
+        QTest::newRow(selected) << selected;
+}
+
+void TestMarkdownTranscriptReading::selectionBesideAReferenceIsExact()
+{
+    QFETCH(QString, selected);
+    m_view->add("zero\n\n[a] one [two][A]\n\nthree [a]\n\n- ![four][a] five\n\n|[a]|\n|---|\n|[a] six|\n\n"
+                "seven\n\n[a]: http://b.c\n");
+    const QString shown = selected == "two\nthree" ? QString("two][A]\nthree") : selected;
+    QVERIFY(m_view->find(shown) >= 0);
+    m_view->select(m_view->find(shown), m_view->find(shown) + int(shown.size()));
+    m_view->finishMessage();
+    QCOMPARE(m_view->textCursor().selectedText().replace(QChar(0x2029), '\n'), selected);
 }
 
 void TestMarkdownTranscriptReading::selectionMayBeMadeWhileTextArrives()

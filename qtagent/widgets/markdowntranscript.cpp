@@ -102,9 +102,13 @@ void MarkdownTranscript::appendDelta(const QString &delta)
     postShow();
 }
 
+// What is not shown yet comes first, so that references in the first lines alone are laid out anew.
 void MarkdownTranscript::finishMessage()
 {
-    if (m_transcript->hasOpenMessage())
+    const QPointer<MarkdownTranscript> guard(this);
+    const int count = messageCount();
+    showNow();
+    if (guard && m_transcript->hasOpenMessage() && messageCount() == count)
         change([this](const auto &positions) { m_transcript->finishMessage(positions); });
 }
 

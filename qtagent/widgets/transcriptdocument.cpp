@@ -51,6 +51,28 @@ bool endsWith(const RichText &text, QChar character)
     return !runs.isEmpty() && runs.last().text.endsWith(character) && runs.last().style.link.isEmpty();
 }
 
+// The last two begin and end cells of a table.
+bool beginsLine(QChar character)
+{
+    return character == QChar::ParagraphSeparator || character == QChar(0xfdd0) || character == QChar(0xfdd1);
+}
+
+// Where the character at this offset stands in the text @p after, which has the same lines. What stands in
+// brackets stays when they go.
+int offsetAfter(const QString &before, const QString &after, int offset)
+{
+    int result = 0;
+    for (int i = 0; i < offset; ++i) {
+        if (beginsLine(before.at(i))) {
+            while (result < after.size() && !beginsLine(after.at(result)))
+                ++result;
+        }
+        if (result < after.size() && before.at(i) == after.at(result))
+            ++result;
+    }
+    return result;
+}
+
 QString shownLabel(const QString &label)
 {
     return cutText(displayable(singleLine(label)), longestShownLabel);
@@ -290,11 +312,8 @@ void TranscriptDocument::removeBlocks(int first)
 
 void TranscriptDocument::closeBlocks(int count)
 {
-    for (const int end = m_closedCount + count; m_closedCount < end; ++m_closedCount) {
-        ShownBlock &shown = m_blocks[m_closedCount];
-        shown.text = {};
-        shown.written.resize(qMin(1, int(shown.written.size())));
-    }
+    for (const int end = m_closedCount + count; m_closedCount < end; ++m_closedCount)
+        m_blocks[m_closedCount].text = {};
 }
 
 // Otherwise the line would be shaped a second time when it is painted.
@@ -334,28 +353,22 @@ void TranscriptDocument::forgetCodes(const ShownBlock &shown)
         m_codes.last().lastPosition = shown.lastCodeBefore;
 }
 
-// Every block from the first one that uses a definition on is rendered once more.
+// Every block that uses a definition is rendered once more. What stands between them is not laid out anew.
 void TranscriptDocument::resolveReferences(const QVector<int *> &positions)
 {
     if (!openMessage().isMarkdown || !openMessage().source.contains(QLatin1String("]:")))
         return;
     const MarkdownReferences references = collectReferences();
-    const auto usesReference = [&](const ShownBlock &shown) {
-        return !shown.written.isEmpty() && !references.usedBy(textOf(shown.block)).isEmpty();
-    };
-    const auto first = std::find_if(m_blocks.cbegin(), m_blocks.cend(), usesReference);
-    const QVector<ShownBlock> before(first, m_blocks.cend());
-    if (before.isEmpty())
+    const QVector<ResolvedBlock> resolved = resolvedBlocks(references);
+    if (resolved.isEmpty())
         return;
-    const int firstIndex = int(first - m_blocks.cbegin());
-    const QVector<Place> places = placesOf(positions, firstIndex);
-    removeBlocks(firstIndex);
-    for (const ShownBlock &shown : before) {
-        const bool isText = shown.block.kind == MarkdownBlock::Text;
-        appendBlock(shown.block, isText ? references.usedBy(textOf(shown.block)) : QString());
-    }
-    for (const Place &place : places)
-        *place.position = m_blocks.at(place.block).position + qMin(place.offset, lengthOf(place.block));
+    const bool areSameKinds = std::all_of(resolved.begin(), resolved.end(), [](const ResolvedBlock &block) {
+        return TranscriptWriter::areSameKinds(block.before, block.after);
+    });
+    const QVector<Change> changes =
+        areSameKinds ? rewriteInPlace(resolved) : writeAnew(resolved.first().index, references);
+    for (int *position : positions)
+        *position = moved(*position, changes);
 }
 
 MarkdownReferences TranscriptDocument::collectReferences()
@@ -368,25 +381,87 @@ MarkdownReferences TranscriptDocument::collectReferences()
     return references;
 }
 
-// Positions in front of the block with the index @p first are left out: they stay.
-QVector<TranscriptDocument::Place> TranscriptDocument::placesOf(const QVector<int *> &positions,
-                                                                int first) const
+QString TranscriptDocument::definitionsFor(const MarkdownBlock &block,
+                                           const MarkdownReferences &references) const
 {
-    QVector<Place> places;
-    for (int *position : positions) {
-        int block = int(m_blocks.size()) - 1;
-        while (block >= first && m_blocks.at(block).position > *position)
-            --block;
-        if (block >= first)
-            places.append({position, block, *position - m_blocks.at(block).position});
-    }
-    return places;
+    return block.kind == MarkdownBlock::Text ? references.usedBy(textOf(block)) : QString();
 }
 
-int TranscriptDocument::lengthOf(int block) const
+QVector<TranscriptDocument::ResolvedBlock> TranscriptDocument::resolvedBlocks(
+    const MarkdownReferences &references)
 {
-    const int end = block + 1 < m_blocks.size() ? m_blocks.at(block + 1).position : m_writer.end();
-    return qMax(0, end - m_blocks.at(block).position - 1);
+    QVector<ResolvedBlock> resolved;
+    for (int index = 0; index < m_blocks.size(); ++index) {
+        const ShownBlock &shown = m_blocks.at(index);
+        const QString definitions = definitionsFor(shown.block, references);
+        if (!definitions.isEmpty() && !shown.written.isEmpty())
+            resolved.append({index, render(shown.block), render(shown.block, definitions)});
+    }
+    return resolved;
+}
+
+// From the last block to the first one, so that their positions stay.
+QVector<TranscriptDocument::Change> TranscriptDocument::rewriteInPlace(const QVector<ResolvedBlock> &resolved)
+{
+    QVector<Change> changes;
+    for (int i = int(resolved.size()) - 1; i >= 0; --i) {
+        const int index = resolved.at(i).index;
+        const int begin = m_blocks.at(index).position;
+        const int behind = m_document->characterCount() - endOf(index);
+        const QString before = shownText(begin, endOf(index));
+        m_writer.rewrite(m_blocks.at(index).written, resolved.at(i).before, resolved.at(i).after);
+        changes.prepend({begin, before, shownText(begin, m_document->characterCount() - behind)});
+    }
+    for (int code = m_blocks.at(resolved.first().index).codesBefore; code < m_codes.size(); ++code) {
+        m_codes[code].firstPosition = moved(m_codes.at(code).firstPosition, changes);
+        m_codes[code].lastPosition = moved(m_codes.at(code).lastPosition, changes);
+    }
+    return changes;
+}
+
+// For a block that has other lines with its definitions.
+QVector<TranscriptDocument::Change> TranscriptDocument::writeAnew(int first,
+                                                                  const MarkdownReferences &references)
+{
+    QVector<Change> changes;
+    for (int index = first; index < m_blocks.size(); ++index)
+        changes.append(
+            {m_blocks.at(index).position, shownText(m_blocks.at(index).position, endOf(index)), {}});
+    const QVector<ShownBlock> blocks = m_blocks.mid(first);
+    removeBlocks(first);
+    for (const ShownBlock &shown : blocks)
+        appendBlock(shown.block, definitionsFor(shown.block, references));
+    for (int index = first; index < m_blocks.size(); ++index)
+        changes[index - first].after = shownText(m_blocks.at(index).position, endOf(index));
+    return changes;
+}
+
+// Behind the end of its last line.
+int TranscriptDocument::endOf(int block) const
+{
+    return block + 1 < m_blocks.size() ? m_blocks.at(block + 1).position : m_writer.end();
+}
+
+QString TranscriptDocument::shownText(int begin, int end) const
+{
+    QString text;
+    for (int position = begin; position < end; ++position)
+        text += m_document->characterAt(position);
+    return text;
+}
+
+int TranscriptDocument::moved(int position, const QVector<Change> &changes)
+{
+    int growth = 0;
+    for (const Change &change : changes) {
+        const int offset = position - change.begin;
+        if (offset <= 0)
+            break;
+        if (offset < change.before.size())
+            return change.begin + growth + offsetAfter(change.before, change.after, offset);
+        growth += int(change.after.size() - change.before.size());
+    }
+    return position + growth;
 }
 
 } // namespace QtAgent

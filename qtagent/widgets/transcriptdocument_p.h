@@ -76,20 +76,28 @@ private:
     struct ShownBlock
     {
         MarkdownBlock block;
-        RichText text;                   // of an open block
-        QVector<WrittenElement> written; // of an open block; only the first one of a closed block
-        QPointer<QTextList> list;        // the outermost one
+        RichText text; // of an open block
+        QVector<WrittenElement> written;
+        QPointer<QTextList> list; // the outermost one
         int position = 0;
         int codesBefore = 0;
         int lastCodeBefore = 0; // where the last code before it ended
     };
 
-    // A position in the document that moves with a block.
-    struct Place
+    // A block that uses definitions, with and without them.
+    struct ResolvedBlock
     {
-        int *position;
-        int block;
-        int offset;
+        int index = 0;
+        RichText before;
+        RichText after;
+    };
+
+    // What the document has in place of other characters.
+    struct Change
+    {
+        int begin = 0;
+        QString before;
+        QString after;
     };
 
     Message &openMessage() { return m_messages.last(); }
@@ -107,8 +115,13 @@ private:
     void forgetCodes(const ShownBlock &shown);
     void resolveReferences(const QVector<int *> &positions);
     MarkdownReferences collectReferences();
-    QVector<Place> placesOf(const QVector<int *> &positions, int first) const;
-    int lengthOf(int block) const;
+    QString definitionsFor(const MarkdownBlock &block, const MarkdownReferences &references) const;
+    QVector<ResolvedBlock> resolvedBlocks(const MarkdownReferences &references);
+    QVector<Change> rewriteInPlace(const QVector<ResolvedBlock> &resolved);
+    QVector<Change> writeAnew(int first, const MarkdownReferences &references);
+    int endOf(int block) const;
+    QString shownText(int begin, int end) const;
+    static int moved(int position, const QVector<Change> &changes);
 
     QTextDocument *m_document;
     TranscriptWriter m_writer;

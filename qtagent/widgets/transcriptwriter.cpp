@@ -237,6 +237,23 @@ void TranscriptWriter::write(QVector<WrittenElement> *written, const RichText &b
     }
 }
 
+bool TranscriptWriter::areSameKinds(const RichText &left, const RichText &right)
+{
+    return left.lists == right.lists
+        && std::equal(left.elements.begin(), left.elements.end(), right.elements.begin(),
+                      right.elements.end(), isSameKind);
+}
+
+// From the last element to the first one, so that their positions stay.
+void TranscriptWriter::rewrite(const QVector<WrittenElement> &written, const RichText &before,
+                               const RichText &text)
+{
+    for (int index = int(written.size()) - 1; index >= 0; --index) {
+        if (!isSame(before.elements.at(index), text.elements.at(index)))
+            rewriteElement(written.at(index), before.elements.at(index), text.elements.at(index));
+    }
+}
+
 void TranscriptWriter::appendCharacters(const QString &characters, const RichLine &line)
 {
     QTextCursor cursor(m_document);

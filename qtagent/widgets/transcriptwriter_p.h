@@ -65,6 +65,13 @@ public:
     void write(QVector<WrittenElement> *written, const RichText &before, const RichText &text,
                QTextList *list = nullptr);
 
+    /// Returns whether each element of one can be changed into that of the other in place.
+    static bool areSameKinds(const RichText &left, const RichText &right);
+
+    /// Makes @p written, which looks like @p before, look like @p text, which is of the same kinds, wherever
+    /// it stands in the document.
+    void rewrite(const QVector<WrittenElement> &written, const RichText &before, const RichText &text);
+
     /// Writes @p characters behind the last one of the document, which ends @p line.
     void appendCharacters(const QString &characters, const RichLine &line);
 
