@@ -19,6 +19,8 @@ private Q_SLOTS:
     void codeIsCopiedAsItStands();
     void codeOfAnOpenFenceIsCopied();
     void eachBlockHasItsOwn();
+    void codesThatTouchHaveTheirOwn_data();
+    void codesThatTouchHaveTheirOwn();
     void codeOfEachMessageIsItsOwn();
     void plainTextHasNone();
     void onlyBlocksInSightHaveOne();
@@ -120,6 +122,45 @@ void TestCodeCopyButtons::eachBlockHasItsOwn()
     const QStringList codes{"a", "b", "d", "e"};
     for (int index = 0; index < codes.size(); ++index)
         QCOMPARE(copied(index), codes.at(index));
+}
+
+void TestCodeCopyButtons::codesThatTouchHaveTheirOwn_data()
+{
+    QTest::addColumn<QString>("markdown");
+    QTest::addColumn<QStringList>("codes");
+
+    const QStringList codes{"b\nb", "c"};
+    QTest::newRow("in an item") << "- a\n  ```\n  b\n  b\n  ```\n  ```\n  c\n  ```\n" << codes;
+    QTest::newRow("in a loose item") << "- a\n\n  ```\n  b\n  b\n  ```\n\n  ```\n  c\n  ```\n" << codes;
+    QTest::newRow("in nested items") << "- a\n  - ```\n    b\n    b\n    ```\n  - ```\n    c\n    ```\n"
+                                     << codes;
+    QTest::newRow("in a quote") << "> ```\n> b\n> b\n> ```\n>\n> ```\n> c\n> ```\n" << codes;
+    QTest::newRow("in an item's quote") << "- > ```\n  > b\n  > b\n  > ```\n  > ```\n  > c\n  > ```\n"
+                                        << codes;
+    QTest::newRow("carriage returns") << "- a\r\n  ```\r\n  b\r\n  b\r\n  ```\r\n  ```\r\n  c\r\n  ```\r\n"
+                                      << codes;
+    QTest::newRow("not closed") << "1. a\n   ```\n   b\n   b\n   ```\n   ~~~\n   c" << codes;
+    QTest::newRow("the same code") << "- a\n  ```\n  b\n  ```\n  ```\n  b\n  ```\n" << QStringList{"b", "b"};
+    QTest::newRow("nothing in one") << "- a\n  ```\n  b\n  ```\n  ```\n  ```\n  ```\n  c\n  ```\n"
+                                    << QStringList{"b", "c"};
+    QTest::newRow("fences as code") << "- a\n  ````\n  ```\n  b\n  ```\n  ````\n  ```\n  - c\n  ```\n"
+                                    << QStringList{"```\nb\n```", "- c"};
+}
+
+void TestCodeCopyButtons::codesThatTouchHaveTheirOwn()
+{
+    QFETCH(QString, markdown);
+    QFETCH(QStringList, codes);
+    m_view->resize(400, 600);
+    for (const QChar character : markdown)
+        m_view->add(character);
+    m_view->finishMessage();
+    QCOMPARE(m_view->copyButtons().size(), codes.size());
+    for (int index = 0; index < codes.size(); ++index) {
+        const QRect button = m_view->copyButtons().at(index)->geometry();
+        QCOMPARE(copied(index), codes.at(index));
+        QVERIFY(index == 0 || button.top() > m_view->copyButtons().at(index - 1)->geometry().top());
+    }
 }
 
 void TestCodeCopyButtons::codeOfEachMessageIsItsOwn()

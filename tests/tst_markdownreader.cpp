@@ -109,6 +109,9 @@ void TestMarkdownReader::rendersABlock_data()
     QTest::newRow("two codes in a quote")
         << "> ```\n> a\n> ```\n> b\n> ```\n> c\n> ```"
         << QStringList{"q1 first code0 {c}a", "q1 {}b", "q1 first code1 {c}c"};
+    QTest::newRow("codes that touch")
+        << "> ```\n> a\n> b\n> ```\n> ```\n> c\n> ```"
+        << QStringList{"q1 first code0 {c}a", "q1 code0 {c}b", "q1 first code1 {c}c"};
     QTest::newRow("item behind code")
         << "- ```\n  a\n  ```\n- b" << QStringList{"list0 first code0 {c}a", "list0 {}b"};
     QTest::newRow("entity") << "a &amp; &lt;b&gt;" << QStringList{"{}a & <b>"};

@@ -17,8 +17,10 @@ namespace {
 constexpr int deepest = 20; // what is nested deeper is indented no further
 
 // Stands where a picture without an alternative text has one, because Qt's reader skips such a picture. It
-// cannot come from a message: displayable() replaces it.
+// cannot come from a message: displayable() replaces it. Nor can the other one, which ends the first line of
+// each code that a list or a quote has in fences, because Qt's reader does not tell codes apart that touch.
 constexpr QChar missingText(0xfdd2);
+constexpr QChar beginOfCode(0xfdd3);
 
 // The layout of a document that is never seen. Qt's reader would lay out a paragraph anew at each insertion.
 class NoLayout : public QAbstractTextDocumentLayout
@@ -69,6 +71,58 @@ QString withTextForPictures(QString markdown)
     if (markdown.contains(QLatin1String("![](")) || markdown.contains(QLatin1String("![][")))
         markdown.replace(QLatin1String("![]"), QStringLiteral("![%1]").arg(missingText));
     return markdown;
+}
+
+// What stands behind the marks of quotes, and behind those of items unless they are code.
+MarkdownLine contentOf(QStringView line, bool isInFence)
+{
+    int position = 0;
+    while (true) {
+        const MarkdownLine content(line, MarkdownLine(line, position).contentPosition());
+        const bool isItem = !isInFence && content.listMark().isValid;
+        if (!content.isQuote() && !isItem)
+            return content;
+        position = content.isQuote() ? content.contentPosition() + 1 : content.listMark().end;
+    }
+}
+
+// Follows the fences of a list or a quote from line to line.
+class InnerFences
+{
+public:
+    // Whether the line is the first one in its fence that is not blank.
+    bool beginsCode(QStringView line)
+    {
+        const bool isInFence = !m_fence.character.isNull();
+        const MarkdownLine content = contentOf(line, isInFence);
+        if (!isInFence || content.closesFence(m_fence.character, m_fence.length)) {
+            m_fence = isInFence ? MarkdownLine::Fence() : content.fence();
+            m_hasCode = false;
+            return false;
+        }
+        const bool isFirst = !m_hasCode && !content.isBlank();
+        m_hasCode = m_hasCode || isFirst;
+        return isFirst;
+    }
+
+private:
+    MarkdownLine::Fence m_fence;
+    bool m_hasCode = false;
+};
+
+QString withMarksOfCode(const QString &markdown)
+{
+    constexpr int fewest = 3; // of two codes, the second of which may be open
+    if (markdown.count(QLatin1String("```")) + markdown.count(QLatin1String("~~~")) < fewest)
+        return markdown;
+    InnerFences fences;
+    QStringList lines = markdown.split(QLatin1Char('\n'));
+    for (QString &line : lines) {
+        const int end = int(line.size()) - (line.endsWith(QLatin1Char('\r')) ? 1 : 0);
+        if (fences.beginsCode(QStringView(line).left(end)))
+            line.insert(end, beginOfCode);
+    }
+    return lines.join(QLatin1Char('\n'));
 }
 
 // Another item that a blank line separates from the one in the text.
@@ -126,7 +180,7 @@ void appendFragment(QVector<TextRun> *runs, const QTextFragment &fragment)
         return;
     }
     QString text = fragment.text();
-    appendRun(runs, displayable(text.remove(missingText)), styleOf(format));
+    appendRun(runs, displayable(text.remove(missingText).remove(beginOfCode)), styleOf(format));
 }
 
 QVector<TextRun> runsOf(const QTextBlock &block)
@@ -150,7 +204,7 @@ RichText MarkdownReader::read(const QString &markdown, const QString &definition
     const QString text = displayable(markdown);
     if (hasTooManyCells(text))
         return verbatimText(text);
-    parse(definitions + withTextForPictures(text) + (isLoose ? nextItem(text) : QString()));
+    parse(definitions + withTextForPictures(withMarksOfCode(text)) + (isLoose ? nextItem(text) : QString()));
     m_result = {};
     m_lists.clear();
     m_codeCount = 0;
@@ -229,6 +283,7 @@ RichLine MarkdownReader::readLine(const QTextBlock &block)
                && (line.runs.isEmpty() || line.runs.first().style.isCode);
     if (line.isCode)
         line.language = format.stringProperty(QTextFormat::BlockCodeLanguage);
+    line.isFirstOfCode = line.isCode && block.text().endsWith(beginOfCode);
     return line;
 }
 
@@ -249,7 +304,8 @@ void MarkdownReader::appendLine(RichLine line)
 {
     if (isNothing(line))
         return;
-    const bool continues = !m_result.elements.isEmpty() && isSameCode(m_result.elements.last().line, line);
+    const bool continues = !line.isFirstOfCode && !m_result.elements.isEmpty()
+                        && isSameCode(m_result.elements.last().line, line);
     if (!continues)
         endCode();
     if (line.isCode) {
