@@ -3,6 +3,7 @@
 #include <qtagent/store/conversationstore.h>
 #include <tests/support/sqlitefile.h>
 
+#include <QLockFile>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -80,6 +81,7 @@ private Q_SLOTS:
     void damagedFileTakesItsLogAlong();
     void earlierDamagedFilesAreKept();
     void damagedFileBehindALinkIsSetAside();
+    void damagedFileThatAnotherProgramSetsAsideIsLocked();
     void damageThatIsFoundLaterFailsTheCall();
 
     void fileThatIsRefusedStaysAsItIs_data();
@@ -288,6 +290,23 @@ void TestConversationStoreFiles::earlierDamagedFilesAreKept()
     QCOMPARE(files().value(databaseName + ".damaged-1"), QByteArray("first"));
     QCOMPARE(files().value(databaseName + ".damaged-2"), QByteArray("second"));
     QCOMPARE(files().value(databaseName + ".damaged-3"), QByteArray("third"));
+}
+
+void TestConversationStoreFiles::damagedFileThatAnotherProgramSetsAsideIsLocked()
+{
+    write(path(), "Dear diary,\n");
+    QLockFile other(path() + ".lock");
+    QVERIFY(other.tryLock());
+    ConversationStore store;
+    QString error;
+    QVERIFY(!store.open(path(), &error));
+    QCOMPARE(error, "The database is locked by another program.");
+    QVERIFY(store.setAsidePath().isEmpty());
+    QCOMPARE(files().value(databaseName), QByteArray("Dear diary,\n"));
+    other.unlock();
+    QVERIFY2(store.open(path(), &error), qPrintable(error));
+    QCOMPARE(store.setAsidePath(), path() + ".damaged-1");
+    QCOMPARE(files().keys(), QStringList({databaseName, databaseName + ".damaged-1"}));
 }
 
 void TestConversationStoreFiles::damagedFileBehindALinkIsSetAside()

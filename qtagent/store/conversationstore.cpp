@@ -3,10 +3,12 @@
 #include "conversationformats_p.h"
 #include "conversationtables_p.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
 #include <QLockFile>
 #include <QStandardPaths>
+#include <QThread>
 
 #include <algorithm>
 #include <functional>
@@ -17,6 +19,7 @@ namespace QtAgent {
 namespace {
 
 constexpr int lockTimeoutMs = 1000;
+constexpr int pollIntervalMs = 10;
 
 using Look = SqliteConnection::Look;
 using Opening = SqliteConnection::Opening;
@@ -72,12 +75,27 @@ bool move(const QStringList &suffixes, const QString &from, const QString &to)
     return false;
 }
 
+// QLockFile by itself looks rarely whether a lock is free, and so might wait in vain beside several programs.
+bool lockSoon(QLockFile *lock)
+{
+    const QDeadlineTimer deadline(lockTimeoutMs);
+    bool isLocked = lock->tryLock(0);
+    while (!isLocked && lock->error() == QLockFile::LockFailedError && !deadline.hasExpired()) {
+        QThread::msleep(pollIntervalMs);
+        isLocked = lock->tryLock(0);
+    }
+    return isLocked;
+}
+
 // One program at a time sets the file aside; the others find the one that was begun in its place.
 Opening replaceDamaged(const QString &path, ConversationTables *tables, QString *error, QString *setAsidePath)
 {
     QLockFile lock(path + QLatin1String(".lock"));
-    if (!lock.tryLock(lockTimeoutMs))
-        return Opening::Damaged;
+    const bool isLocked = lockSoon(&lock);
+    if (!isLocked && lock.error() == QLockFile::LockFailedError)
+        *error = QStringLiteral("The database is locked by another program.");
+    if (!isLocked)
+        return Opening::Refused;
     const Opening opening = tables->open(path, Look::Thorough, error);
     const QString newPath = freeNameBeside(path);
     if (opening != Opening::Damaged || !move(suffixes(), path, newPath))
