@@ -17,6 +17,7 @@
 #include <QScrollBar>
 #include <QTextBlock>
 #include <QTextDocumentFragment>
+#include <QTextTable>
 #include <QTimer>
 
 namespace MireloQtLib {
@@ -26,6 +27,7 @@ namespace {
 
 // Blocks up to this length are rendered in each turn, longer ones in half of the time at most.
 constexpr int shortBlock = 1000;
+constexpr int cellMargin = 6;                     // pixels, with the line around the cell
 constexpr qint64 longestRest = 250 * 1000 * 1000; // ns, beside the time that the last rendering took
 
 // 1 or -1 for the keys that go to the next or the previous message, else 0.
@@ -469,12 +471,29 @@ void MarkdownTranscript::repaintChange(const QRectF &area)
 {
     QRectF changed = area;
     const QTextBlock block = document()->findBlock(m_changeBegin);
-    if (m_changeBegin >= 0 && block.isValid() && !QTextCursor(block).currentTable())
-        changed.setTop(qMax(area.top(), document()->documentLayout()->blockBoundingRect(block).top()));
+    if (m_changeBegin >= 0 && block.isValid())
+        changed.setTop(qMax(area.top(), topOfChange(block)));
     m_changeBegin = -1;
     const QPoint scrolled(horizontalScrollBar()->value(), verticalScrollBar()->value());
     const QRectF sight(scrolled, viewport()->size());
     viewport()->update(changed.intersected(sight).toAlignedRect().translated(-scrolled));
+}
+
+// Above it the document looks as before the change that begins in this block. In a table it does as long as
+// no column has moved.
+qreal MarkdownTranscript::topOfChange(const QTextBlock &block)
+{
+    const QAbstractTextDocumentLayout *layout = document()->documentLayout();
+    const qreal top = layout->blockBoundingRect(block).top();
+    const QTextTable *table = QTextCursor(block).currentTable();
+    if (!table)
+        return top;
+    QVector<QRectF> columns;
+    for (int column = 0; column < table->columns(); ++column)
+        columns.append(layout->blockBoundingRect(table->cellAt(0, column).firstCursorPosition().block()));
+    const bool hasMoved = columns != m_columns;
+    m_columns = columns;
+    return hasMoved ? 0 : top - cellMargin;
 }
 
 void MarkdownTranscript::followEnd()

@@ -5,6 +5,7 @@
 
 #include <QColor>
 #include <QElapsedTimer>
+#include <QRectF>
 #include <QString>
 #include <QTextBrowser>
 #include <QUrl>
@@ -14,6 +15,7 @@
 #include <memory>
 
 QT_BEGIN_NAMESPACE
+class QTextBlock;
 class QTimer;
 QT_END_NAMESPACE
 
@@ -200,6 +202,7 @@ private:
     void emitPending();
     void emitFollowing();
     void repaintChange(const QRectF &area);
+    qreal topOfChange(const QTextBlock &block);
     void followEnd();
     void followRange();
     void followReader();
@@ -215,10 +218,11 @@ private:
     bool m_isFollowing = true;
     bool m_saidFollowing = true; // by the last signal
     bool m_isSayingFollowing = false;
-    QUrl m_activated;        // the link whose signal is due
-    int m_changeBegin = -1;  // position of the change that is about to be painted
-    int m_eventDepth = 0;    // of events being handled
-    int m_ownScrollings = 0; // under way
+    QUrl m_activated;          // the link whose signal is due
+    int m_changeBegin = -1;    // position of the change that is about to be painted
+    QVector<QRectF> m_columns; // of the table that has changed last: their cells in its first row
+    int m_eventDepth = 0;      // of events being handled
+    int m_ownScrollings = 0;   // under way
 };
 
 } // namespace QtAgent
