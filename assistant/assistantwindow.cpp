@@ -9,6 +9,7 @@
 #include "conversationkeeper.h"
 #include "conversationlistmodel.h"
 #include "conversationsidebar.h"
+#include "mcpconnection.h"
 #include "modelchoice.h"
 #include "noticebar.h"
 #include "profilelistmodel.h"
@@ -286,23 +287,46 @@ void AssistantWindow::setToolSet(ToolSet *tools, const QString &path)
     m_session->setToolRegistry(tools->registry());
     connect(tools, &ToolSet::registryChanged, this,
             [this] { m_session->setToolRegistry(m_tools->registry()); });
-    connect(m_menus, &AssistantMenus::toolsRequested, this, &AssistantWindow::editTools);
+    connect(tools, &ToolSet::settingsChanged, this, &AssistantWindow::keepTools);
+    connect(tools, &ToolSet::toolsWaiting, this, &AssistantWindow::offerWaitingTools);
+    connect(m_menus, &AssistantMenus::toolsRequested, this, [this] { editTools(); });
+    for (const McpConnection *connection : tools->connections()) {
+        if (!connection->waitingTools().isEmpty())
+            offerWaitingTools(connection->settings().name, connection->waitingText());
+    }
 }
 
-void AssistantWindow::editTools()
+void AssistantWindow::offerWaitingTools(const QString &server, const QString &tools)
+{
+    offer(tr("服务器 %1 的这些工具是新的，或与您同意时不同，您同意之后才会提供给模型：%2").arg(server, tools),
+          tr("查看(&V)…"), [this, server] {
+              m_notice->clear();
+              editTools(server);
+          });
+}
+
+// With a server, its tools are shown first.
+void AssistantWindow::editTools(const QString &server)
 {
     auto *dialog = new ToolsDialog(m_tools, this);
     dialog->setObjectName(QStringLiteral("toolsDialog"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
     connect(dialog, &QDialog::accepted, this, [this, dialog] { takeTools(dialog->settings()); });
+    if (!server.isEmpty())
+        dialog->showServer(server);
     dialog->open();
 }
 
 void AssistantWindow::takeTools(const ToolSettings &settings)
 {
-    QString error;
     m_tools->setSettings(settings);
-    if (!saveToolSettings(settings, m_toolsPath, &error))
+    keepTools();
+}
+
+void AssistantWindow::keepTools()
+{
+    QString error;
+    if (!saveToolSettings(m_tools->settings(), m_toolsPath, &error))
         tell(tr("无法保存到 %1：%2").arg(QDir::toNativeSeparators(m_toolsPath), error));
 }
 

@@ -102,8 +102,10 @@ private:
     void takeLanguage(const QString &language);
     void switchLanguage();
     void editProfiles();
-    void editTools();
+    void editTools(const QString &server = {});
     void takeTools(const ToolSettings &settings);
+    void keepTools();
+    void offerWaitingTools(const QString &server, const QString &tools);
 
     MireloQtLib::QtAgent::ConversationStore *const m_store;
     AssistantSettings *const m_settings;

@@ -1,6 +1,12 @@
 #include "mcpconnection.h"
 
+#include "beginningof.h"
+#include "visibletext.h"
+
+#include <QJsonDocument>
 #include <QUrl>
+
+#include <utility>
 
 using namespace MireloQtLib::QtAgent;
 
@@ -18,6 +24,11 @@ QString registeredName(const QString &server, const QString &tool)
             character = QLatin1Char('_');
     }
     return server + QLatin1String("__") + name;
+}
+
+QString textOf(const ToolDefinition &tool)
+{
+    return tool.description + QLatin1Char('\n') + QString::fromUtf8(QJsonDocument(tool.parameters).toJson());
 }
 
 } // namespace
@@ -56,6 +67,14 @@ const McpServerSettings &McpConnection::settings() const
     return m_settings;
 }
 
+void McpConnection::choose(const QStringList &hidden, const QMap<QString, QString> &agreed)
+{
+    m_settings.hiddenTools = hidden;
+    for (auto it = agreed.begin(); it != agreed.end(); ++it)
+        m_settings.agreedTools.insert(it.key(), it.value());
+    m_toldWaiting = waitingTools();
+}
+
 bool McpConnection::isOver() const
 {
     return m_isOver;
@@ -86,7 +105,10 @@ QString McpConnection::stateText() const
     if (!m_server->isReady())
         return tr("正在启动…");
     const QString state = tr("可以使用，%n 个工具", nullptr, static_cast<int>(m_server->tools().size()));
-    return m_error.isEmpty() ? state : tr("%1；不能使用的：%2").arg(state, m_error);
+    QStringList parts{m_error.isEmpty() ? state : tr("%1；不能使用的：%2").arg(state, m_error)};
+    if (!waitingTools().isEmpty())
+        parts.append(tr("等待您同意：%1").arg(waitingText()));
+    return parts.join(QLatin1Char('\n'));
 }
 
 QString McpConnection::words() const
@@ -102,12 +124,44 @@ QStringList McpConnection::toolNames() const
     return names;
 }
 
+QString McpConnection::toolText(const QString &name) const
+{
+    for (const ToolDefinition &tool : m_server->tools()) {
+        if (tool.name == name)
+            return textOf(tool);
+    }
+    return {};
+}
+
+bool McpConnection::isAgreed(const QString &name) const
+{
+    return m_settings.agreedTools.value(name) == toolText(name);
+}
+
+QStringList McpConnection::waitingTools() const
+{
+    QStringList waiting;
+    for (const ToolDefinition &tool : m_server->tools()) {
+        const bool isHidden = m_settings.hiddenTools.contains(tool.name);
+        if (!isHidden && m_settings.agreedTools.value(tool.name) != textOf(tool))
+            waiting.append(tool.name);
+    }
+    return waiting;
+}
+
+QString McpConnection::waitingText() const
+{
+    constexpr int maximumLength = 200;
+    const QString names = visibleText(waitingTools().join(QStringLiteral(", ")));
+    return beginningOf(names.simplified(), maximumLength);
+}
+
 void McpConnection::registerTools(ToolRegistry *registry) const
 {
     if (!m_server->isReady())
         return;
     QStringList hidden; // two tools may have one registered name
-    for (const QString &name : m_settings.hiddenTools)
+    for (const QString &name : m_settings.hiddenTools + waitingTools())
         hidden.append(registeredName(m_settings.name, name));
     for (const QString &name : toolNames()) {
         const QString registered = registeredName(m_settings.name, name);
@@ -120,7 +174,25 @@ void McpConnection::registerTools(ToolRegistry *registry) const
 void McpConnection::takeTools()
 {
     m_server->registerTools(m_all, &m_error);
+    agreeToFirstTools();
     Q_EMIT changed();
+    tellWaiting();
+}
+
+void McpConnection::agreeToFirstTools()
+{
+    if (!m_settings.agreedTools.isEmpty() || m_server->tools().isEmpty())
+        return;
+    for (const ToolDefinition &tool : m_server->tools())
+        m_settings.agreedTools.insert(tool.name, textOf(tool));
+    Q_EMIT toolsAgreed();
+}
+
+void McpConnection::tellWaiting()
+{
+    const QStringList waiting = waitingTools();
+    if (waiting != std::exchange(m_toldWaiting, waiting) && !waiting.isEmpty())
+        Q_EMIT toolsWaiting();
 }
 
 void McpConnection::takeEnd(const QString &error)

@@ -2,6 +2,7 @@
 
 #include "mcpconnection.h"
 #include "toolset.h"
+#include "visibletext.h"
 
 #include <QComboBox>
 #include <QFormLayout>
@@ -18,6 +19,8 @@
 namespace {
 
 enum ServerKind { Program, Service };
+
+enum ToolRole { NameRole = Qt::UserRole, TextRole };
 
 QStringList linesOf(const QPlainTextEdit *edit)
 {
@@ -48,6 +51,15 @@ QMap<QString, QString> variablesIn(const QStringList &lines)
 QString shownName(const McpServerSettings &server)
 {
     return server.name.isEmpty() ? McpServersPage::tr("未命名") : server.name;
+}
+
+// A tool that waits is not ticked, and what the user ticked stays so until it says something else again.
+bool isTickedIn(const McpServerSettings &server, const McpConnection *connection, const QString &tool,
+                const QString &text)
+{
+    const bool isAgreed =
+        (connection && connection->isAgreed(tool)) || server.agreedTools.value(tool) == text;
+    return isAgreed && !server.hiddenTools.contains(tool);
 }
 
 QPlainTextEdit *fewLines(const QString &name)
@@ -114,11 +126,11 @@ QWidget *McpServersPage::createForm()
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     addFields(form);
     addState(form);
-    auto *area = new QScrollArea;
-    area->setFrameShape(QFrame::NoFrame);
-    area->setWidgetResizable(true);
-    area->setWidget(m_form);
-    return area;
+    m_area = new QScrollArea;
+    m_area->setFrameShape(QFrame::NoFrame);
+    m_area->setWidgetResizable(true);
+    m_area->setWidget(m_form);
+    return m_area;
 }
 
 void McpServersPage::addFields(QFormLayout *form)
@@ -156,17 +168,23 @@ void McpServersPage::addState(QFormLayout *form)
     m_restart->setObjectName(QStringLiteral("serverRestart"));
     m_restart->setAutoDefault(false);
     connect(m_restart, &QPushButton::clicked, this, &McpServersPage::restart);
-    auto *state = new QHBoxLayout;
-    state->addWidget(m_state, 1);
-    state->addWidget(m_restart);
     m_offered = new QListWidget;
     m_offered->setObjectName(QStringLiteral("serverTools"));
-    m_offered->setMinimumHeight(4 * fontMetrics().lineSpacing());
+    m_offered->setFixedHeight(6 * fontMetrics().lineSpacing());
+    m_toolText = fewLines(QStringLiteral("serverToolText"));
+    m_toolText->setReadOnly(true);
+    m_toolText->setWordWrapMode(QTextOption::WrapAnywhere);
     m_words = fewLines(QStringLiteral("serverWords"));
     m_words->setReadOnly(true);
-    form->addRow(tr("状态"), state);
+    auto *textLabel = new QLabel(tr("工具说明(&X)"));
+    textLabel->setBuddy(m_toolText);
+    form->addRow(tr("状态"), m_restart);
+    form->addRow(m_state);
     form->addRow(tr("工具(&T)"), m_offered);
+    form->addRow(textLabel);
+    form->addRow(m_toolText);
     form->addRow(tr("错误输出(&E)"), m_words);
+    connect(m_offered, &QListWidget::currentRowChanged, this, &McpServersPage::showToolText);
     connect(m_offered, &QListWidget::itemChanged, this, &McpServersPage::takeForm);
 }
 
@@ -258,12 +276,58 @@ void McpServersPage::showState()
     m_state->setText(connection ? connection->stateText() : tr("保存后启动。"));
     m_restart->setEnabled(connection && connection->isOver());
     showWords();
+    showOffered(connection, server);
+    m_isFilling = false;
+}
+
+void McpServersPage::showOffered(const McpConnection *connection, const McpServerSettings &server)
+{
+    const int row = m_offered->currentRow();
     m_offered->clear();
     for (const QString &name : connection ? connection->toolNames() : QStringList()) {
-        auto *item = new QListWidgetItem(name, m_offered);
-        item->setCheckState(server.hiddenTools.contains(name) ? Qt::Unchecked : Qt::Checked);
+        const QString text = connection->toolText(name);
+        const bool isAgreed = connection->isAgreed(name);
+        const bool isTicked = isTickedIn(server, connection, name, text);
+        const QString shown = visibleText(name);
+        auto *item = new QListWidgetItem(isAgreed ? shown : tr("%1（等待同意）").arg(shown), m_offered);
+        item->setData(NameRole, name);
+        item->setData(TextRole, text);
+        item->setCheckState(isTicked ? Qt::Checked : Qt::Unchecked);
     }
-    m_isFilling = false;
+    m_offered->setCurrentRow(qBound(0, row, m_offered->count() - 1));
+    showToolText();
+}
+
+void McpServersPage::showToolText()
+{
+    const McpConnection *connection = m_connections.value(m_list->currentRow());
+    const QListWidgetItem *tool = m_offered->currentItem();
+    QString shown;
+    if (tool && connection) {
+        const QString name = tool->data(NameRole).toString();
+        const QString agreed = connection->settings().agreedTools.value(name);
+        const QString text = tool->data(TextRole).toString();
+        shown =
+            agreed.isEmpty() || agreed == text ? text : tr("现在：\n%1\n您同意时：\n%2").arg(text, agreed);
+    }
+    shown = visibleText(shown);
+    if (shown != m_toolText->toPlainText()) // a selection stays until there is more
+        m_toolText->setPlainText(shown);
+}
+
+void McpServersPage::showTools(const QString &serverName)
+{
+    for (int row = 0; row < m_servers.size(); ++row) {
+        if (m_servers.at(row).name == serverName)
+            m_list->setCurrentRow(row);
+    }
+    for (int row = m_offered->count() - 1; row >= 0; --row) {
+        if (m_offered->item(row)->checkState() == Qt::Unchecked)
+            m_offered->setCurrentRow(row);
+    }
+    m_offered->setFocus();
+    // Where everything is, is known once it is shown.
+    QTimer::singleShot(0, m_area, [this] { m_area->ensureWidgetVisible(m_toolText); });
 }
 
 // Nothing tells when a server writes. A selection stays until there is more.
@@ -295,11 +359,29 @@ void McpServersPage::takeForm()
     server.program = isService ? QString() : m_target->text().trimmed();
     server.arguments = linesOf(m_arguments);
     server.variables = variablesIn(linesOf(m_variables));
+    takeTicks(&server);
+    m_list->item(row)->setText(shownName(server));
+}
+
+// What was agreed to counts for what the list shows, and for the program or service that said so.
+void McpServersPage::takeTicks(McpServerSettings *server) const
+{
+    const McpConnection *connection = m_connections.value(m_list->currentRow());
+    const bool isSame = connection && connection->settings().program == server->program
+                     && connection->settings().url == server->url;
+    if (!isSame)
+        server->agreedTools.clear();
     for (int i = 0; i < m_offered->count(); ++i) {
         const QListWidgetItem *tool = m_offered->item(i);
-        server.hiddenTools.removeAll(tool->text());
-        if (tool->checkState() == Qt::Unchecked)
-            server.hiddenTools.append(tool->text());
+        const QString name = tool->data(NameRole).toString();
+        const QString text = tool->data(TextRole).toString();
+        const bool isTicked = tool->checkState() == Qt::Checked;
+        const bool wasTicked = isTickedIn(*server, connection, name, text);
+        if (isTicked)
+            server->hiddenTools.removeAll(name);
+        else if (wasTicked)
+            server->hiddenTools.append(name);
+        if (isTicked && isSame)
+            server->agreedTools.insert(name, text);
     }
-    m_list->item(row)->setText(shownName(server));
 }

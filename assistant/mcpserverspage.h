@@ -14,6 +14,7 @@ class QLineEdit;
 class QListWidget;
 class QPlainTextEdit;
 class QPushButton;
+class QScrollArea;
 QT_END_NAMESPACE
 class McpConnection;
 class ToolSet;
@@ -22,7 +23,9 @@ class ToolSet;
 ///
 /// What was edited takes effect with the next ToolSet::setSettings(). Names: serverList, addServer,
 /// removeServer, serverNameEdit, serverKindCombo, serverTargetEdit, serverArgumentsEdit, serverVariablesEdit,
-/// serverState, serverRestart, serverWords, serverTools.
+/// serverState, serverRestart, serverWords, serverTools, serverToolText.
+///
+/// Ticking a tool that waits for the user agrees to what it says, which is shown with what it said before.
 class McpServersPage : public QWidget
 {
     Q_OBJECT
@@ -38,6 +41,9 @@ public:
     /// Shows the first server that cannot be used as it was edited, and why. Returns whether there is one.
     bool showProblem();
 
+    /// Shows the tools of the server with this name, and the first of them that waits for the user.
+    void showTools(const QString &serverName);
+
 private:
     QWidget *createList();
     QWidget *createForm();
@@ -47,6 +53,9 @@ private:
     void remove();
     void showCurrent();
     void showState();
+    void showOffered(const McpConnection *connection, const McpServerSettings &server);
+    void showToolText();
+    void takeTicks(McpServerSettings *server) const;
     void takeForm();
     void showWords();
     void restart();
@@ -58,6 +67,7 @@ private:
     QString m_shownWords;
     QListWidget *m_list = nullptr;
     QPushButton *m_remove = nullptr;
+    QScrollArea *m_area = nullptr;
     QWidget *m_form = nullptr;
     QLineEdit *m_name = nullptr;
     QComboBox *m_kind = nullptr;
@@ -68,6 +78,7 @@ private:
     QPushButton *m_restart = nullptr;
     QPlainTextEdit *m_words = nullptr;
     QListWidget *m_offered = nullptr;
+    QPlainTextEdit *m_toolText = nullptr;
 };
 
 #endif

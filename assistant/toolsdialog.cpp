@@ -85,6 +85,12 @@ ToolSettings ToolsDialog::settings() const
     return settings;
 }
 
+void ToolsDialog::showServer(const QString &name)
+{
+    m_tabs->setCurrentWidget(m_servers);
+    m_servers->showTools(name);
+}
+
 void ToolsDialog::accept()
 {
     const QString folder = m_folder->text();

@@ -29,6 +29,9 @@ public:
     /// Returns the settings as edited.
     ToolSettings settings() const;
 
+    /// Shows the tools of the server with this name.
+    void showServer(const QString &name);
+
 public Q_SLOTS:
     /// Stays open where the folder or a server cannot be used, and says why.
     void accept() override;

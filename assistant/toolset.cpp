@@ -11,8 +11,7 @@ namespace {
 bool isSameServer(const McpServerSettings &left, const McpServerSettings &right)
 {
     return left.name == right.name && left.url == right.url && left.program == right.program
-        && left.arguments == right.arguments && left.variables == right.variables
-        && left.hiddenTools == right.hiddenTools;
+        && left.arguments == right.arguments && left.variables == right.variables;
 }
 
 } // namespace
@@ -77,17 +76,37 @@ void ToolSet::updateConnections()
         McpConnection *connection = same == old.end() ? nullptr : *same;
         if (connection) {
             old.erase(same);
+            connection->choose(server.hiddenTools, server.agreedTools);
         } else {
             connection = new McpConnection(server, this);
-            connect(connection, &McpConnection::changed, this, &ToolSet::rebuild);
-            connect(connection, &McpConnection::changed, this, &ToolSet::connectionsChanged);
+            connectTo(connection);
         }
         m_connections.append(connection);
     }
+    takeAgreed();
     for (McpConnection *connection : qAsConst(old)) {
         connection->disconnect(this);
         connection->endAndDelete();
     }
+}
+
+void ToolSet::connectTo(McpConnection *connection)
+{
+    connect(connection, &McpConnection::toolsAgreed, this, [this] {
+        takeAgreed();
+        Q_EMIT settingsChanged();
+    });
+    connect(connection, &McpConnection::changed, this, &ToolSet::rebuild);
+    connect(connection, &McpConnection::changed, this, &ToolSet::connectionsChanged);
+    connect(connection, &McpConnection::toolsWaiting, this, [this, connection] {
+        Q_EMIT toolsWaiting(connection->settings().name, connection->waitingText());
+    });
+}
+
+void ToolSet::takeAgreed()
+{
+    for (int i = 0; i < m_connections.size(); ++i)
+        m_settings.servers[i] = m_connections.at(i)->settings();
 }
 
 // A registry has no way to take a tool out that lives on.

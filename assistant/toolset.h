@@ -24,10 +24,11 @@ public:
     explicit ToolSet(const ToolSettings &settings, QObject *parent = nullptr);
     ~ToolSet() override;
 
+    /// Returns them with what the user has agreed to.
     const ToolSettings &settings() const;
 
-    /// Offers what @p settings say from now on. Servers whose settings are as they were run on; calls of the
-    /// others are cut short.
+    /// Offers what @p settings say from now on. Servers that are started in the same way run on, and what the
+    /// user has agreed to stays so; calls of the others are cut short.
     void setSettings(const ToolSettings &settings);
 
     /// Returns the registry, until registryChanged() tells of another one.
@@ -43,9 +44,18 @@ Q_SIGNALS:
     /// A server's state or its words may be others.
     void connectionsChanged();
 
+    /// A server has listed its tools for the first time: settings() say so, and are to be kept.
+    void settingsChanged();
+
+    /// Tools of the server with this name wait until the user agrees to what they say:
+    /// McpConnection::waitingText().
+    void toolsWaiting(const QString &server, const QString &tools);
+
 private:
     void createOwnTools();
     void updateConnections();
+    void connectTo(McpConnection *connection);
+    void takeAgreed();
     void rebuild();
 
     ToolSettings m_settings;

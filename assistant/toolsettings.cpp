@@ -16,6 +16,7 @@ const QLatin1String programKey("program");
 const QLatin1String argumentsKey("arguments");
 const QLatin1String variablesKey("variables");
 const QLatin1String hiddenKey("hiddenTools");
+const QLatin1String agreedKey("agreedTools");
 
 QStringList toTexts(const QJsonValue &value)
 {
@@ -26,6 +27,23 @@ QStringList toTexts(const QJsonValue &value)
     return texts;
 }
 
+QMap<QString, QString> toMap(const QJsonValue &value)
+{
+    QMap<QString, QString> texts;
+    const QJsonObject object = value.toObject();
+    for (auto it = object.begin(); it != object.end(); ++it)
+        texts.insert(it.key(), it.value().toString());
+    return texts;
+}
+
+QJsonObject toJson(const QMap<QString, QString> &texts)
+{
+    QJsonObject object;
+    for (auto it = texts.begin(); it != texts.end(); ++it)
+        object.insert(it.key(), it.value());
+    return object;
+}
+
 McpServerSettings serverFrom(const QJsonObject &json)
 {
     McpServerSettings server;
@@ -34,20 +52,20 @@ McpServerSettings serverFrom(const QJsonObject &json)
     server.program = json.value(programKey).toString();
     server.arguments = toTexts(json.value(argumentsKey));
     server.hiddenTools = toTexts(json.value(hiddenKey));
-    const QJsonObject variables = json.value(variablesKey).toObject();
-    for (auto it = variables.begin(); it != variables.end(); ++it)
-        server.variables.insert(it.key(), it.value().toString());
+    server.variables = toMap(json.value(variablesKey));
+    server.agreedTools = toMap(json.value(agreedKey));
     return server;
 }
 
 QJsonObject toJson(const McpServerSettings &server)
 {
-    QJsonObject variables;
-    for (auto it = server.variables.begin(); it != server.variables.end(); ++it)
-        variables.insert(it.key(), it.value());
-    return {{nameKey, server.name},       {urlKey, server.url},
-            {programKey, server.program}, {argumentsKey, QJsonArray::fromStringList(server.arguments)},
-            {variablesKey, variables},    {hiddenKey, QJsonArray::fromStringList(server.hiddenTools)}};
+    return {{nameKey, server.name},
+            {urlKey, server.url},
+            {programKey, server.program},
+            {argumentsKey, QJsonArray::fromStringList(server.arguments)},
+            {variablesKey, toJson(server.variables)},
+            {hiddenKey, QJsonArray::fromStringList(server.hiddenTools)},
+            {agreedKey, toJson(server.agreedTools)}};
 }
 
 } // namespace

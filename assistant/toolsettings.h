@@ -20,6 +20,9 @@ struct McpServerSettings
     QMap<QString, QString> variables;
     /// The tools that are not offered, by the server's own names.
     QStringList hiddenTools;
+    /// What the user has agreed to, by the server's own names of its tools: what each said about itself.
+    /// Empty until the server has listed its tools for the first time.
+    QMap<QString, QString> agreedTools;
 };
 
 /// The tools that are offered to the model.

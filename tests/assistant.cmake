@@ -13,6 +13,7 @@ qtagent_add_test(tst_assistanttour Qt${QTAGENT_QT_MAJOR}::Gui)
 qtagent_test_starts(tst_assistanttour ORVANE_ASSISTANT orvane-assistant)
 qtagent_add_test_program(chattingassistant support/chattingassistant.cpp orvaneassistant)
 qtagent_test_starts(tst_assistantkill CHATTING_ASSISTANT chattingassistant)
+qtagent_test_starts(tst_assistantwindow_tools MCP_SCRIPT_SERVER mcpscriptserver)
 qtagent_test_starts(tst_toolsdialog MCP_SCRIPT_SERVER mcpscriptserver)
 qtagent_test_starts(tst_toolset MCP_SCRIPT_SERVER mcpscriptserver)
 

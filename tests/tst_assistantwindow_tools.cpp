@@ -1,12 +1,16 @@
 #include "support/approvaldialogs.h"
 #include "support/assistantuser.h"
+#include "support/mcpscript.h"
 
+#include <assistant/noticebar.h>
 #include <assistant/toolset.h>
 
 #include <QCheckBox>
 #include <QDialog>
 #include <QDialogButtonBox>
 #include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
 #include <QScrollBar>
 #include <QTableWidget>
 
@@ -22,6 +26,7 @@ private Q_SLOTS:
     void fileIsWrittenWithApprovalOnly();
     void callIsOpenedByTheKeyboard();
     void toolsAreChosen();
+    void changedToolIsOfferedToTheUserFirst();
     void callHasNoResultBeforeItWasExecuted();
     void placeInTheTranscriptStaysOverAResult();
     void approvalIsWithdrawnWithItsConversation_data();
@@ -115,6 +120,39 @@ void TestAssistantWindowTools::toolsAreChosen()
     user.ask("What is there?");
     QCOMPARE(user.model.lastCall().tools.size(), 3);
     QCOMPARE(loadToolSettings(user.folder.filePath("tools.json")).folder, user.folder.path());
+}
+
+void TestAssistantWindowTools::changedToolIsOfferedToTheUserFirst()
+{
+    McpScript script = McpScript::legacy("2025-11-25", {McpScript::tool("wipe"), McpScript::tool("read")});
+    McpServerSettings server;
+    server.name = "plant";
+    server.program = script.command().first();
+    server.arguments = script.command().mid(1);
+    server.agreedTools.insert("read", "Does things.\n{\n    \"type\": \"object\"\n}\n");
+    server.agreedTools.insert("wipe", "Does little.");
+    ToolUser user({false, {}, {server}});
+    auto *notice = user.find<NoticeBar>("notice");
+    QTRY_COMPARE(notice->text(),
+                 "服务器 plant 的这些工具是新的，或与您同意时不同，您同意之后才会提供给模型：wipe");
+    user.model.addText({"Little."});
+    user.model.addText({"More."});
+    user.ask("What is there?");
+    QTRY_VERIFY(user.transcript().endsWith("助手 Little."));
+    QCOMPARE(user.model.lastCall().tools.size(), 1);
+    QTest::keyClick(notice->findChild<QPushButton *>("noticeAction"), Qt::Key_Space);
+    auto *dialog = user.find<QDialog>("toolsDialog");
+    auto *offered = dialog->findChild<QListWidget *>("serverTools");
+    QVERIFY(offered->isVisible());
+    QCOMPARE(offered->currentRow(), 0);
+    QTest::keyClick(offered, Qt::Key_Space);
+    QCOMPARE(offered->item(0)->checkState(), Qt::Checked);
+    dialog->accept();
+    user.ask("What is there now?");
+    QTRY_VERIFY(user.transcript().endsWith("助手 More."));
+    QCOMPARE(user.model.lastCall().tools.size(), 2);
+    const ToolSettings kept = loadToolSettings(user.folder.filePath("tools.json"));
+    QVERIFY(kept.servers.first().agreedTools.value("wipe").startsWith("Does things."));
 }
 
 void TestAssistantWindowTools::callHasNoResultBeforeItWasExecuted()

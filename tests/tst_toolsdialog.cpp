@@ -31,6 +31,9 @@ private Q_SLOTS:
     void whatCannotBeUsedIsNotSaved_data();
     void whatCannotBeUsedIsNotSaved();
     void toolsAreTicked();
+    void changedToolIsAgreedToByTickingIt();
+    void tickCountsForWhatWasShown();
+    void anotherProgramIsAgreedToAnew();
     void wordsAreShownAsTheyCome();
     void serverIsStartedAgain();
     void removedServerIsGone();
@@ -181,6 +184,62 @@ void TestToolsDialog::toolsAreTicked()
     offered->item(0)->setCheckState(Qt::Unchecked);
     offered->item(1)->setCheckState(Qt::Checked);
     QCOMPARE(dialog.settings().servers.first().hiddenTools, QStringList({"of another day", "echo"}));
+}
+
+void TestToolsDialog::changedToolIsAgreedToByTickingIt()
+{
+    McpServerSettings server = serverOf(m_script);
+    server.agreedTools.insert("wipe", "Wiped.\n{}\n");
+    ToolSet tools(with({server}));
+    ToolsDialog dialog(&tools);
+    auto *offered = find<QListWidget>(dialog, "serverTools");
+    QTRY_COMPARE(offered->count(), 2);
+    QCOMPARE(offered->item(0)->text(), "echo（等待同意）");
+    QCOMPARE(offered->item(1)->checkState(), Qt::Unchecked);
+    offered->setCurrentRow(1);
+    QCOMPARE(find<QPlainTextEdit>(dialog, "serverToolText")->toPlainText(),
+             "现在：\nDoes things.\n{\n    \"type\": \"object\"\n}\n\n您同意时：\nWiped.\n{}\n");
+    enter(dialog, "serverNameEdit", "plant");
+    QCOMPARE(dialog.settings().servers.first().hiddenTools, QStringList());
+    offered->item(1)->setCheckState(Qt::Checked);
+    tools.setSettings(dialog.settings());
+    QCOMPARE(tools.connections().first()->waitingTools(), QStringList("echo"));
+    QVERIFY(tools.registry()->tool("plant__wipe"));
+    QCOMPARE(offered->item(1)->text(), "wipe");
+}
+
+// The server says something else while the user reads.
+void TestToolsDialog::tickCountsForWhatWasShown()
+{
+    m_script.on("tools/list", {McpScript::result(McpScript::page(
+                                  {McpScript::tool("echo"), McpScript::tool("wipe", "Sends all.")}))});
+    m_script.on("tools/call", {McpScript::textResult("done"), McpScript::listChanged()});
+    McpServerSettings server = serverOf(m_script);
+    server.agreedTools.insert("echo", "Does things.\n{\n    \"type\": \"object\"\n}\n");
+    ToolSet tools(with({server}));
+    ToolsDialog dialog(&tools);
+    auto *offered = find<QListWidget>(dialog, "serverTools");
+    QTRY_COMPARE(offered->count(), 2);
+    offered->item(1)->setCheckState(Qt::Checked);
+    const McpConnection *connection = tools.connections().first();
+    const QString before = connection->toolText("wipe");
+    qobject_cast<MireloQtLib::QtAgent::AsyncTool *>(tools.registry()->tool("plant__echo"))->start({}, &tools);
+    QTRY_VERIFY(connection->toolText("wipe") != before);
+    QCOMPARE(offered->item(1)->checkState(), Qt::Unchecked);
+    tools.setSettings(dialog.settings());
+    QCOMPARE(connection->waitingTools(), QStringList("wipe"));
+    QVERIFY(!tools.registry()->tool("plant__wipe"));
+}
+
+void TestToolsDialog::anotherProgramIsAgreedToAnew()
+{
+    ToolSet tools(with({serverOf(m_script)}));
+    ToolsDialog dialog(&tools);
+    QTRY_COMPARE(find<QListWidget>(dialog, "serverTools")->count(), 2);
+    enter(dialog, "serverNameEdit", "renamed");
+    QCOMPARE(dialog.settings().servers.first().agreedTools.keys(), QStringList({"echo", "wipe"}));
+    enter(dialog, "serverTargetEdit", "/bin/other");
+    QCOMPARE(dialog.settings().servers.first().agreedTools.keys(), QStringList());
 }
 
 void TestToolsDialog::wordsAreShownAsTheyCome()

@@ -119,6 +119,14 @@
         <translation>Cannot save to %1: %2</translation>
     </message>
     <message>
+        <source>服务器 %1 的这些工具是新的，或与您同意时不同，您同意之后才会提供给模型：%2</source>
+        <translation>These tools of the server %1 are new or not what you agreed to; the model gets them once you agree: %2</translation>
+    </message>
+    <message>
+        <source>查看(&amp;V)…</source>
+        <translation>&amp;View…</translation>
+    </message>
+    <message>
         <source>对话已导出到 %1。</source>
         <translation>The conversation was exported to %1.</translation>
     </message>
@@ -403,6 +411,10 @@ The program keeps trying.</translation>
         <source>%1；不能使用的：%2</source>
         <translation>%1; not usable: %2</translation>
     </message>
+    <message>
+        <source>等待您同意：%1</source>
+        <translation>Waiting for your consent: %1</translation>
+    </message>
 </context>
 <context>
     <name>McpServersPage</name>
@@ -481,6 +493,24 @@ The program keeps trying.</translation>
     <message>
         <source>另一个服务器已有这个名称。</source>
         <translation>Another server has this name.</translation>
+    </message>
+    <message>
+        <source>工具说明(&amp;X)</source>
+        <translation>Tool te&amp;xt</translation>
+    </message>
+    <message>
+        <source>%1（等待同意）</source>
+        <translation>%1 (waiting for consent)</translation>
+    </message>
+    <message>
+        <source>现在：
+%1
+您同意时：
+%2</source>
+        <translation>Now:
+%1
+When you agreed:
+%2</translation>
     </message>
 </context>
 <context>

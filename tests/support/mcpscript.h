@@ -99,6 +99,11 @@ public:
         return line(R"({"jsonrpc":"2.0","id":$id,"error":)" + error + "}");
     }
 
+    static QJsonArray listChanged()
+    {
+        return line(R"({"jsonrpc":"2.0","method":"notifications/tools/list_changed"})");
+    }
+
     // Rules
 
     McpScript &atBegin(const Steps &steps)

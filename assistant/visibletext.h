@@ -1,0 +1,20 @@
+#ifndef ORVANE_VISIBLETEXT_H
+#define ORVANE_VISIBLETEXT_H
+
+#include <QString>
+
+/// Returns @p text, which a stranger wrote, with each character that nobody can see as its code, "U+202E".
+/// Line breaks stay.
+inline QString visibleText(const QString &text)
+{
+    QString visible;
+    for (const uint code : text.toUcs4()) {
+        if (code == '\n' || QChar::isPrint(code))
+            visible += QString::fromUcs4(&code, 1);
+        else
+            visible += QStringLiteral("U+%1").arg(code, 4, 16, QLatin1Char('0')).toUpper();
+    }
+    return visible;
+}
+
+#endif
