@@ -18,6 +18,7 @@ private Q_SLOTS:
     void answersComeInTheOrderOfTheQueue();
     void aStreamArrivesWhole();
     void aHeldAnswerWaitsForItsRelease();
+    void heldAnswersAreReleasedOneByOne();
     void aHeldStreamSendsItsFirstPieces();
     void aHandlerAnswersWhereTheQueueIsEmpty();
     void anUnscriptedRequestFails();
@@ -90,6 +91,22 @@ void TestLoopbackServer::aHeldAnswerWaitsForItsRelease()
     server.release();
     QTRY_VERIFY(held->isFinished());
     QCOMPARE(held->readAll(), R"({"ok":true})");
+}
+
+void TestLoopbackServer::heldAnswersAreReleasedOneByOne()
+{
+    LoopbackServer server;
+    server.enqueue(LoopbackAnswer::json({{"ok", true}}).held());
+    server.enqueue(LoopbackAnswer::json({{"ok", true}}).held());
+    const auto first = post(server);
+    QTRY_COMPARE(server.requests().size(), 1);
+    const auto second = post(server);
+    QTRY_COMPARE(server.requests().size(), 2);
+    server.releaseOne();
+    QTRY_VERIFY(first->isFinished());
+    QVERIFY(!second->isFinished());
+    server.releaseOne();
+    QTRY_VERIFY(second->isFinished());
 }
 
 void TestLoopbackServer::aHeldStreamSendsItsFirstPieces()

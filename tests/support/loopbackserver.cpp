@@ -66,9 +66,9 @@ public:
     ~Private();
 
     void answer(const httplib::Request &request, httplib::Response &response);
-    LoopbackAnswer answerTo(const LoopbackRequest &request);
-    bool write(const LoopbackAnswer &answer, httplib::DataSink &sink);
-    void waitForRelease();
+    LoopbackAnswer answerTo(const LoopbackRequest &request, int *turn);
+    bool write(const LoopbackAnswer &answer, int turn, httplib::DataSink &sink);
+    void waitForRelease(int turn);
 
     httplib::Server server;
     int port = 0;
@@ -76,6 +76,8 @@ public:
     mutable std::mutex mutex;
     std::condition_variable releasedCondition;
     bool released = false;
+    int heldAnswers = 0;
+    int releasedAnswers = 0;
     Handler handler;
     QVector<LoopbackAnswer> queue;
     QVector<LoopbackRequest> requests;
@@ -114,9 +116,10 @@ LoopbackServer::Private::~Private()
 
 void LoopbackServer::Private::answer(const httplib::Request &request, httplib::Response &response)
 {
-    const LoopbackAnswer answer = answerTo(recorded(request));
+    int turn = 0; // among those that are held
+    const LoopbackAnswer answer = answerTo(recorded(request), &turn);
     if (answer.heldAfter == 0)
-        waitForRelease();
+        waitForRelease(turn);
     response.status = answer.status;
     for (auto header = answer.headers.begin(); header != answer.headers.end(); ++header)
         response.set_header(header.key().constData(), header.value().toStdString());
@@ -126,24 +129,29 @@ void LoopbackServer::Private::answer(const httplib::Request &request, httplib::R
         return;
     }
     response.set_chunked_content_provider(
-        contentType.c_str(), [this, answer](size_t, httplib::DataSink &sink) { return write(answer, sink); });
+        contentType.c_str(),
+        [this, answer, turn](size_t, httplib::DataSink &sink) { return write(answer, turn, sink); });
 }
 
-LoopbackAnswer LoopbackServer::Private::answerTo(const LoopbackRequest &request)
+LoopbackAnswer LoopbackServer::Private::answerTo(const LoopbackRequest &request, int *turn)
 {
     const std::lock_guard<std::mutex> lock(mutex);
-    requests.append(request);
+    LoopbackAnswer answer = LoopbackAnswer::withStatus(500, "No answer was scripted.", "text/plain");
     if (!queue.isEmpty())
-        return queue.takeFirst();
-    return handler ? handler(request)
-                   : LoopbackAnswer::withStatus(500, "No answer was scripted.", "text/plain");
+        answer = queue.takeFirst();
+    else if (handler)
+        answer = handler(request);
+    if (answer.heldAfter >= 0)
+        *turn = heldAnswers++;
+    requests.append(request);
+    return answer;
 }
 
-bool LoopbackServer::Private::write(const LoopbackAnswer &answer, httplib::DataSink &sink)
+bool LoopbackServer::Private::write(const LoopbackAnswer &answer, int turn, httplib::DataSink &sink)
 {
     for (int i = 0; i < answer.pieces.size(); ++i) {
         if (i > 0 && i == answer.heldAfter)
-            waitForRelease();
+            waitForRelease(turn);
         const QByteArray &piece = answer.pieces.at(i);
         // An empty chunk would end the answer.
         if (!piece.isEmpty() && !sink.write(piece.constData(), size_t(piece.size())))
@@ -151,15 +159,15 @@ bool LoopbackServer::Private::write(const LoopbackAnswer &answer, httplib::DataS
         bytesSent += piece.size();
     }
     if (answer.heldAfter > 0 && answer.heldAfter >= answer.pieces.size())
-        waitForRelease();
+        waitForRelease(turn);
     sink.done();
     return true;
 }
 
-void LoopbackServer::Private::waitForRelease()
+void LoopbackServer::Private::waitForRelease(int turn)
 {
     std::unique_lock<std::mutex> lock(mutex);
-    releasedCondition.wait(lock, [this] { return released; });
+    releasedCondition.wait(lock, [this, turn] { return released || turn < releasedAnswers; });
 }
 
 LoopbackServer::LoopbackServer()
@@ -190,6 +198,15 @@ void LoopbackServer::release()
     {
         const std::lock_guard<std::mutex> lock(d->mutex);
         d->released = true;
+    }
+    d->releasedCondition.notify_all();
+}
+
+void LoopbackServer::releaseOne()
+{
+    {
+        const std::lock_guard<std::mutex> lock(d->mutex);
+        ++d->releasedAnswers;
     }
     d->releasedCondition.notify_all();
 }

@@ -83,6 +83,9 @@ public:
     /// Lets every answer go on that is held back at this moment or that is enqueued later.
     void release();
 
+    /// Lets one more answer go on of those that are held back: that of the earliest request.
+    void releaseOne();
+
     /// Returns the requests so far, in the order of their arrival. Wait for one with
     /// `QTRY_COMPARE(server.requests().size(), 1)`.
     QVector<LoopbackRequest> requests() const;
