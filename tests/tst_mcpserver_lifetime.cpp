@@ -1,6 +1,9 @@
+#include "support/mcpendpoint.h"
 #include "support/mcpfixture.h"
 #include "support/mcpscript.h"
 #include "support/processtable.h"
+
+#include <atomic>
 
 using namespace MireloQtLib::QtAgent;
 
@@ -27,9 +30,10 @@ namespace {
 class Session : public QObject
 {
 public:
-    Session(const QString &moment, const QString &action)
+    Session(const QString &moment, const QString &action, bool isOverHttp)
         : m_moment(moment)
         , m_action(action)
+        , m_isOverHttp(isOverHttp)
         , m_script(McpScript::legacy("2025-06-18", {McpScript::tool("a"), McpScript::tool("b")}))
     {
         const QString progress =
@@ -39,6 +43,7 @@ public:
                 {McpScript::line(progress), McpScript::line(progress), McpScript::textResult("done"),
                  McpScript::line(R"({"jsonrpc":"2.0","method":"notifications/tools/list_changed"})")})
             .on("tools/call b", {});
+        setUpEndpoint();
         connect(m_mcp.server, &McpServer::ready, this, [this] { pass("ready"); });
         connect(m_mcp.server, &McpServer::toolsChanged, this, [this] { pass("toolsChanged"); });
         connect(m_mcp.server, &McpServer::ended, this, [this] { pass("ended"); });
@@ -46,11 +51,12 @@ public:
 
     void play()
     {
-        m_script.start(m_mcp.server);
+        start();
         waitFor([this] { return m_passed.contains("ready"); });
         if (call("a")) {
             const QPointer<ToolReply> reply = m_replies.last();
             waitFor([reply] { return !reply || !reply->isRunning(); });
+            m_isAnnouncing = true;
             waitFor([this] { return m_passed.contains("toolsChanged") || m_isRestarted; });
         }
         if (call("b"))
@@ -74,6 +80,37 @@ public:
     }
 
 private:
+    // As the script does it.
+    void setUpEndpoint()
+    {
+        m_endpoint.speakLegacy("2025-06-18", {McpScript::tool("a"), McpScript::tool("b")}, "session", true);
+        m_endpoint.on("tools/list", [](const LoopbackRequest &request) {
+            return McpEndpoint::page(request, {McpScript::tool("b")});
+        });
+        m_endpoint.on("tools/call", &Session::answerCall);
+        m_endpoint.on("GET", [this](const LoopbackRequest &) {
+            const QByteArray announcement = McpEndpoint::event(McpEndpoint::listChanged());
+            return LoopbackAnswer::stream({"retry: 1\n\n", m_isAnnouncing ? announcement : ": here\n\n"});
+        });
+    }
+
+    static LoopbackAnswer answerCall(const LoopbackRequest &request)
+    {
+        if (request.json["params"].toObject()["name"] == "b")
+            return McpEndpoint::textResult(request, "late").held();
+        const QByteArray progress = McpEndpoint::event(McpEndpoint::progress(request, 1));
+        const QJsonObject answer = McpEndpoint::answerTo(request, McpEndpoint::contentOf("done"));
+        return LoopbackAnswer::stream({progress, progress, McpEndpoint::event(answer)});
+    }
+
+    void start()
+    {
+        if (m_isOverHttp)
+            m_mcp.server->connectTo(m_endpoint.url());
+        else
+            m_script.start(m_mcp.server);
+    }
+
     // Nothing more comes from a server that is gone or over.
     void waitFor(const std::function<bool()> &condition)
     {
@@ -134,14 +171,17 @@ private:
         m_isRestarted = true;
         m_mcp.server->stop();
         if (m_passed.last() == "ended")
-            m_script.start(m_mcp.server);
+            start();
         else
-            connect(m_mcp.server, &McpServer::ended, this, [this] { m_script.start(m_mcp.server); });
+            connect(m_mcp.server, &McpServer::ended, this, &Session::start);
     }
 
     const QString m_moment;
     const QString m_action;
+    const bool m_isOverHttp;
     McpScript m_script;
+    std::atomic<bool> m_isAnnouncing = false;
+    McpEndpoint m_endpoint;
     McpFixture m_mcp;
     QObject m_window;
     QVector<QPointer<ToolReply>> m_replies;
@@ -163,21 +203,27 @@ void TestMcpServerLifetime::slotsMayDoAnything_data()
 {
     QTest::addColumn<QString>("moment");
     QTest::addColumn<QString>("action");
+    QTest::addColumn<bool>("isOverHttp");
+    const auto addRows = [](const char *moment, const char *action) {
+        QTest::addRow("%s: %s", moment, action) << moment << action << false;
+        QTest::addRow("%s over HTTP: %s", moment, action) << moment << action << true;
+    };
     for (const char *moment :
          {"ready", "toolsChanged", "ended", "progressed", "finished", "canceled", "tool destroyed"}) {
         for (const char *action : {"delete server", "delete registry", "delete replies", "delete all",
                                    "cancel", "stop", "start again", "nest", "stop and nest", "call"})
-            QTest::addRow("%s: %s", moment, action) << moment << action;
+            addRows(moment, action);
     }
     for (const char *moment : {"ready", "progressed", "finished", "canceled", "tool destroyed"})
-        QTest::addRow("%s: delete tools", moment) << moment << "delete tools";
+        addRows(moment, "delete tools");
 }
 
 void TestMcpServerLifetime::slotsMayDoAnything()
 {
     QFETCH(QString, moment);
     QFETCH(QString, action);
-    Session session(moment, action);
+    QFETCH(bool, isOverHttp);
+    Session session(moment, action, isOverHttp);
     session.play();
     QVERIFY(session.wasMet());
     QVERIFY(!session.isAnyReplyRunning());
