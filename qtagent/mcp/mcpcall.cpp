@@ -8,10 +8,8 @@ namespace QtAgent {
 
 namespace {
 
-HeaderValues callHeaders(const CatalogEntry &tool, const QJsonObject &arguments)
-{
-    return HeaderValues{{"Mcp-Name", headerValue(tool.definition.name)}} + headersOf(tool.headers, arguments);
-}
+const QString nameKey = QStringLiteral("name");
+const QString argumentsKey = QStringLiteral("arguments");
 
 } // namespace
 
@@ -21,8 +19,8 @@ McpCall::McpCall(McpServerPrivate *server, ToolReply *reply, const CatalogEntry 
     , m_server(server)
     , m_reply(reply)
     , m_toolName(tool.definition.name)
-    , m_params{{QStringLiteral("name"), m_toolName}, {QStringLiteral("arguments"), arguments}}
-    , m_headers(callHeaders(tool, arguments))
+    , m_params{{argumentsKey, arguments}, {nameKey, m_toolName}}
+    , m_headerParameters(tool.headers)
 {
     connect(reply, &ToolReply::canceled, this, &McpCall::abandon);
     connect(reply, &QObject::destroyed, this, &McpCall::abandon);
@@ -33,7 +31,8 @@ void McpCall::send(McpPeer *peer, qint64 timeLimitMs)
     McpPeer::Expectation expectation;
     expectation.context = this;
     expectation.timeLimitMs = timeLimitMs;
-    expectation.headers = m_headers;
+    if (peer->usesHeaders())
+        expectation.headers = headers();
     expectation.onAnswer = [this](const McpAnswer &answer) { takeAnswer(answer); };
     expectation.onProgress = [reply = m_reply](const QString &text) {
         if (reply)
@@ -42,6 +41,12 @@ void McpCall::send(McpPeer *peer, qint64 timeLimitMs)
     m_peer = peer;
     m_session = m_server->session();
     m_requestId = peer->request(QStringLiteral("tools/call"), m_params, expectation);
+}
+
+HeaderValues McpCall::headers() const
+{
+    const QJsonObject arguments = m_params.value(argumentsKey).toObject();
+    return HeaderValues{{"Mcp-Name", headerValue(m_toolName)}} + headersOf(m_headerParameters, arguments);
 }
 
 void McpCall::takeAnswer(const McpAnswer &answer)

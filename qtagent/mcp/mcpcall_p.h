@@ -31,6 +31,7 @@ public:
     void finish(const ToolResult &result);
 
 private:
+    HeaderValues headers() const;
     void takeAnswer(const McpAnswer &answer);
     void abandon();
 
@@ -38,7 +39,7 @@ private:
     const QPointer<ToolReply> m_reply;
     const QString m_toolName;
     const QJsonObject m_params;
-    const HeaderValues m_headers;
+    const QVector<HeaderParameter> m_headerParameters;
     QPointer<McpPeer> m_peer;
     qint64 m_requestId = 0;
     int m_session = 0;
