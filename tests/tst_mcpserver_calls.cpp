@@ -1,5 +1,9 @@
+#include "support/httpendpoint.h"
 #include "support/mcpfixture.h"
 #include "support/mcpscript.h"
+
+#include <qtagent/agentsession.h>
+#include <qtagent/requestoptions.h>
 
 using namespace MireloQtLib::QtAgent;
 
@@ -26,6 +30,8 @@ private Q_SLOTS:
     void requestsOfTheServerAreAnswered();
     void answersThatAServerDoesNotReadAreDropped();
     void callsWithoutAServerFail();
+    void callWithoutAnObjectRunsNothing_data();
+    void callWithoutAnObjectRunsNothing();
     void toolThatIsDeletedLeavesItsReplyRunning();
 };
 
@@ -366,6 +372,69 @@ void TestMcpServerCalls::callsWithoutAServerFail()
     QTRY_VERIFY(mcp.server->isReady());
     QCOMPARE(mcp.result("echo").content, "done");
     QCOMPARE(mcp.registry->tool("s__echo")->invoke({}).error, "Tool is asynchronous.");
+}
+
+void TestMcpServerCalls::callWithoutAnObjectRunsNothing_data()
+{
+    QTest::addColumn<QString>("tool");
+    QTest::addColumn<QByteArray>("arguments");
+    QTest::addColumn<QString>("problem");
+    for (const char *tool : {"s__echo", "touch"}) {
+        QTest::addRow("%s: text of a number", tool) << tool << QByteArray(R"("7")") << "illegal value";
+        QTest::addRow("%s: number", tool) << tool << QByteArray("7") << "no error occurred";
+        QTest::addRow("%s: text of a list", tool) << tool << QByteArray(R"("[{}]")") << "no error occurred";
+        QTest::addRow("%s: truth value", tool) << tool << QByteArray("true") << "no error occurred";
+    }
+}
+
+// Neither is the user asked, nor a server or a program. A stream with such a call is broken; of a whole
+// answer the model reads what is wrong with it.
+void TestMcpServerCalls::callWithoutAnObjectRunsNothing()
+{
+    QFETCH(QString, tool);
+    QFETCH(QByteArray, arguments);
+    QFETCH(QString, problem);
+    McpFixture mcp;
+    McpScript script = scriptWith({McpScript::textResult("done")});
+    QCOMPARE(mcp.openScript(script), QString());
+    const QTemporaryDir folder;
+    const QString touched = folder.filePath("touched");
+    mcp.registry->registerTool(
+        new ProcessTool("touch", "", {{"type", "object"}}, "/bin/touch", {touched}, mcp.registry));
+    const QByteArray call = R"({"index":0,"id":"c","type":"function","function":{"name":")" + tool.toUtf8()
+                          + R"(","arguments":)" + arguments + "}}";
+    HttpEndpoint endpoint;
+    AgentSession session;
+    session.setModel(&endpoint.model);
+    session.setToolRegistry(mcp.registry);
+    session.setTellsModelOfBadCalls(true);
+    QSignalSpy asked(&session, &AgentSession::approvalRequired);
+    QSignalSpy started(&session, &AgentSession::toolStarted);
+    QString error;
+    connect(&session, &AgentSession::runEnded, this,
+            [&error](const RunOutcome &outcome) { error = outcome.error.section('\n', 0, 0); });
+
+    const QJsonArray calls{QJsonDocument::fromJson(call).object()};
+    endpoint.server.enqueue(LoopbackAnswer::json(completion("", calls)));
+    endpoint.addRefusal();
+    session.send("Hi");
+    QVERIFY(runUntil([&session] { return !session.isRunning(); }));
+    QCOMPARE(session.conversation().last().content,
+             QString("Invalid tool arguments for %1: %2").arg(tool, problem));
+
+    RequestOptions options;
+    options.streamToolCalls = true;
+    endpoint.model.setRequestOptions(options);
+    endpoint.server.enqueue(LoopbackAnswer::stream({R"(data: {"choices":[{"index":0,"delta":{"tool_calls":[)"
+                                                        + call + "]},\"finish_reason\":\"tool_calls\"}]}\n\n",
+                                                    doneEvent()}));
+    session.send("Hi");
+    QVERIFY(runUntil([&session] { return !session.isRunning(); }));
+    QCOMPARE(error, "Incomplete tool call from the model.");
+
+    QCOMPARE(asked.count() + started.count(), 0);
+    QCOMPARE(script.messages("tools/call").size(), 0);
+    QVERIFY(!QFile::exists(touched));
 }
 
 void TestMcpServerCalls::toolThatIsDeletedLeavesItsReplyRunning()
