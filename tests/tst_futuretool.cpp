@@ -1,9 +1,13 @@
 #include <qtagent/asynctool.h>
 
 #include <QFutureInterface>
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+#    include <QPromise>
+#endif
 #include <QtConcurrent>
 #include <QtTest>
 
+#include <atomic>
 #include <stdexcept>
 #include <thread>
 
@@ -20,6 +24,11 @@ private Q_SLOTS:
     void resultOfTheFutureIsPassedOn();
     void handlerRunsInTheCallersThreadAndKeepsItsState();
     void plainThreadsReportThroughAFuture();
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+    void promisesOfQt6Report();
+    void promisesOfQt6AreCanceled();
+    void exceptionOfAPromiseIsTold();
+#endif
     void futureThatHasEndedFinishesFromTheEventLoop();
     void callWithoutAResultFails_data();
     void callWithoutAResultFails();
@@ -150,6 +159,91 @@ void TestFutureTool::plainThreadsReportThroughAFuture()
     QTRY_COMPARE(log, (QStringList{"half", "finished done"}));
     worker.join();
 }
+
+#if QT_VERSION >= QT_VERSION_CHECK(6, 0, 0)
+
+namespace {
+
+using Work = std::function<void(QPromise<ToolResult> &)>;
+
+// A tool that works in a thread of its own, which is joined before the next is started.
+class PromisingTool
+{
+public:
+    explicit PromisingTool(const Work &work)
+        : m_tool(toolWith([this, work](const QJsonObject &) {
+            QPromise<ToolResult> promise;
+            const QFuture<ToolResult> future = promise.future();
+            m_thread = std::thread([work, promise = std::move(promise)]() mutable {
+                promise.start();
+                work(promise);
+                promise.finish();
+            });
+            return future;
+        }))
+    {}
+    ~PromisingTool() { m_thread.join(); }
+
+    AsyncTool &tool() { return *m_tool; }
+
+private:
+    std::thread m_thread;
+    std::unique_ptr<FutureTool> m_tool;
+};
+
+} // namespace
+
+void TestFutureTool::promisesOfQt6Report()
+{
+    std::atomic<bool> mayEnd = false;
+    PromisingTool promising([&mayEnd](QPromise<ToolResult> &promise) {
+        promise.setProgressRange(0, 2);
+        promise.setProgressValueAndText(1, "half");
+        while (!mayEnd)
+            std::this_thread::yield();
+        promise.addResult(success("done"));
+    });
+    const std::unique_ptr<ToolReply> reply(promising.tool().start({}, nullptr));
+    QStringList log;
+    connect(reply.get(), &ToolReply::progressed, this, [&](const QString &text) {
+        log.append(text);
+        mayEnd = true;
+    });
+    connect(reply.get(), &ToolReply::finished, this,
+            [&log](const ToolResult &result) { log.append("finished " + result.content); });
+    QTRY_COMPARE(log, (QStringList{"half", "finished done"}));
+}
+
+// The worker learns of it from its promise.
+void TestFutureTool::promisesOfQt6AreCanceled()
+{
+    std::atomic<bool> wasCanceled = false;
+    PromisingTool promising([&wasCanceled](QPromise<ToolResult> &promise) {
+        while (!promise.isCanceled())
+            std::this_thread::yield();
+        wasCanceled = true;
+        promise.addResult(success("too late"));
+    });
+    const std::unique_ptr<ToolReply> reply(promising.tool().start({}, nullptr));
+    QSignalSpy canceled(reply.get(), &ToolReply::canceled);
+    QSignalSpy finished(reply.get(), &ToolReply::finished);
+    reply->cancel();
+    QTRY_VERIFY(wasCanceled);
+    QCOMPARE(canceled.count(), 1);
+    QVERIFY(!reply->isRunning());
+    QCoreApplication::processEvents();
+    QCOMPARE(finished.count(), 0);
+}
+
+void TestFutureTool::exceptionOfAPromiseIsTold()
+{
+    PromisingTool promising([](QPromise<ToolResult> &promise) {
+        promise.setException(std::make_exception_ptr(std::runtime_error("no sensor")));
+    });
+    QCOMPARE(resultOf(promising.tool()).error, "Tool threw an exception.");
+}
+
+#endif
 
 void TestFutureTool::futureThatHasEndedFinishesFromTheEventLoop()
 {
