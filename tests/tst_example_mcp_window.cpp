@@ -1,7 +1,12 @@
+#include "support/approvaldialogs.h"
+#include "support/completions.h"
 #include "support/exampletest.h"
+#include "support/loopbackserver.h"
 #include "support/mcpscript.h"
+#include "support/offlineconfiguration.h"
 
 #include <QMessageBox>
+#include <QTableWidget>
 
 #include <algorithm>
 
@@ -17,10 +22,28 @@ private Q_SLOTS:
     void userIsAskedAboutTheTools();
     void userIsAskedAgainWhenTheyChange();
     void toolsAreRegisteredThen();
+    void userIsAskedBeforeTheModelCallsOne();
+    void callRunsOnceTheUserAgrees();
     void closingTheWindowEndsTheProgram();
 
 private:
     static QMessageBox *question() { return qobject_cast<QMessageBox *>(QApplication::activeModalWidget()); }
+    // The model asks for the tool "a".
+    void askTheModel() const
+    {
+        service->enqueue(LoopbackAnswer::json(completion("", {toolCall()})));
+        send("What does the pump say?");
+    }
+    static QJsonObject toolCall()
+    {
+        const QJsonObject function{{"name", "mcp__a"}, {"arguments", R"({"device":"Pump-001"})"}};
+        return {{"id", "c"}, {"type", "function"}, {"function", function}};
+    }
+    QString cell(int column) const
+    {
+        const auto *traces = m_panel->window()->findChild<QTableWidget *>();
+        return traces->item(traces->rowCount() - 1, column)->text();
+    }
     static int openQuestions()
     {
         const QWidgetList windows = QApplication::topLevelWidgets();
@@ -28,6 +51,11 @@ private:
             return window->isVisible() && qobject_cast<const QMessageBox *>(window);
         }));
     }
+
+public:
+    // What the model is asked through, and what the server does.
+    inline static LoopbackServer *service = nullptr;
+    inline static McpScript *script = nullptr;
 };
 
 namespace {
@@ -44,7 +72,8 @@ McpScript changingServer()
         .on("tools/list",
             {McpScript::result(McpScript::page({McpScript::tool("read", "Reads a valve.")})), changed})
         .on("tools/list",
-            {McpScript::result(McpScript::page({McpScript::tool("a"), McpScript::tool(longName)}))});
+            {McpScript::result(McpScript::page({McpScript::tool("a"), McpScript::tool(longName)}))})
+        .on("tools/call a", {McpScript::textResult("12.5 bar")});
     return script;
 }
 
@@ -78,6 +107,37 @@ void TestMcpWindow::toolsAreRegisteredThen()
     QVERIFY(transcript().contains("mcp__" + longName + ": Tool name has more than 64 characters."));
 }
 
+void TestMcpWindow::userIsAskedBeforeTheModelCallsOne()
+{
+    ApprovalDialogs dialogs;
+    dialogs.onShown = [](QDialog *dialog) { dialog->reject(); };
+    askTheModel();
+    QTRY_VERIFY(isIdle());
+    QCOMPARE(dialogs.count(), 1);
+    QCOMPARE(cell(0), "mcp__a");
+    QCOMPARE(script->messages("tools/call").size(), 0);
+    QCOMPARE(service->requests().size(), 1);
+    QTest::mouseClick(button("agentChatClear"), Qt::LeftButton);
+}
+
+void TestMcpWindow::callRunsOnceTheUserAgrees()
+{
+    ApprovalDialogs dialogs;
+    dialogs.onShown = [](QDialog *dialog) { dialog->accept(); };
+    askTheModel();
+    service->enqueue(LoopbackAnswer::json(completion("The pump has 12.5 bar.")));
+    QTRY_VERIFY(transcript().endsWith("The pump has 12.5 bar."));
+    QTRY_VERIFY(isIdle());
+    const QJsonObject call = script->messages("tools/call").value(0)["params"].toObject();
+    QCOMPARE(call["arguments"], QJsonValue(QJsonObject{{"device", "Pump-001"}}));
+    const QJsonArray messages = service->requests().last().json["messages"].toArray();
+    QCOMPARE(messages.last()["content"], QJsonValue("12.5 bar"));
+    QCOMPARE(cell(0), "mcp__a");
+    const QByteArray picture = qgetenv("QTAGENT_TEST_PICTURE");
+    if (!picture.isEmpty())
+        QVERIFY(m_panel->window()->grab().save(QFile::decodeName(picture)));
+}
+
 void TestMcpWindow::closingTheWindowEndsTheProgram()
 {
     QVERIFY(m_panel->window()->close());
@@ -85,8 +145,13 @@ void TestMcpWindow::closingTheWindowEndsTheProgram()
 
 int main(int argc, char *argv[])
 {
-    McpScript script = changingServer();
-    return ExampleRun<TestMcpWindow>::execute(argc, argv, script.command());
+    const OfflineConfiguration configuration;
+    LoopbackServer loopback;
+    configuration.write({{"baseUrl", loopback.baseUrl()}, {"model", "m"}});
+    McpScript changing = changingServer();
+    TestMcpWindow::service = &loopback;
+    TestMcpWindow::script = &changing;
+    return ExampleRun<TestMcpWindow>::execute(argc, argv, changing.command());
 }
 
 #include "tst_example_mcp_window.moc"
