@@ -15,6 +15,8 @@ const QLatin1String textStepsKey("textSteps");
 const QLatin1String geometryKey("window/geometry");
 const QLatin1String splitterKey("window/splitter");
 const QLatin1String conversationKey("conversation");
+const QLatin1String profileNameKey("profile/name");
+const QLatin1String profileIndexKey("profile/index");
 const QLatin1String draftKey("draft");
 
 } // namespace
@@ -91,6 +93,23 @@ std::optional<QString> AssistantSettings::conversationId() const
 void AssistantSettings::setConversationId(const QString &id)
 {
     m_file.setValue(conversationKey, id);
+    m_file.sync();
+}
+
+int AssistantSettings::profileAmong(const QStringList &names) const
+{
+    if (!m_file.contains(profileNameKey))
+        return -1;
+    const QString name = m_file.value(profileNameKey).toString();
+    const int index = m_file.value(profileIndexKey, -1).toInt();
+    const bool isAtItsPlace = index >= 0 && index < names.size() && names.at(index) == name;
+    return isAtItsPlace ? index : int(names.indexOf(name));
+}
+
+void AssistantSettings::setProfile(int index, const QStringList &names)
+{
+    m_file.setValue(profileNameKey, names.value(index));
+    m_file.setValue(profileIndexKey, index);
     m_file.sync();
 }
 

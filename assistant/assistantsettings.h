@@ -5,7 +5,7 @@
 
 #include <QByteArray>
 #include <QSettings>
-#include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -46,6 +46,14 @@ public:
     /// when the setter returns.
     std::optional<QString> conversationId() const;
     void setConversationId(const QString &id);
+
+    /// Returns which of the profiles @p names was chosen last: the one at its place then, else the first with
+    /// its name; -1 where there is none, as at first.
+    int profileAmong(const QStringList &names) const;
+
+    /// Remembers that number @p index of the profiles @p names was chosen. It is in the file when this
+    /// returns.
+    void setProfile(int index, const QStringList &names);
 
     /// The question that was written and not sent.
     QString draft() const;

@@ -244,11 +244,15 @@ void AssistantWindow::setModel(ChatModel *model, const QString &name)
 void AssistantWindow::setModelChoice(ModelChoice *choice)
 {
     m_choice = choice;
+    choice->choose(m_settings->profileAmong(profileNames()));
     connect(choice, &ModelChoice::changed, this, &AssistantWindow::takeChoice);
     connect(choice, &ModelChoice::retrying, m_page, &ChatPage::showRetry);
     connect(choice, &ModelChoice::keyMissing, this,
             [this](const QString &error) { tell(tr("无法从系统的密钥环读取密钥：%1").arg(error)); });
-    connect(m_page, &ChatPage::profileChosen, choice, &ModelChoice::choose);
+    connect(m_page, &ChatPage::profileChosen, this, [this](int index) {
+        m_choice->choose(index);
+        rememberProfile();
+    });
     connect(m_page, &ChatPage::hintActed, this, &AssistantWindow::editProfiles);
     connect(m_menus, &AssistantMenus::modelsRequested, this, &AssistantWindow::editProfiles);
     takeChoice();
@@ -269,14 +273,31 @@ void AssistantWindow::takeChoice()
         m_page->setHint({});
 }
 
+// As they are in the file, whatever they are called in this language.
+QStringList AssistantWindow::profileNames() const
+{
+    QStringList names;
+    for (const AssistantProfile &profile : m_choice->profiles().profiles)
+        names.append(profile.config.name);
+    return names;
+}
+
+// Not in their file, which other programs may read.
+void AssistantWindow::rememberProfile()
+{
+    m_settings->setProfile(m_choice->profiles().currentIndex, profileNames());
+}
+
 void AssistantWindow::editProfiles()
 {
     auto *dialog = new ProfilesDialog(m_choice->profiles(), this);
     dialog->setKeychain(m_choice->keychain());
     dialog->setObjectName(QStringLiteral("profilesDialog"));
     dialog->setAttribute(Qt::WA_DeleteOnClose);
-    connect(dialog, &QDialog::accepted, m_choice,
-            [this, dialog] { m_choice->setProfiles(dialog->profiles()); });
+    connect(dialog, &QDialog::accepted, this, [this, dialog] {
+        m_choice->setProfiles(dialog->profiles());
+        rememberProfile();
+    });
     dialog->open();
 }
 

@@ -47,7 +47,8 @@ public:
     /// Sets the model that answers, which is not owned.
     void setModel(MireloQtLib::QtAgent::ChatModel *model, const QString &name);
 
-    /// Lets @p choice say which model answers, and the user change it. It is not owned.
+    /// Lets @p choice say which model answers, and the user change it; what he chose last is chosen again. It
+    /// is not owned.
     void setModelChoice(ModelChoice *choice);
 
     /// Offers the tools of @p tools to the model, and lets the user change them; what he chooses is kept in
@@ -99,6 +100,8 @@ private:
     void showTitle();
     void rememberConversation();
     void takeChoice();
+    QStringList profileNames() const;
+    void rememberProfile();
     void takeLanguage(const QString &language);
     void switchLanguage();
     void editProfiles();

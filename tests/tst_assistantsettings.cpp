@@ -12,6 +12,8 @@ private Q_SLOTS:
     void defaultsHoldWhereNothingIsRemembered();
     void whatIsSetIsRememberedAtTheNextStart();
     void nonsenseReadsAsTheDefault();
+    void profileIsFoundAgain_data();
+    void profileIsFoundAgain();
 
 private:
     QString path() const { return m_folder.filePath(QString::fromLatin1(QTest::currentTestFunction())); }
@@ -61,6 +63,27 @@ void TestAssistantSettings::nonsenseReadsAsTheDefault()
     QCOMPARE(settings.sendKey(), ChatInput::SendKey::CtrlReturn);
     QCOMPARE(settings.language(), QString());
     QCOMPARE(settings.textSteps(), TextZoom::mostSteps);
+}
+
+void TestAssistantSettings::profileIsFoundAgain_data()
+{
+    QTest::addColumn<QStringList>("names");
+    QTest::addColumn<int>("expected");
+    QTest::newRow("at its place") << QStringList{"A", "B", "B"} << 2;
+    QTest::newRow("at another one") << QStringList{"B", "A"} << 0;
+    QTest::newRow("no more") << QStringList{"A", "C", "D"} << -1;
+    QTest::newRow("among none") << QStringList() << -1;
+}
+
+void TestAssistantSettings::profileIsFoundAgain()
+{
+    QFETCH(QStringList, names);
+    QFETCH(int, expected);
+    QVERIFY(QFile::remove(path()) || !QFile::exists(path()));
+    AssistantSettings settings(path());
+    QCOMPARE(settings.profileAmong({"", "B"}), -1);
+    settings.setProfile(2, {"A", "B", "B"});
+    QCOMPARE(AssistantSettings(path()).profileAmong(names), expected);
 }
 
 QTEST_GUILESS_MAIN(TestAssistantSettings)

@@ -18,6 +18,7 @@ private Q_SLOTS:
     void searchFindsAndOpensAMessage();
     void newConversationIsEmpty();
     void mockModelSaysHowToSetUpAnother();
+    void chosenModelIsKept();
     void languageIsChosen();
 };
 
@@ -121,6 +122,42 @@ void TestAssistantWindow::mockModelSaysHowToSetUpAnother()
     dialog->accept();
     QCOMPARE(user.find<NoticeBar>("hint")->text(), QString());
     QCOMPARE(user.find<QComboBox>("modelCombo")->currentText(), "Works");
+}
+
+namespace {
+
+AssistantProfiles profilesNamed(const QStringList &names)
+{
+    AssistantProfiles result;
+    for (const QString &name : names) {
+        AssistantProfile profile;
+        profile.config.name = name;
+        profile.config.provider = "openai";
+        profile.config.model = "model of " + name;
+        result.profiles.append(profile);
+    }
+    result.isFromFile = true;
+    return result;
+}
+
+} // namespace
+
+void TestAssistantWindow::chosenModelIsKept()
+{
+    AssistantUser user;
+    ModelChoice choice(profilesNamed({"Home", "Works", "Lab"}));
+    user.start();
+    user.window->setModelChoice(&choice);
+    QCOMPARE(user.find<QComboBox>("modelCombo")->currentText(), "Home");
+    user.find<QComboBox>("modelCombo")->setFocus();
+    QTest::keyClick(user.find<QComboBox>("modelCombo"), Qt::Key_Down);
+    QCOMPARE(choice.modelName(), "model of Works");
+
+    ModelChoice atNextStart(profilesNamed({"Home", "Lab", "Works"}));
+    user.start();
+    user.window->setModelChoice(&atNextStart);
+    QCOMPARE(user.find<QComboBox>("modelCombo")->currentText(), "Works");
+    QCOMPARE(atNextStart.modelName(), "model of Works");
 }
 
 void TestAssistantWindow::languageIsChosen()
