@@ -1,6 +1,7 @@
 #include "chatpage.h"
 
 #include "answerwatch.h"
+#include "beginningof.h"
 #include "chatinput.h"
 #include "conversationkeeper.h"
 #include "failurebar.h"
@@ -20,6 +21,7 @@
 #include <QLabel>
 #include <QMenu>
 #include <QPushButton>
+#include <QTextDocument>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -179,8 +181,24 @@ void ChatPage::setUsage(const QString &text)
 void ChatPage::setProfiles(const QStringList &names, int current)
 {
     m_profiles->clear();
-    m_profiles->addItems(names);
+    for (const QString &name : names)
+        addProfile(name);
     m_profiles->setCurrentIndex(current);
+    m_profiles->setToolTip(m_profiles->currentData(Qt::ToolTipRole).toString());
+}
+
+// The box is as wide as its widest name, and the window at least as wide as that.
+void ChatPage::addProfile(const QString &name)
+{
+    constexpr int longestToolTip = 500;
+    constexpr int longest = 30;
+    const QString line = beginningOf(name.simplified(), longestToolTip);
+    const QFontMetrics metrics = m_profiles->fontMetrics();
+    const QString shown = metrics.elidedText(line, Qt::ElideMiddle, longest * metrics.averageCharWidth());
+    m_profiles->addItem(shown);
+    if (shown != line)
+        m_profiles->setItemData(m_profiles->count() - 1, Qt::convertFromPlainText(line, Qt::WhiteSpaceNormal),
+                                Qt::ToolTipRole);
 }
 
 void ChatPage::showRetry(int attempt, qint64 delayMs, const QString &error)

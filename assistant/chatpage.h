@@ -67,7 +67,8 @@ public:
     /// Shows @p text below the input, as plain text.
     void setUsage(const QString &text);
 
-    /// Offers @p names below the input, and shows that number @p current answers.
+    /// Offers @p names below the input, and shows that number @p current answers. Long ones are shown with
+    /// "…", and in full in a tool tip.
     void setProfiles(const QStringList &names, int current);
 
 public Q_SLOTS:
@@ -99,6 +100,7 @@ protected:
 private:
     void setUpInput();
     void setUpProfiles();
+    void addProfile(const QString &name);
     void setUpLayout();
     void connectSession();
     void connectWatch();

@@ -19,6 +19,7 @@ private Q_SLOTS:
     void newConversationIsEmpty();
     void mockModelSaysHowToSetUpAnother();
     void chosenModelIsKept();
+    void longModelNameFitsTheWindow();
     void languageIsChosen();
 };
 
@@ -158,6 +159,24 @@ void TestAssistantWindow::chosenModelIsKept()
     user.window->setModelChoice(&atNextStart);
     QCOMPARE(user.find<QComboBox>("modelCombo")->currentText(), "Works");
     QCOMPARE(atNextStart.modelName(), "model of Works");
+}
+
+void TestAssistantWindow::longModelNameFitsTheWindow()
+{
+    AssistantUser user;
+    const QString name = QString("<b>a model</b> with a name that ends ").repeated(12) + "soon";
+    ModelChoice choice(profilesNamed({name, "short"}));
+    user.start();
+    user.window->setModelChoice(&choice);
+    auto *combo = user.find<QComboBox>("modelCombo");
+    user.window->resize(800, 600);
+    QCoreApplication::processEvents();
+    QCOMPARE(user.window->size(), QSize(800, 600));
+    QVERIFY(combo->width() <= 300);
+    QVERIFY(combo->currentText().startsWith("<b>a model") && combo->currentText().endsWith("ends soon"));
+    QVERIFY(combo->toolTip().contains(name.toHtmlEscaped()));
+    QTest::keyClick(combo, Qt::Key_Down);
+    QCOMPARE(combo->toolTip(), QString());
 }
 
 void TestAssistantWindow::languageIsChosen()
