@@ -5,6 +5,7 @@
 #include "chatinput.h"
 #include "conversationkeeper.h"
 #include "failurebar.h"
+#include "librarytexts.h"
 #include "messageactions.h"
 #include "noticebar.h"
 #include "thinkingpanel.h"
@@ -209,7 +210,7 @@ void ChatPage::showRetry(int attempt, qint64 delayMs, const QString &error)
 void ChatPage::showEnd(const RunOutcome &outcome)
 {
     if (outcome.end == RunEnd::Failed)
-        m_failure->tellFailure(m_watch->details().failure, outcome.error);
+        m_failure->tellFailure(m_watch->details().failure, shownText(outcome.error));
 }
 
 void ChatPage::setHint(const QString &text, const QString &action)
@@ -240,7 +241,7 @@ void ChatPage::copyShown(int shown) const
 {
     const ChatMessage message = m_session->conversation().value(m_presenter->messageAt(shown));
     if (message.role == QLatin1String("tool"))
-        QGuiApplication::clipboard()->setText(message.content);
+        QGuiApplication::clipboard()->setText(shownText(message.content));
     else
         m_transcript->copyMessage(shown);
 }

@@ -1,5 +1,7 @@
 #include "profilelistmodel.h"
 
+#include "librarytexts.h"
+
 #include <QCoreApplication>
 
 ProfileListModel::ProfileListModel(const QVector<AssistantProfile> &profiles, QObject *parent)
@@ -51,7 +53,7 @@ QVariant ProfileListModel::data(const QModelIndex &index, int role) const
 QString shownName(const AssistantProfile &profile)
 {
     if (!profile.config.name.isEmpty())
-        return profile.config.name;
+        return shownText(profile.config.name);
     return profile.config.model.isEmpty() ? QCoreApplication::translate("ProfileListModel", "未命名")
                                           : profile.config.model;
 }

@@ -1,5 +1,7 @@
 #include "toolcallpanel.h"
 
+#include "librarytexts.h"
+
 #include <qtagent/agentsession.h>
 #include <qtagent/widgets/toolcalltraceview.h>
 
@@ -47,7 +49,11 @@ void ToolCallPanel::connectSession(AgentSession *session)
         m_stop->setEnabled(true);
         show();
     });
-    connect(session, &AgentSession::traceAdded, m_calls, &ToolCallTraceView::addTrace);
+    connect(session, &AgentSession::traceAdded, m_calls, [this](ToolCallTrace trace) {
+        trace.output = shownText(trace.output);
+        trace.error = shownText(trace.error);
+        m_calls->addTrace(trace);
+    });
     connect(session, &AgentSession::traceAdded, this, &QWidget::show);
     connect(session, &AgentSession::traceAdded, this, [this] { m_stop->setEnabled(false); });
     connect(session, &AgentSession::runEnded, m_calls, &ToolCallTraceView::clearRunning);

@@ -2,6 +2,7 @@
 
 #include "beginningof.h"
 #include "conversationkeeper.h"
+#include "librarytexts.h"
 
 #include <qtagent/widgets/markdowntranscript.h>
 
@@ -161,7 +162,7 @@ void TranscriptPresenter::show(const ChatMessage &message, int index)
         m_transcript->appendDelta(message.content);
     } else if (message.role == QLatin1String("tool")) {
         begin(tr("工具 %1").arg(message.name), colors.tool, false, index);
-        m_transcript->appendDelta(beginningOf(message.content, longestResult));
+        m_transcript->appendDelta(beginningOf(shownText(message.content), longestResult));
     } else if (message.role == QLatin1String("assistant") && !message.content.isEmpty()) {
         begin(tr("助手"), colors.assistant, true, index);
         m_transcript->appendDelta(message.content);

@@ -51,7 +51,7 @@ QString summaryOfToolResults(const QVector<ChatMessage> &messages)
         if (isToolMessage(message) && !message.content.isEmpty())
             lines.append(QStringLiteral("%1: %2").arg(message.name, message.content));
     }
-    return QStringLiteral("工具调用已完成，结果如下：\n- %1").arg(lines.join(QLatin1String("\n- ")));
+    return MockChatModel::tr("工具调用已完成，结果如下：\n- %1").arg(lines.join(QLatin1String("\n- ")));
 }
 
 bool asksForDevices(const QString &userText)
@@ -112,7 +112,7 @@ void sendToolCalls(ChatReply *reply, const QJsonArray &toolCalls)
 {
     QTimer::singleShot(0, reply, [reply, toolCalls] {
         const QPointer<ChatReply> guard(reply);
-        reply->setToolCalls(QStringLiteral("我将调用工具完成设备分析。"), toolCalls);
+        reply->setToolCalls(MockChatModel::tr("我将调用工具完成设备分析。"), toolCalls);
         if (guard)
             reply->finish(QString());
     });
@@ -135,13 +135,13 @@ ChatReply *MockChatModel::chat(const QVector<ChatMessage> &messages, const QVect
         return reply;
     }
     if (tools.isEmpty() || !asksForDevices(lastUserText(messages))) {
-        streamText(reply, QStringLiteral("Orvane 模拟模型正在本地运行。本回复无需网络请求，会以流式方式输出，"
-                                         "因此可以离线测试演示程序。"));
+        streamText(reply, tr("Orvane 模拟模型正在本地运行。本回复无需网络请求，会以流式方式输出，"
+                             "因此可以离线测试演示程序。"));
         return reply;
     }
     const QJsonArray toolCalls = callsOfOfferedTools(tools);
     if (toolCalls.isEmpty())
-        streamText(reply, QStringLiteral("当前没有可用的设备分析工具。"));
+        streamText(reply, tr("当前没有可用的设备分析工具。"));
     else
         sendToolCalls(reply, toolCalls);
     return reply;

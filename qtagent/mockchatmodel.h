@@ -22,6 +22,8 @@ namespace QtAgent {
 ///   there is no tool for devices where none of the three is;
 /// - everything else is answered with a fixed notice.
 ///
+/// The texts are Chinese, and are translated where a QTranslator has them, as QObject::tr() does.
+///
 /// Texts are streamed word by word, the first on the next turn of the event loop and the others 45 ms
 /// apart. Every word ends in a space, and so does the whole text. Tool calls arrive on the next turn as
 /// responseReceived() and an empty finished(); a canceled reply still emits that responseReceived().

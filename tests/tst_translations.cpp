@@ -68,9 +68,9 @@ void TestTranslations::nothingIsUntranslated()
     QVERIFY(QFile::copy(TRANSLATION, copy));
     QProcess lupdate;
     lupdate.setWorkingDirectory(SOURCE_DIR);
-    lupdate.start(LUPDATE,
-                  {"-silent", "-I", ".", "-locations", "none", "-no-obsolete", "assistant", "qtagent/widgets",
-                   "qtagent/agentloop.cpp", "qtagent/agentexecutor.h", "-ts", copy});
+    lupdate.start(LUPDATE, {"-silent", "-I", ".", "-locations", "none", "-no-obsolete", "assistant",
+                            "qtagent/widgets", "qtagent/agentloop.cpp", "qtagent/agentexecutor.h",
+                            "qtagent/mockchatmodel.cpp", "qtagent/mockchatmodel.h", "-ts", copy});
     QVERIFY(lupdate.waitForFinished(60000));
     QCOMPARE(lupdate.exitCode(), 0);
     const QVector<Text> texts = textsIn(copy);

@@ -387,6 +387,53 @@ The program keeps trying.</translation>
     </message>
 </context>
 <context>
+    <name>LibraryTexts</name>
+    <message>
+        <source>未执行。</source>
+        <translation>Not executed.</translation>
+    </message>
+    <message>
+        <source>已取消。</source>
+        <translation>Canceled.</translation>
+    </message>
+    <message>
+        <source>用户拒绝了审批。</source>
+        <translation>The user denied the call.</translation>
+    </message>
+    <message>
+        <source>工具执行完成。</source>
+        <translation>The tool has finished.</translation>
+    </message>
+    <message>
+        <source>工具执行失败。</source>
+        <translation>The tool failed.</translation>
+    </message>
+    <message>
+        <source>工具注册表尚未配置。</source>
+        <translation>No tools are set up.</translation>
+    </message>
+    <message>
+        <source>智能体模型尚未配置。</source>
+        <translation>No model is set up.</translation>
+    </message>
+    <message>
+        <source>DeepSeek 环境变量</source>
+        <translation>DeepSeek from the environment</translation>
+    </message>
+    <message>
+        <source>OpenAI 环境变量</source>
+        <translation>OpenAI from the environment</translation>
+    </message>
+    <message>
+        <source>模拟模型</source>
+        <translation>Mock model</translation>
+    </message>
+    <message>
+        <source>未找到工具：</source>
+        <translation>There is no such tool: </translation>
+    </message>
+</context>
+<context>
     <name>McpConnection</name>
     <message>
         <source>已停止</source>
@@ -652,6 +699,27 @@ When you agreed:
     <message>
         <source>复制消息</source>
         <translation>Copy Message</translation>
+    </message>
+</context>
+<context>
+    <name>MireloQtLib::QtAgent::MockChatModel</name>
+    <message>
+        <source>工具调用已完成，结果如下：
+- %1</source>
+        <translation>The tools were called and returned:
+- %1</translation>
+    </message>
+    <message>
+        <source>我将调用工具完成设备分析。</source>
+        <translation>I call the tools to analyze the devices.</translation>
+    </message>
+    <message>
+        <source>Orvane 模拟模型正在本地运行。本回复无需网络请求，会以流式方式输出，因此可以离线测试演示程序。</source>
+        <translation>This is the Orvane mock model, which runs on this computer. Its answers need no network and are streamed, so that programs can be tried offline.</translation>
+    </message>
+    <message>
+        <source>当前没有可用的设备分析工具。</source>
+        <translation>There are no tools here to analyze devices.</translation>
     </message>
 </context>
 <context>
