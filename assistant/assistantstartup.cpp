@@ -10,6 +10,8 @@
 #include <QStyleFactory>
 #include <QTranslator>
 
+#include <cmath>
+
 // Nothing else refers to them in a static library. The macro has to stand in no namespace.
 static void initPictures()
 {
@@ -34,6 +36,38 @@ void install(const QString &file, const QString &folder)
         QCoreApplication::installTranslator(translator);
     else
         delete translator;
+}
+
+double luminanceOf(const QColor &color)
+{
+    const auto linear = [](double channel) {
+        return channel <= 0.03928 ? channel / 12.92 : std::pow((channel + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(color.redF()) + 0.7152 * linear(color.greenF()) + 0.0722 * linear(color.blueF());
+}
+
+bool isReadable(const QColor &text, const QColor &ground)
+{
+    constexpr double leastContrast = 5; // thin letters are painted paler than their colour
+    const double brighter = qMax(luminanceOf(text), luminanceOf(ground));
+    const double darker = qMin(luminanceOf(text), luminanceOf(ground));
+    return (brighter + 0.05) / (darker + 0.05) >= leastContrast;
+}
+
+QColor mixed(const QColor &color, const QColor &other, double share)
+{
+    const auto channel = [share](int one, int two) { return qRound(one * share + two * (1 - share)); };
+    return {channel(color.red(), other.red()), channel(color.green(), other.green()),
+            channel(color.blue(), other.blue())};
+}
+
+// The first of the colours from @p color to @p end that can be read with @p other.
+QColor readable(const QColor &color, const QColor &end, const QColor &other)
+{
+    double share = 1;
+    while (share > 0 && !isReadable(mixed(color, end, share), other))
+        share -= 0.05;
+    return mixed(color, end, qMax(0.0, share));
 }
 
 QPalette darkPalette()
@@ -94,8 +128,22 @@ void applyAssistantLanguage(const QString &language)
     install(QStringLiteral("orvane-assistant_") + chosen, program.filePath(QStringLiteral("translations")));
 }
 
+void applyReadableColors()
+{
+    QPalette palette = QApplication::palette(); // what it does not say follows the system
+    const QColor base = palette.color(QPalette::Base);
+    const QColor text = palette.color(QPalette::Text);
+    const QColor chosen = palette.color(QPalette::HighlightedText);
+    const QColor paler = palette.color(QPalette::PlaceholderText);
+    const QColor far = luminanceOf(chosen) > luminanceOf(Qt::gray) ? Qt::black : Qt::white;
+    palette.setColor(QPalette::Highlight, readable(palette.color(QPalette::Highlight), far, chosen));
+    palette.setColor(QPalette::PlaceholderText, readable(mixed(paler, base, paler.alphaF()), text, base));
+    QApplication::setPalette(palette);
+}
+
 void applyAssistantColors(bool isDark)
 {
     QApplication::setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
     QApplication::setPalette(isDark ? darkPalette() : QApplication::style()->standardPalette());
+    applyReadableColors();
 }

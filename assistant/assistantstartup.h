@@ -16,6 +16,10 @@ void applyAssistantIdentity();
 /// undone.
 void applyAssistantLanguage(const QString &language);
 
+/// Changes the colours of the system as little as it takes to read what is selected, and what a field says
+/// while it is empty, with a contrast of at least 4.5:1. Styles have less.
+void applyReadableColors();
+
 /// Gives the application a style and colours that are light or dark, whatever those of the system are.
 void applyAssistantColors(bool isDark);
 

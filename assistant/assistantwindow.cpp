@@ -9,6 +9,7 @@
 #include "conversationkeeper.h"
 #include "conversationlistmodel.h"
 #include "conversationsidebar.h"
+#include "focusring.h"
 #include "mcpconnection.h"
 #include "modelchoice.h"
 #include "noticebar.h"
@@ -86,6 +87,7 @@ void AssistantWindow::setUpParts()
     m_sidebar = new ConversationSidebar(m_list);
     m_page = new ChatPage(m_session, m_keeper, m_watch);
     m_page->input()->setSendKey(m_settings->sendKey());
+    new FocusRing(this);
 }
 
 void AssistantWindow::setUpLayout()

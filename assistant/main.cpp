@@ -79,6 +79,7 @@ int main(int argc, char *argv[])
     prepareAssistantApplication();
     QApplication application(argc, argv);
     applyAssistantIdentity();
+    applyReadableColors();
 
     QCommandLineParser parser;
     parser.addHelpOption();

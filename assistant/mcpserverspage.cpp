@@ -178,8 +178,8 @@ void McpServersPage::addState(QFormLayout *form)
     m_words->setReadOnly(true);
     auto *textLabel = new QLabel(tr("工具说明(&X)"));
     textLabel->setBuddy(m_toolText);
-    form->addRow(tr("状态"), m_restart);
-    form->addRow(m_state);
+    form->addRow(tr("状态"), m_state);
+    form->addRow(m_restart);
     form->addRow(tr("工具(&T)"), m_offered);
     form->addRow(textLabel);
     form->addRow(m_toolText);

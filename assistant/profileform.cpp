@@ -57,7 +57,7 @@ ProfileForm::ProfileForm(QWidget *parent)
     : QWidget(parent)
 {
     auto *form = new QFormLayout(this);
-    form->setContentsMargins({});
+    form->setContentsMargins(3, 3, 3, 3); // for the ring around what has the focus
     form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     form->setRowWrapPolicy(QFormLayout::WrapLongRows);
     setUpFields(form);

@@ -26,9 +26,10 @@ if(TARGET assistanttranslations AND TARGET Qt${QTAGENT_QT_MAJOR}::lupdate)
         "TRANSLATION=\"${PROJECT_SOURCE_DIR}/assistant/translations/orvane-assistant_en.ts\""
         "TRANSLATIONS_DIR=\"${PROJECT_BINARY_DIR}/assistant/translations\"")
     add_dependencies(tst_translations assistanttranslations)
-    qtagent_add_tests("orvaneassistant;qtagent_test_support" assistantenglish)
-    set_target_properties(tst_assistantenglish PROPERTIES
-        RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/assistant") # where the translation lies
+    foreach(test tst_assistantenglish tst_assistantlook) # beside the translation, as the program is
+        qtagent_add_test(${test} orvaneassistant)
+        set_target_properties(${test} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/assistant")
+        add_dependencies(${test} assistanttranslations)
+    endforeach()
     target_compile_definitions(tst_assistantenglish PRIVATE "LIBRARY_DIR=\"${PROJECT_SOURCE_DIR}/qtagent\"")
-    add_dependencies(tst_assistantenglish assistanttranslations)
 endif()
