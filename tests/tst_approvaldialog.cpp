@@ -1,6 +1,7 @@
 #include <qtagent/widgets/approvaldialog.h>
 
 #include <QDialogButtonBox>
+#include <QFocusFrame>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPointer>
@@ -95,6 +96,7 @@ private Q_SLOTS:
     void tabReachesDenyFirst_data();
     void tabReachesDenyFirst();
     void reasonThatScrollsIsReachedByTab();
+    void reasonHasNoFrameWithoutTheFocus();
     void escapeDenies();
     void closingTheWindowDenies();
     void dialogIsGoneAfterTheAnswer();
@@ -256,6 +258,15 @@ void TestApprovalDialog::reasonThatScrollsIsReachedByTab()
     QVERIFY(area->verticalScrollBar()->value() > 0);
     QTest::keyClick(area, Qt::Key_Tab);
     QCOMPARE(dialog.focusWidget(), argumentsView(dialog));
+}
+
+void TestApprovalDialog::reasonHasNoFrameWithoutTheFocus()
+{
+    ApprovalDialog dialog(exportRequest());
+    dialog.show();
+    QVERIFY(QTest::qWaitForWindowActive(&dialog));
+    const auto *frame = dialog.findChild<QFocusFrame *>();
+    QVERIFY(frame && !frame->isVisible());
 }
 
 void TestApprovalDialog::escapeDenies()

@@ -162,6 +162,7 @@ public:
         policy.setHeightForWidth(true);
         setSizePolicy(policy);
         setFocusPolicy(Qt::NoFocus);
+        m_focusFrame->hide(); // else it comes with the dialog, around nothing
         connect(verticalScrollBar(), &QScrollBar::rangeChanged, this, [this](int /*minimum*/, int maximum) {
             setFocusPolicy(maximum > 0 ? Qt::StrongFocus : Qt::NoFocus);
         });
