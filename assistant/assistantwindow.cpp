@@ -73,7 +73,10 @@ void AssistantWindow::setUpParts()
     m_session->setTellsModelOfBadCalls(true);
     m_session->setParallelToolCalls(true);
     m_session->setMaxIterations(20);
-    new ApprovalPrompt(m_session, this, this);
+    auto *prompt = new ApprovalPrompt(m_session, this, this);
+    prompt->setExplanation([this](const ApprovalRequest &request) {
+        return m_tools ? m_tools->explanation(request) : QString();
+    });
     m_keeper = new ConversationKeeper(m_store, m_session, this);
     m_keeper->setWatch(m_watch);
     m_removed = new RemovedConversation(m_store, this);

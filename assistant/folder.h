@@ -30,9 +30,11 @@ public:
     /// nothing.
     bool write(const QString &path, const QString &text, QString *error) const;
 
+    /// Returns where write() would write the file @p path, with all links looked up.
+    QString writable(const QString &path, QString *error) const;
+
 private:
     QString existing(const QString &path, QString *error) const;
-    QString writable(const QString &path, QString *error) const;
     bool holds(const QString &canonicalPath) const;
 
     QString m_root; // canonical

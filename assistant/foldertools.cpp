@@ -1,5 +1,9 @@
 #include "foldertools.h"
 
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+
 using namespace MireloQtLib::QtAgent;
 
 namespace {
@@ -53,7 +57,30 @@ ToolResult write(const Folder &folder, const QJsonObject &arguments)
     return resultOf(QStringLiteral("Written."), error);
 }
 
+// A name with a line break could look like words of the program.
+QString inOneLine(QString path)
+{
+    for (QChar &character : path) {
+        const bool isBreak = character == QChar::LineSeparator || character == QChar::ParagraphSeparator;
+        if (isBreak || (!character.isPrint() && !character.isSurrogate()))
+            character = QChar::ReplacementCharacter;
+    }
+    return path;
+}
+
 } // namespace
+
+QString explainWriting(const Folder &folder, const QJsonObject &arguments)
+{
+    QString error;
+    const QString place = folder.writable(pathIn(arguments), &error);
+    if (!error.isEmpty())
+        return QCoreApplication::translate("FolderTools", "不能写入这个路径，调用会失败。");
+    const QString shown = inOneLine(QDir::toNativeSeparators(place));
+    return QFileInfo::exists(place)
+             ? QCoreApplication::translate("FolderTools", "将替换已有的文件：%1").arg(shown)
+             : QCoreApplication::translate("FolderTools", "将新建文件：%1").arg(shown);
+}
 
 QVector<AgentTool *> createFolderTools(const Folder &folder, QObject *parent)
 {

@@ -4,6 +4,8 @@
 #include "foldertools.h"
 #include "mcpconnection.h"
 
+#include <qtagent/toolcalltrace.h>
+
 using namespace MireloQtLib::QtAgent;
 
 namespace {
@@ -49,6 +51,14 @@ ToolRegistry *ToolSet::registry() const
     return m_registry;
 }
 
+QString ToolSet::explanation(const ApprovalRequest &request) const
+{
+    const bool isOwn = m_ownTools.contains(m_registry->tool(request.toolName));
+    return isOwn && request.toolName == QLatin1String("write_file")
+             ? explainWriting(m_folder, request.arguments)
+             : QString();
+}
+
 const QVector<McpConnection *> &ToolSet::connections() const
 {
     return m_connections;
@@ -61,9 +71,9 @@ void ToolSet::createOwnTools()
         tool->deleteLater();
     if (m_settings.hasClock)
         m_ownTools.append(createClockTool(this));
-    const Folder folder(m_settings.folder);
-    if (folder.isValid())
-        m_ownTools += createFolderTools(folder, this);
+    m_folder = Folder(m_settings.folder);
+    if (m_folder.isValid())
+        m_ownTools += createFolderTools(m_folder, this);
 }
 
 void ToolSet::updateConnections()

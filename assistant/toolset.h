@@ -1,6 +1,7 @@
 #ifndef ORVANE_TOOLSET_H
 #define ORVANE_TOOLSET_H
 
+#include "folder.h"
 #include "toolsettings.h"
 
 #include <QObject>
@@ -10,6 +11,7 @@ namespace MireloQtLib {
 namespace QtAgent {
 class AgentTool;
 class ToolRegistry;
+struct ApprovalRequest;
 } // namespace QtAgent
 } // namespace MireloQtLib
 class McpConnection;
@@ -33,6 +35,10 @@ public:
 
     /// Returns the registry, until registryChanged() tells of another one.
     MireloQtLib::QtAgent::ToolRegistry *registry() const;
+
+    /// Tells the user what the call that @p request asks about would do, and to what. Empty where that is not
+    /// known.
+    QString explanation(const MireloQtLib::QtAgent::ApprovalRequest &request) const;
 
     /// Returns the servers in the order of the settings.
     const QVector<McpConnection *> &connections() const;
@@ -59,6 +65,7 @@ private:
     void rebuild();
 
     ToolSettings m_settings;
+    Folder m_folder{QString()};
     QVector<McpConnection *> m_connections;
     QVector<MireloQtLib::QtAgent::AgentTool *> m_ownTools;
     MireloQtLib::QtAgent::ToolRegistry *m_registry = nullptr;

@@ -121,6 +121,8 @@ private Q_SLOTS:
     void answerGoesToTheExecutor_data();
     void answerGoesToTheExecutor();
     void dialogShowsTheCall();
+    void explanationFollowsTheReason();
+    void promptMayDieInAnExplanation();
     void escapeDenies();
     void openedDialogIsWindowModalAndHoldsNothingUp();
     void blockingDialogIsApplicationModalAndHoldsTheSignalUp();
@@ -192,6 +194,33 @@ void TestApprovalPrompt::dialogShowsTheCall()
     QCOMPARE(fixture.dialogs.last()->findChild<QLabel *>("approvalReason")->text(),
              "该工具拥有 Write 权限，需要用户确认后才能执行。");
     QCOMPARE(fixture.shownArguments(), R"({ "path": "a" })");
+}
+
+void TestApprovalPrompt::explanationFollowsTheReason()
+{
+    PromptFixture fixture;
+    fixture.prompt->setExplanation([](const ApprovalRequest &request) {
+        return "Writes " + request.arguments.value("path").toString() + ".";
+    });
+    fixture.ask();
+    QCOMPARE(fixture.dialogs.last()->findChild<QLabel *>("approvalReason")->text(),
+             "该工具拥有 Write 权限，需要用户确认后才能执行。\nWrites a.");
+    press(fixture.dialogs.last(), true);
+    QCOMPARE(fixture.log, allowedRun);
+}
+
+void TestApprovalPrompt::promptMayDieInAnExplanation()
+{
+    PromptFixture fixture;
+    fixture.prompt->setExplanation([&fixture](const ApprovalRequest &) {
+        delete fixture.prompt;
+        return QString("Gone.");
+    });
+    fixture.addCalls({PromptFixture::write("c1", "a")});
+    fixture.executor->run("question");
+    QTRY_VERIFY(!fixture.prompt);
+    QCOMPARE(fixture.log, unanswered);
+    QCOMPARE(fixture.dialogs.count(), 0);
 }
 
 void TestApprovalPrompt::escapeDenies()

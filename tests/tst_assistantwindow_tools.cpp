@@ -8,6 +8,7 @@
 #include <QCheckBox>
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPushButton>
@@ -201,6 +202,7 @@ void TestAssistantWindowTools::approvalIsWithdrawnWithItsConversation_data()
 {
     QTest::addColumn<QString>("action");
     QTest::newRow("another is begun") << "newRequested";
+    QTest::newRow("another is opened") << "";
     QTest::newRow("it is removed") << "removeRequested";
     QTest::newRow("the window is closed") << "quitRequested";
 }
@@ -211,12 +213,24 @@ void TestAssistantWindowTools::approvalIsWithdrawnWithItsConversation()
     QTemporaryDir plans;
     ToolUser user({false, plans.path(), {}});
     ApprovalDialogs dialogs;
+    const QString other = user.folder.filePath("other.json");
+    user.settings.setConversationId(user.keep("Pumps", {"What is a pump?", "It moves water."}));
+    user.start();
+    user.window->setToolSet(&user.tools, user.folder.filePath("tools.json"));
+    user.window->exportTo(other);
+    user.click("newConversation");
     user.model.addToolCalls({makeToolCall("1", "write_file", {{"path", "a.txt"}, {"content", "A"}})});
     user.ask("Write it down.");
     QTRY_COMPARE(dialogs.visibleCount(), 1);
-    user.choose(action);
+    QCOMPARE(dialogs.last()->findChild<QLabel *>("approvalReason")->text().section('\n', 1),
+             "将新建文件：" + QFileInfo(plans.path()).canonicalFilePath() + "/a.txt");
+    if (action.isEmpty())
+        user.window->importFrom(other);
+    else
+        user.choose(action);
     QTRY_COMPARE(dialogs.visibleCount(), 0);
     QVERIFY(user.isIdle());
+    QCOMPARE(user.transcript().contains("It moves water."), action.isEmpty());
     QVERIFY(!QFile::exists(plans.filePath("a.txt")));
 }
 

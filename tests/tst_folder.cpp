@@ -27,6 +27,8 @@ private Q_SLOTS:
     void whatIsNoTextIsNotRead();
     void folderThatIsGoneHasNothing();
     void toolsAskOnlyBeforeWriting();
+    void writingIsExplained_data();
+    void writingIsExplained();
     void argumentsMayBeAnything();
 
 private:
@@ -187,6 +189,36 @@ void TestFolder::toolsAskOnlyBeforeWriting()
     QCOMPARE(tools.at(1)->invoke({{"path", "notes.txt"}}).content, "Valve 7 leaks.");
     QVERIFY(tools.at(2)->invoke({{"path", "b.txt"}, {"content", "B"}}).success);
     QCOMPARE(contentOf(inside("b.txt")), QByteArray("B"));
+}
+
+void TestFolder::writingIsExplained_data()
+{
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("an existing file") << "plans/../notes.txt"
+                                      << "将替换已有的文件：ROOT/notes.txt";
+    QTest::newRow("a new one") << "plans/new.txt"
+                               << "将新建文件：ROOT/plans/new.txt";
+    QTest::newRow("a link to a file") << "plans/today.txt"
+                                      << "将替换已有的文件：ROOT/notes.txt";
+    QTest::newRow("a new file behind a link") << "alias/new.txt"
+                                              << "将新建文件：ROOT/plans/new.txt";
+    QTest::newRow("outside") << "up/new.txt"
+                             << "不能写入这个路径，调用会失败。";
+    QTest::newRow("a link outside") << "link.txt"
+                                    << "不能写入这个路径，调用会失败。";
+    QTest::newRow("line breaks") << QString("a\nb\u2028c\u0085d")
+                                 << "将新建文件：ROOT/a\ufffdb\ufffdc\ufffdd";
+}
+
+void TestFolder::writingIsExplained()
+{
+    QFETCH(QString, path);
+    QFETCH(QString, expected);
+    QVERIFY(QFile::link(inside("notes.txt"), inside("plans/today.txt")));
+    QVERIFY(QFile::link(inside("plans"), inside("alias")));
+    expected.replace("ROOT", QFileInfo(inside("")).canonicalFilePath());
+    QCOMPARE(explainWriting(Folder(inside("")), {{"path", path}, {"content", "x"}}), expected);
 }
 
 void TestFolder::argumentsMayBeAnything()

@@ -387,6 +387,21 @@ The program keeps trying.</translation>
     </message>
 </context>
 <context>
+    <name>FolderTools</name>
+    <message>
+        <source>不能写入这个路径，调用会失败。</source>
+        <translation>This path cannot be written; the call will fail.</translation>
+    </message>
+    <message>
+        <source>将替换已有的文件：%1</source>
+        <translation>Replaces the file %1</translation>
+    </message>
+    <message>
+        <source>将新建文件：%1</source>
+        <translation>Makes the new file %1</translation>
+    </message>
+</context>
+<context>
     <name>LibraryTexts</name>
     <message>
         <source>未执行。</source>

@@ -21,13 +21,33 @@ void ApprovalPrompt::setBlocking(bool blocking)
     m_isBlocking = blocking;
 }
 
+void ApprovalPrompt::setExplanation(const std::function<QString(const ApprovalRequest &request)> &explanation)
+{
+    m_explanation = explanation;
+}
+
 bool ApprovalPrompt::isWindowGone() const
 {
     return m_hasWindow && !m_window;
 }
 
-// A question is an object that lives until it is answered or over, and hides its dialog then.
 void ApprovalPrompt::ask(const ApprovalRequest &request)
+{
+    const ApprovalRequest asked = request; // which may be gone once the explanation has returned
+    ApprovalRequest shown = asked;
+    if (const auto explanation = m_explanation) {
+        const QPointer<ApprovalPrompt> self(this);
+        const QString text = explanation(asked);
+        if (!self || !m_executor)
+            return;
+        if (!text.isEmpty())
+            shown.reason += QLatin1Char('\n') + text;
+    }
+    askExplained(asked, shown);
+}
+
+// A question is an object that lives until it is answered or over, and hides its dialog then.
+void ApprovalPrompt::askExplained(const ApprovalRequest &request, const ApprovalRequest &shown)
 {
     if (!m_executor->isWaitingFor(request)) // another slot has answered
         return;
@@ -36,7 +56,7 @@ void ApprovalPrompt::ask(const ApprovalRequest &request)
         return;
     }
     auto *question = new QObject(this);
-    auto *dialog = new ApprovalDialog(request, m_window ? m_window->window() : nullptr);
+    auto *dialog = new ApprovalDialog(shown, m_window ? m_window->window() : nullptr);
     connect(question, &QObject::destroyed, dialog, &QWidget::hide);
     m_executor->whenApprovalOver(question, [question] { delete question; });
 

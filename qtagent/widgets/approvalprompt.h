@@ -7,6 +7,8 @@
 #include <QObject>
 #include <QPointer>
 
+#include <functional>
+
 QT_BEGIN_NAMESPACE
 class QWidget;
 QT_END_NAMESPACE
@@ -52,6 +54,11 @@ public:
     /// are application modal, and approvalRequired() returns once the user has answered.
     void setBlocking(bool blocking);
 
+    /// Sets what tells of a request what would happen, and to what: the text that @p explanation returns
+    /// follows the reason in the dialogs from now on, in lines of its own. It is called before each dialog;
+    /// an empty text adds nothing. What of it comes from a model should have no line breaks.
+    void setExplanation(const std::function<QString(const ApprovalRequest &request)> &explanation);
+
 Q_SIGNALS:
     /// The user answered, and the executor has heard it: what follows from the answer at once, such as the
     /// trace of the call, came before. Not emitted for an answer that did not count.
@@ -60,6 +67,7 @@ Q_SIGNALS:
 private:
     bool isWindowGone() const;
     void ask(const ApprovalRequest &request);
+    void askExplained(const ApprovalRequest &request, const ApprovalRequest &shown);
     void answer(QObject *question, const ApprovalRequest &request, bool allowed);
     void tellExecutor(const ApprovalRequest &request, bool allowed);
     void openDialog(ApprovalDialog *dialog, QObject *question, const ApprovalRequest &request);
@@ -69,6 +77,7 @@ private:
     const QPointer<QWidget> m_window;
     const bool m_hasWindow;
     bool m_isBlocking = false;
+    std::function<QString(const ApprovalRequest &)> m_explanation;
 };
 
 } // namespace QtAgent
