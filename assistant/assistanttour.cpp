@@ -13,6 +13,7 @@
 #include <QPixmap>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QTabWidget>
 #include <QTableWidget>
 #include <QTextBrowser>
 
@@ -39,6 +40,7 @@ AssistantTour::AssistantTour(const QDir &folder, const QString &prefix, QObject 
     addFailureStates();
     addToolStates();
     addDialogStates();
+    addLastStates();
 }
 
 AssistantTour::~AssistantTour() = default;
@@ -153,6 +155,24 @@ void AssistantTour::addFailureStates()
             },
             [this] { return isIdle() && hasFailure(); });
     }
+    add(
+        QStringLiteral("refused"),
+        [this] {
+            press(QStringLiteral("newConversation"));
+            ask(QStringLiteral("refuse"));
+        },
+        [this] { return isIdle() && shows(QStringLiteral("I will not.")); });
+    add(
+        QStringLiteral("retry"),
+        [this] {
+            constexpr int delayMs = 4500;
+            ask(QStringLiteral("wait"));
+            Q_EMIT m_choice->retrying(2, delayMs, QStringLiteral("The service says no (503)."));
+        },
+        [this] { return !isIdle() && hasFailure(); });
+    add(
+        QStringLiteral("retry-stopped"), [this] { press(QStringLiteral("stopButton")); },
+        [this] { return isIdle() && !hasFailure(); });
 }
 
 void AssistantTour::addToolStates()
@@ -188,12 +208,33 @@ void AssistantTour::addDialogStates()
     add(QStringLiteral("tools"), open(QStringLiteral("toolsRequested")), always,
         QStringLiteral("toolsDialog"));
     add(
+        QStringLiteral("tool-servers"),
+        [this] {
+            choose(QStringLiteral("toolsRequested"));
+            find<QTabWidget>(QStringLiteral("toolTabs"))->setCurrentIndex(1);
+            press(QStringLiteral("addServer"));
+        },
+        always, QStringLiteral("toolsDialog"));
+    add(
         QStringLiteral("large-text"),
         [this] {
             for (int i = 0; i < 5; ++i)
                 choose(QStringLiteral("enlargeRequested"));
         },
         [this] { return isIdle(); });
+}
+
+// Nothing can be saved behind them.
+void AssistantTour::addLastStates()
+{
+    add(
+        QStringLiteral("unsaved"),
+        [this] {
+            m_store.close();
+            choose(QStringLiteral("resetRequested"));
+            ask(QStringLiteral("cut short"));
+        },
+        [this] { return isIdle() && find<NoticeBar>(QStringLiteral("unsaved"))->isVisible(); });
 }
 
 // A dialog is shown in the picture in place of the window, and closed behind it.

@@ -63,6 +63,7 @@ private:
     void addFailureStates();
     void addToolStates();
     void addDialogStates();
+    void addLastStates();
     void add(const QString &name, const std::function<void()> &act, const std::function<bool()> &isReached,
              const QString &dialog = {});
     void beginState();

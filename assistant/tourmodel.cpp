@@ -30,6 +30,12 @@ void finish(CompletionReply *reply, const QString &text, const QString &reason =
     reply->finish(text);
 }
 
+void refuse(CompletionReply *reply, const QString &text)
+{
+    reply->setRefusal(text);
+    finish(reply, text);
+}
+
 void fail(CompletionReply *reply, int status)
 {
     ChatFailure failure;
@@ -56,6 +62,10 @@ void answer(CompletionReply *reply, const QString &question, bool hasResult)
         reply->appendDelta(QStringLiteral("A valve opens and"));
     else if (script == QLatin1String("cut"))
         finish(reply, QStringLiteral("A valve opens and"), QStringLiteral("length"));
+    else if (script == QLatin1String("refuse"))
+        refuse(reply, QStringLiteral("I will not."));
+    else if (script == QLatin1String("wait"))
+        return;
     else if (script == QLatin1String("fail"))
         fail(reply, words.value(1).toInt());
     else if (script == QLatin1String("clock"))
