@@ -13,18 +13,19 @@
 struct StreamFixture
 {
     const char *name;
-    QVector<QByteArray> lines;
-    bool hasEndMark;
-    QString text;
-    /// Where parts of a content are read.
-    QString reasoning;
+    /// Without the empty line after each event.
+    QByteArray lines;
     /// Compact JSON: of each call its id, its name and its arguments.
     QByteArray calls;
+    QString text = {};
     /// The first line of the report, empty where the stream finishes.
-    QString fault;
+    QString fault = {};
     /// What the service says about the failure.
     QString message = {};
     MireloQtLib::QtAgent::TokenUsage usage = {};
+    /// Where parts of a content are read.
+    QString reasoning = {};
+    bool hasEndMark = true;
 
     /// Returns the stream, with an empty line after each event.
     QByteArray bytes(const QByteArray &lineEnd = "\n") const;
