@@ -5,6 +5,7 @@
 #include "support/rawhttpserver.h"
 
 #include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/testing/streamserver.h>
 
 #include <QtTest>
 
@@ -100,8 +101,7 @@ void TestBadServers::aBrokenStreamKeepsItsEarlierDeltas_data()
                            "Network error: 2 (Connection closed)\nResponse: "
                          + event.trimmed();
     QTest::newRow("cut inside an event")
-        << QVector<RawStep>{RawStep::send(RawHttpServer::eventStreamHead() + event + "data: {\"cho"),
-                            RawStep::close()}
+        << QVector<RawStep>{RawStep::send(eventStreamHead() + event + "data: {\"cho"), RawStep::close()}
         << QStringList{finished};
     QTest::newRow("a length that is not reached")
         << QVector<RawStep>{RawStep::send(longHead + event), RawStep::close()} << QStringList{failed};
@@ -113,8 +113,7 @@ void TestBadServers::aBrokenStreamKeepsItsEarlierDeltas_data()
                                                  RawStep::reset()}
                              << QStringList{failed, finished};
     QTest::newRow("HTML after an event")
-        << QVector<RawStep>{RawStep::send(RawHttpServer::eventStreamHead() + event + "<html>\n</html>\n"),
-                            RawStep::close()}
+        << QVector<RawStep>{RawStep::send(eventStreamHead() + event + "<html>\n</html>\n"), RawStep::close()}
         << QStringList{finished};
 }
 
@@ -148,8 +147,8 @@ void TestBadServers::aRefusedConnectionFails()
 void TestBadServers::aLongLineArrives()
 {
     const QString text(30 * 1000 * 1000, 'x');
-    RawHttpServer server(
-        {RawStep::send(RawHttpServer::eventStreamHead() + deltaEvent(text)), RawStep::close()});
+    StreamServer server;
+    server.addEvents({deltaEvent(text)});
     const QStringList entries = ask(server.baseUrl(), true);
     QCOMPARE(entries.size(), 2);
     QVERIFY(entries.first() == "delta: " + text);
@@ -159,14 +158,17 @@ void TestBadServers::aLongLineArrives()
 void TestBadServers::aLongLineWithoutAnEndIsLost()
 {
     const QByteArray line(30 * 1000 * 1000, 'x');
-    RawHttpServer server({RawStep::send(RawHttpServer::eventStreamHead() + line), RawStep::close()});
+    StreamServer server;
+    server.addRaw({eventStreamHead() + line});
     QCOMPARE(ask(server.baseUrl(), true), QStringList{"finished: "});
 }
 
 void TestBadServers::deeplyNestedAnswersFail()
 {
     const QByteArray nested = QByteArray(100000, '[') + QByteArray(100000, ']');
-    RawHttpServer server({RawStep::send(RawHttpServer::answer("200 OK", nested)), RawStep::close()});
+    StreamServer server;
+    server.addAnswer(200, nested);
+    server.addAnswer(200, nested);
     QCOMPARE(ask(server.baseUrl(), false),
              QStringList{"failed: Invalid JSON response: too deeply nested document\nResponse: "
                          + QString(2000, '[')});
@@ -175,28 +177,30 @@ void TestBadServers::deeplyNestedAnswersFail()
 
 void TestBadServers::anAnswerLongerThanItsLengthIsCut()
 {
-    RawHttpServer server(
-        {RawStep::send("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}trailing"), RawStep::close()});
+    StreamServer server;
+    server.addRaw({"HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}trailing"});
     QCOMPARE(ask(server.baseUrl(), false), QStringList({"response: {}", "delta: ", "finished: "}));
 }
 
 // Left to itself, Qt misses up to half of them.
 void TestBadServers::everyMissingByteIsNoticed()
 {
-    RawHttpServer server({RawStep::send("HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\n{}"), RawStep::close()});
+    StreamServer server;
     const QString report = "failed: OpenAI-compatible request failed.\nURL: " + server.baseUrl()
                          + "/chat/completions\nHTTP status: 200 OK\n"
                            "Network error: 2 (Connection closed)\nResponse: {}";
-    for (int round = 0; round < 50; ++round)
+    for (int round = 0; round < 50; ++round) {
+        server.addRaw({"HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\n{}"});
         QCOMPARE(ask(server.baseUrl(), round % 2 == 0), QStringList{report});
+    }
 }
 
 void TestBadServers::aCutStreamIsReadToItsEnd()
 {
     const QByteArray head = "HTTP/1.1 200 OK\r\nContent-Length: 99999999\r\n\r\n";
-    RawHttpServer server(
-        {RawStep::send(head + deltaEvent(QString(9000, 'x')).repeated(100)), RawStep::close()});
+    StreamServer server;
     for (int round = 0; round < 10; ++round) {
+        server.addRaw({head + deltaEvent(QString(9000, 'x')).repeated(100)});
         const QStringList entries = ask(server.baseUrl(), true);
         QCOMPARE(entries.size(), 101);
         QVERIFY(entries.last().startsWith("failed: "));
@@ -209,10 +213,9 @@ void TestBadServers::anEncodedAnswerIsNotUnpacked()
     constexpr int megabyte = 1024 * 1024;
     const QByteArray packed = qCompress(QByteArray(64 * megabyte, '\0'), 9).mid(4);
     QVERIFY(packed.size() < megabyte);
-    RawHttpServer server({RawStep::send("HTTP/1.1 200 OK\r\nContent-Encoding: deflate\r\nContent-Length: "
-                                        + QByteArray::number(packed.size()) + "\r\n\r\n" + packed),
-                          RawStep::close()});
+    StreamServer server;
     for (const bool stream : {false, true}) {
+        server.addAnswer(200, packed, {{"Content-Encoding", "deflate"}});
         OpenAICompatibleModel model;
         model.setConfig(profile(server.baseUrl(), stream));
         CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
@@ -257,7 +260,7 @@ void TestBadServers::aFastServerWaitsForTheReader()
 void TestBadServers::aFastServerIsStoppedByCancel()
 {
     const QByteArray events = deltaEvent(QString(1000, 'x')).repeated(50000);
-    RawHttpServer server({RawStep::send(RawHttpServer::eventStreamHead() + events), RawStep::wait()});
+    RawHttpServer server({RawStep::send(eventStreamHead() + events), RawStep::wait()});
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl(), true));
     ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);

@@ -1,8 +1,8 @@
 #include "support/completions.h"
-#include "support/loopbackserver.h"
 
 #include <qtagent/deepseekmodel.h>
 #include <qtagent/testing/replyrecorder.h>
+#include <qtagent/testing/streamserver.h>
 
 #include <QtTest>
 
@@ -67,8 +67,8 @@ void TestDeepSeekModel::aProfileIsNotFilledBeforeTheFirstChat()
 
 void TestDeepSeekModel::theRequestCarriesTheDefaultModel()
 {
-    LoopbackServer server;
-    server.enqueue(LoopbackAnswer::stream({deltaEvent("Hi"), doneEvent()}));
+    StreamServer server;
+    server.addEvents({deltaEvent("Hi"), doneEvent()});
     DeepSeekModel model;
     ModelConfig config;
     config.baseUrl = server.baseUrl();
@@ -76,7 +76,7 @@ void TestDeepSeekModel::theRequestCarriesTheDefaultModel()
     ReplyRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, this));
     QTRY_VERIFY(recorder.isOver());
     QCOMPARE(recorder.lines(), QStringList({"delta: Hi", "finished: Hi"}));
-    QCOMPARE(server.requests().first().json["model"], "deepseek-v4-flash");
+    QCOMPARE(QJsonDocument::fromJson(server.requestBodies().first())["model"], "deepseek-v4-flash");
 }
 
 QTEST_GUILESS_MAIN(TestDeepSeekModel)

@@ -5,6 +5,8 @@
 #include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
 
+#include <qtagent/testing/streamserver.h>
+
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QTranslator>
@@ -104,7 +106,9 @@ void TestErrorReports::bodyIsSummarised()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, summary);
-    RawHttpServer server({RawStep::send(RawHttpServer::answer("500 Broken", body)), RawStep::close()});
+    MireloQtLib::QtAgent::StreamServer server;
+    server.addRaw({RawHttpServer::answer("500 Broken", body)});
+    server.addRaw({RawHttpServer::answer("500 Broken", body)});
     const QStringList report{
         failure("500 Broken", "401 (Error transferring {url} - server replied: Broken)", summary)};
     QCOMPARE(signalsOf(server.baseUrl(), AnswerMode::Whole), report);
@@ -144,7 +148,7 @@ void TestErrorReports::addressIsTakenTolerantly()
     const QStringList log = signalsOf(before + server.baseUrl() + after, AnswerMode::Whole);
     QCOMPARE(server.requests().size(), 1);
     QTEST(server.requests().first().path, "path");
-    QCOMPARE(log, (QStringList{"response", "delta ab", "finished ab"}));
+    QCOMPARE(log, (QStringList{"response", "delta: ab", "finished: ab"}));
 }
 
 void TestErrorReports::addressThatLeadsNowhereFails_data()
@@ -185,7 +189,7 @@ void TestErrorReports::addressThatLeadsNowhereFails()
         QCOMPARE(log.size(), 1);
         QStringList lines = log.first().split('\n');
         QVERIFY(lines.takeAt(1).startsWith("URL: ")); // what Qt could not parse is shown as an empty text
-        QCOMPARE(lines, (QStringList{"failed OpenAI-compatible request failed.",
+        QCOMPARE(lines, (QStringList{"failed: OpenAI-compatible request failed.",
                                      "Network error: " + networkError, "Response: (empty response body)"}));
     }
 }
@@ -199,11 +203,12 @@ void TestErrorReports::errorsThatQtDoesNotTellReadLikeItsOwn()
     RawHttpServer silent({RawStep::close()});
     QCOMPARE(signalsOf(silent.baseUrl(), AnswerMode::Whole),
              QStringList{failure(QString(), closed, "(empty response body)")});
-    RawHttpServer breaking(
-        {RawStep::send("HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"), RawStep::close()});
-    for (int round = 0; round < 20; ++round)
+    MireloQtLib::QtAgent::StreamServer breaking;
+    for (int round = 0; round < 20; ++round) {
+        breaking.addRaw({"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\n{}"});
         QCOMPARE(signalsOf(breaking.baseUrl(), AnswerMode::Whole),
                  QStringList{failure("200 OK", closed, "{}")});
+    }
 
     QNetworkAccessManager network;
     QNetworkRequest request(QUrl("gopher://127.0.0.1/"));

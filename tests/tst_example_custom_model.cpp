@@ -1,4 +1,5 @@
 #include "support/completionrecorder.h"
+#include "support/completions.h"
 #include "support/eventloop.h"
 #include "support/loopbackserver.h"
 #include "support/rawhttpserver.h"
@@ -172,7 +173,7 @@ void TestCustomModel::conversationIsSent()
 
 void TestCustomModel::answerArrivesLineByLine()
 {
-    Request request({RawStep::send(RawHttpServer::eventStreamHead() + line("Hel")), RawStep::wait(),
+    Request request({RawStep::send(eventStreamHead() + line("Hel")), RawStep::wait(),
                      RawStep::send(line("lo")), RawStep::close()});
     QTRY_COMPARE(request.recorder->entries(), QStringList{"delta: Hel"});
     QCOMPARE(request.reply->text(), "Hel");
@@ -184,8 +185,8 @@ void TestCustomModel::answerArrivesLineByLine()
 void TestCustomModel::lineMayArriveInParts()
 {
     const QByteArray whole = line("管道");
-    Request request({RawStep::send(RawHttpServer::eventStreamHead() + line("A") + whole.left(10)),
-                     RawStep::wait(), RawStep::send(whole.mid(10)), RawStep::close()});
+    Request request({RawStep::send(eventStreamHead() + line("A") + whole.left(10)), RawStep::wait(),
+                     RawStep::send(whole.mid(10)), RawStep::close()});
     QTRY_COMPARE(request.recorder->entries(), QStringList{"delta: A"});
     request.server.release();
     QVERIFY(request.recorder->waitForEnd());
@@ -219,8 +220,7 @@ void TestCustomModel::requestEndsAtOnce_data()
     QTest::addColumn<QString>("action");
     for (const QString &action : actions) {
         QTest::addRow("silent server: %s", qPrintable(action)) << QByteArray() << action;
-        QTest::addRow("answer that stops: %s", qPrintable(action))
-            << RawHttpServer::eventStreamHead() + line("A") << action;
+        QTest::addRow("answer that stops: %s", qPrintable(action)) << eventStreamHead() + line("A") << action;
     }
 }
 
@@ -274,8 +274,8 @@ void TestCustomModel::slotsMayEndTheRequest()
 
 void TestCustomModel::slotsMayRunAnEventLoop()
 {
-    Request request({RawStep::send(RawHttpServer::eventStreamHead() + line("A")), RawStep::wait(),
-                     RawStep::send(line("B")), RawStep::close()});
+    Request request({RawStep::send(eventStreamHead() + line("A")), RawStep::wait(), RawStep::send(line("B")),
+                     RawStep::close()});
     request.recorder->onSignal([&](const QString &entry) {
         if (entry != "delta: A")
             return;

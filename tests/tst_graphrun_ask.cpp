@@ -182,7 +182,7 @@ void TestGraphRunAsk::deletedModelFailsTheTask()
 
 void TestGraphRunAsk::deletedModelThatWorksOverTheNetworkFailsTheTask()
 {
-    const RawHttpServer server({RawStep::send(RawHttpServer::eventStreamHead() + deltaEvent("one"))});
+    const RawHttpServer server({RawStep::send(eventStreamHead() + deltaEvent("one"))});
     auto *model = new OpenAICompatibleModel(this);
     ModelConfig config;
     config.baseUrl = server.baseUrl();

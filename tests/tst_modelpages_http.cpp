@@ -152,7 +152,7 @@ void TestModelPagesHttp::parserPagesSendNothing()
 
 void TestModelPagesHttp::answerStreamsInPieceByPiece()
 {
-    m_endpoint->addHeldStream({"一 ", "<b>二</b>"}, 1);
+    m_endpoint->addStream({"一 ", "<b>二</b>"}, 1);
     const PageDriver driver = page("流式输出");
     driver.run();
     QTRY_COMPARE(driver.output(), QStringLiteral("一 "));
@@ -172,8 +172,8 @@ void TestModelPagesHttp::serverErrorReplacesTheOutput()
 
 void TestModelPagesHttp::newRunLeavesTheHeldAnswer()
 {
-    m_endpoint->addHeldStream({"old ", "late"}, 1);
-    m_endpoint->addHeldStream({"new"}, 1);
+    m_endpoint->addStream({"old ", "late"}, 1);
+    m_endpoint->addStream({"new"}, 1);
     const PageDriver driver = page("基础聊天模型");
     driver.run();
     QTRY_COMPARE(driver.output(), QStringLiteral("old "));
@@ -197,7 +197,7 @@ void TestModelPagesHttp::pageMayDieWithARequestInFlight_data()
 void TestModelPagesHttp::pageMayDieWithARequestInFlight()
 {
     QFETCH(QString, title);
-    m_endpoint->addHeldStream({"late"});
+    m_endpoint->addStream({"late"}, 0);
     page(title).run();
     QTRY_COMPARE(requestCount(), 1);
     const QPointer<ChatReply> reply = page(title).replies().first();
@@ -246,7 +246,7 @@ void TestModelPagesHttp::glossaryPageLooksTwoTermsUp()
 
 void TestModelPagesHttp::glossaryPageOffersTheSharedTools()
 {
-    m_endpoint->addHeldStream({});
+    m_endpoint->addStream({}, 0);
     const PageDriver driver = page("工具调用");
     driver.run();
     QTRY_COMPARE(requestCount(), 1);

@@ -4,6 +4,7 @@
 #include "support/rawhttpserver.h"
 
 #include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/testing/streamserver.h>
 
 #include <QNetworkReply>
 #include <QtTest>
@@ -199,7 +200,7 @@ void TestOpenAICompatibleModel::theKeyIsSentAsItStands()
 
 void TestOpenAICompatibleModel::theBodyCarriesTheConversation()
 {
-    LoopbackServer server;
+    StreamServer server;
     OpenAICompatibleModel model;
     ModelConfig config = profile(server.baseUrl());
     config.model = " m ";
@@ -214,18 +215,17 @@ void TestOpenAICompatibleModel::theBodyCarriesTheConversation()
                               QJsonObject{{"role", "user"}, {"content", "你好 \U0001F600"}}};
     const QJsonObject body{
         {"model", " m "}, {"messages", messages}, {"temperature", 0.7}, {"max_tokens", 77}, {"stream", true}};
-    QCOMPARE(server.requests().first().json, body);
-    QCOMPARE(QString::fromUtf8(server.requests().first().body), compact(body));
+    QCOMPARE(QString::fromUtf8(server.requestBodies().first()), compact(body));
 }
 
 void TestOpenAICompatibleModel::toolsTurnStreamingOff()
 {
-    LoopbackServer server;
-    server.enqueue(LoopbackAnswer::json(completion("Hello")));
+    StreamServer server;
+    server.addAnswer(200, compact(completion("Hello")).toUtf8());
     const QVector<ToolDefinition> tools{{"b", "B.", {{"type", "object"}}, ToolPermission::Write},
                                         {"a", "", {}, {}}};
     const QStringList entries = ask(profile(server.baseUrl(), true), tools);
-    const QJsonObject body = server.requests().first().json;
+    const QJsonObject body = QJsonDocument::fromJson(server.requestBodies().value(0)).object();
     QCOMPARE(body["stream"], false);
     QCOMPARE(body["tool_choice"], "auto");
     QCOMPARE(body["tools"].toArray(),
@@ -235,9 +235,9 @@ void TestOpenAICompatibleModel::toolsTurnStreamingOff()
 
 void TestOpenAICompatibleModel::aProfileMayTurnStreamingOff()
 {
-    LoopbackServer server;
+    StreamServer server;
     ask(profile(server.baseUrl(), false));
-    const QJsonObject body = server.requests().first().json;
+    const QJsonObject body = QJsonDocument::fromJson(server.requestBodies().value(0)).object();
     QCOMPARE(body["stream"], false);
     QVERIFY(!body.contains("tools"));
     QVERIFY(!body.contains("tool_choice"));
@@ -245,8 +245,8 @@ void TestOpenAICompatibleModel::aProfileMayTurnStreamingOff()
 
 void TestOpenAICompatibleModel::aWholeAnswerIsDelivered()
 {
-    LoopbackServer server;
-    server.enqueue(LoopbackAnswer::json(completion("你好")));
+    StreamServer server;
+    server.addAnswer(200, compact(completion("你好")).toUtf8());
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl(), false));
     ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
@@ -274,17 +274,17 @@ void TestOpenAICompatibleModel::aWholeAnswerMayLackItsText_data()
 void TestOpenAICompatibleModel::aWholeAnswerMayLackItsText()
 {
     QFETCH(QByteArray, body);
-    LoopbackServer server;
-    server.enqueue(LoopbackAnswer::withStatus(200, body));
+    StreamServer server;
+    server.addAnswer(200, body);
     QCOMPARE(ask(profile(server.baseUrl(), false)),
              QStringList({"response: " + QString::fromUtf8(body), "delta: ", "finished: "}));
 }
 
 void TestOpenAICompatibleModel::toolCallsStayInTheResponse()
 {
-    LoopbackServer server;
+    StreamServer server;
     const QJsonObject answer = completion("", {makeToolCall("c1", "lookup", {{"a", 1}})});
-    server.enqueue(LoopbackAnswer::json(answer));
+    server.addAnswer(200, compact(answer).toUtf8());
     QCOMPARE(ask(profile(server.baseUrl(), false)),
              QStringList({"response: " + compact(answer), "delta: ", "finished: "}));
 }
@@ -310,17 +310,16 @@ void TestOpenAICompatibleModel::aBodyThatIsNoObjectFails()
 {
     QFETCH(QByteArray, body);
     QFETCH(QString, error);
-    LoopbackServer server;
-    server.enqueue(LoopbackAnswer::withStatus(200, body));
+    StreamServer server;
+    server.addAnswer(200, body);
     QCOMPARE(ask(profile(server.baseUrl(), false)), QStringList{"failed: " + error});
 }
 
 void TestOpenAICompatibleModel::aStreamIsDeliveredPieceByPiece()
 {
-    LoopbackServer server;
-    server.enqueue(
-        LoopbackAnswer::stream({deltaEvent("Hel") + deltaEvent(""), "data: nonsense\n\n", deltaEvent("lo"),
-                                doneEvent(), deltaEvent("!"), deltaEvent(" lost").trimmed()}));
+    StreamServer server;
+    server.addRaw({eventStreamHead(), deltaEvent("Hel") + deltaEvent(""), "data: nonsense\n\n",
+                   deltaEvent("lo"), doneEvent(), deltaEvent("!"), deltaEvent(" lost").trimmed()});
     OpenAICompatibleModel model;
     model.setConfig(profile(server.baseUrl()));
     ChatReply *reply = model.chat({ChatMessage::user("Hi")}, {}, nullptr);
@@ -355,8 +354,8 @@ void TestOpenAICompatibleModel::aStreamMayBeCutAnywhere()
                               "\n\ndata: [DONE]\n\n";
     const QStringList whole{"delta: 泵é", "delta: 😀!", "finished: 泵é😀!"};
     for (int cut = 1; cut < stream.size(); ++cut) {
-        RawHttpServer server({RawStep::send(RawHttpServer::eventStreamHead() + stream.left(cut)),
-                              RawStep::wait(), RawStep::send(stream.mid(cut)), RawStep::close()});
+        RawHttpServer server({RawStep::send(eventStreamHead() + stream.left(cut)), RawStep::wait(),
+                              RawStep::send(stream.mid(cut)), RawStep::close()});
         OpenAICompatibleModel model;
         model.setConfig(profile(server.baseUrl()));
         CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
@@ -399,7 +398,8 @@ void TestOpenAICompatibleModel::theErrorReportHasALineForEachFact()
     QFETCH(bool, stream);
     QFETCH(QByteArray, answer);
     QFETCH(QString, report);
-    RawHttpServer server(sendAndClose(answer));
+    StreamServer server;
+    server.addRaw({answer});
     const QString url = server.baseUrl() + "/chat/completions";
     report.replace("URL", url);
     QCOMPARE(ask(profile(server.baseUrl(), stream)),
@@ -424,7 +424,8 @@ void TestOpenAICompatibleModel::statusesFailFrom400On()
 {
     QFETCH(int, status);
     QFETCH(int, networkError);
-    RawHttpServer server(sendAndClose(RawHttpServer::answer(QByteArray::number(status) + " Reason", "")));
+    StreamServer server;
+    server.addRaw({RawHttpServer::answer(QByteArray::number(status) + " Reason", "")});
     const QStringList entries = ask(profile(server.baseUrl()));
     QCOMPARE(entries.size(), 1);
     if (networkError == 0) {

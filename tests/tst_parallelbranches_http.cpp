@@ -81,8 +81,8 @@ void TestParallelBranchesHttp::cleanup()
 void TestParallelBranchesHttp::holdEveryAnswer()
 {
     for (int index = 0; index < merge; ++index)
-        endpoint(index).addHeldStream({QString::number(index)});
-    endpoint(merge).addHeldStream({"3", "4"}, 1);
+        endpoint(index).addStream({QString::number(index)}, 0);
+    endpoint(merge).addStream({"3", "4"}, 1);
 }
 
 // Runs the page until that many branches have answered, or with 3 until the merge has begun to.
@@ -104,7 +104,7 @@ void TestParallelBranchesHttp::oneServerSeesTheBranchesTogether()
     ParallelBranchesPage page([this] { return &endpoint(0).model; });
     const PageDriver driver(&page);
     for (int index = 0; index < merge; ++index)
-        endpoint(0).addHeldStream({"same"});
+        endpoint(0).addStream({"same"}, 0);
     endpoint(0).addStream({"report"});
     driver.run();
     QTRY_COMPARE(endpoint(0).server.requests().size(), 3);
@@ -172,9 +172,9 @@ void TestParallelBranchesHttp::mergedAnswerStreamsIn()
 
 void TestParallelBranchesHttp::failedBranchIsMerged()
 {
-    endpoint(0).addHeldStream({"A"});
+    endpoint(0).addStream({"A"}, 0);
     endpoint(1).addRefusal();
-    endpoint(2).addHeldStream({"C"});
+    endpoint(2).addStream({"C"}, 0);
     endpoint(merge).addStream({"report"});
     m_driver->run();
     const QString failure = QStringLiteral("[产品体验 AI]\n分支失败：OpenAI-compatible request failed.\n");

@@ -277,7 +277,7 @@ void TestRequestLifetime::cancelClosesTheConnection_data()
         };
         add("a silent server", false, QByteArray());
         add("a silent server, streamed", true, QByteArray());
-        add("a stream that stops", true, RawHttpServer::eventStreamHead() + deltaEvent("a"));
+        add("a stream that stops", true, eventStreamHead() + deltaEvent("a"));
     }
 }
 

@@ -1,9 +1,12 @@
 // Streams of every shape with tool calls, over a connection.
 
 #include "support/completionrecorder.h"
-#include "support/httpendpoint.h"
-#include "support/rawhttpserver.h"
+#include "support/completions.h"
+#include "support/loopbackserver.h"
 #include "support/streamfixtures.h"
+
+#include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/testing/streamserver.h>
 
 #include <QtTest>
 
@@ -59,24 +62,10 @@ public:
     ChatReply *ask() { return chat({ChatMessage::user("Hi")}, tools(), nullptr); }
 };
 
-QVector<RawStep> script(const QByteArray &stream, int pieceSize)
-{
-    QVector<RawStep> steps{RawStep::send(RawHttpServer::eventStreamHead())};
-    for (int i = 0; i < stream.size(); i += pieceSize)
-        steps.append(RawStep::send(stream.mid(i, pieceSize)));
-    steps.append(RawStep::close());
-    return steps;
-}
-
 QByteArray piece(const QByteArray &calls, const QByteArray &finishReason = "null")
 {
     return R"(data: {"choices":[{"index":0,"delta":{"tool_calls":[)" + calls + R"(]},"finish_reason":)"
          + finishReason + "}]}\n\n";
-}
-
-LoopbackAnswer stream(const QVector<QByteArray> &events)
-{
-    return LoopbackAnswer::stream(events + QVector<QByteArray>{doneEvent()});
 }
 
 const QByteArray callBegin = R"({"index":0,"id":"c","function":{"name":"add","arguments":"{\"x\":"}})";
@@ -86,11 +75,13 @@ const QByteArray callEnd = R"({"index":0,"function":{"arguments":"1}"}})";
 
 void TestStreamedToolCalls::withoutTheOptionARequestWithToolsDoesNotStream()
 {
-    HttpEndpoint endpoint;
-    endpoint.server.enqueue(LoopbackAnswer::json(completion("a")));
-    CompletionRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, tools(), nullptr));
+    StreamServer server;
+    server.addAnswer(200, QJsonDocument(completion("a")).toJson());
+    StreamingModel model(server.baseUrl());
+    model.setRequestOptions({});
+    CompletionRecorder recorder(model.ask());
     QVERIFY(recorder.waitForEnd());
-    QCOMPARE(endpoint.server.requests().value(0).json.value("stream"), QJsonValue(false));
+    QCOMPARE(QJsonDocument::fromJson(server.requestBodies().value(0))["stream"], QJsonValue(false));
 }
 
 void TestStreamedToolCalls::everyShapeIsRead_data()
@@ -108,7 +99,11 @@ void TestStreamedToolCalls::everyShapeIsRead()
     for (const QByteArray &lineEnd : {QByteArray("\n"), QByteArray("\r\n")}) {
         const QByteArray bytes = fixture.bytes(lineEnd);
         for (const int pieceSize : {int(bytes.size()), 1, 2, 3, 7, 64, 1024}) {
-            RawHttpServer server(script(bytes, pieceSize));
+            QList<QByteArray> pieces{eventStreamHead()};
+            for (int i = 0; i < bytes.size(); i += pieceSize)
+                pieces.append(bytes.mid(i, pieceSize));
+            StreamServer server;
+            server.addRaw(pieces);
             StreamingModel model(server.baseUrl());
             CompletionRecorder recorder(model.ask());
             QVERIFY(recorder.waitForEnd());
@@ -126,12 +121,12 @@ void TestStreamedToolCalls::everyShapeIsRead()
 
 void TestStreamedToolCalls::signalsComeInOrder()
 {
-    HttpEndpoint endpoint;
-    endpoint.server.enqueue(
-        stream({R"(data: {"choices":[{"index":0,"delta":{"content":"Wait.","reasoning":"Hm","tool_calls":[)"
-                    + callBegin + "]}}]}\n\n",
-                piece(callEnd, R"("tool_calls")")}));
-    StreamingModel model(endpoint.server.baseUrl());
+    StreamServer server;
+    server.addEvents(
+        {R"(data: {"choices":[{"index":0,"delta":{"content":"Wait.","reasoning":"Hm","tool_calls":[)"
+             + callBegin + "]}}]}\n\n",
+         piece(callEnd, R"("tool_calls")"), doneEvent()});
+    StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     QVERIFY(recorder.waitForEnd());
     const QString response =
@@ -140,29 +135,31 @@ void TestStreamedToolCalls::signalsComeInOrder()
         R"("type":"function"}]}}]})";
     QCOMPARE(recorder.entries(), (QStringList{"reasoning: Hm", "delta: Wait.", "call 0: add {\"x\":",
                                               "call 0: add {\"x\":1}", response, "finished: Wait."}));
-    const QJsonObject request = endpoint.server.requests().value(0).json;
+    const QJsonObject request = QJsonDocument::fromJson(server.requestBodies().value(0)).object();
     QCOMPARE(request.value("stream"), QJsonValue(true));
     QCOMPARE(request.value("tools").toArray().size(), 3);
 }
 
 void TestStreamedToolCalls::textArrivesBeforeTheRoundIsThere()
 {
-    HttpEndpoint endpoint;
-    endpoint.server.enqueue(stream({deltaEvent("Let me look."), piece(callBegin), piece(callEnd)}).held(2));
-    StreamingModel model(endpoint.server.baseUrl());
+    LoopbackServer server;
+    server.enqueue(
+        LoopbackAnswer::stream({deltaEvent("Let me look."), piece(callBegin), piece(callEnd), doneEvent()})
+            .held(2));
+    StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     QTRY_COMPARE(recorder.entries(), (QStringList{"delta: Let me look.", "call 0: add {\"x\":"}));
-    endpoint.server.release();
+    server.release();
     QVERIFY(recorder.waitForEnd());
     QCOMPARE(recorder.entries().last(), "finished: Let me look.");
 }
 
 void TestStreamedToolCalls::progressIsToldPieceByPiece()
 {
-    HttpEndpoint endpoint;
-    endpoint.server.enqueue(
-        stream({piece(callBegin + R"(,{"index":1,"id":"d","function":{"name":"now"}},7)"), piece(callEnd)}));
-    StreamingModel model(endpoint.server.baseUrl());
+    StreamServer server;
+    server.addEvents({piece(callBegin + R"(,{"index":1,"id":"d","function":{"name":"now"}},7)"),
+                      piece(callEnd), doneEvent()});
+    StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     // The pieces of an event are told across a nested event loop, too.
     recorder.onSignal([&recorder](const QString &entry) {
@@ -185,9 +182,9 @@ void TestStreamedToolCalls::slotOfTheProgressMayEndTheReply_data()
 void TestStreamedToolCalls::slotOfTheProgressMayEndTheReply()
 {
     QFETCH(bool, deletes);
-    HttpEndpoint endpoint;
-    endpoint.server.enqueue(stream({piece(callBegin + "," + callEnd), piece(callEnd)}));
-    StreamingModel model(endpoint.server.baseUrl());
+    StreamServer server;
+    server.addEvents({piece(callBegin + "," + callEnd), piece(callEnd), doneEvent()});
+    StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     recorder.onSignal([&](const QString &entry) {
         if (entry.startsWith("call ") && deletes)
@@ -203,9 +200,9 @@ void TestStreamedToolCalls::slotOfTheProgressMayEndTheReply()
 
 void TestStreamedToolCalls::madeIdIsNoneOfTheRequest()
 {
-    HttpEndpoint endpoint;
-    endpoint.server.enqueue(stream({piece(R"({"function":{"name":"now"}},{"function":{"name":"add"}})")}));
-    StreamingModel model(endpoint.server.baseUrl());
+    StreamServer server;
+    server.addEvents({piece(R"({"function":{"name":"now"}},{"function":{"name":"add"}})"), doneEvent()});
+    StreamingModel model(server.baseUrl());
     const QJsonArray earlier{makeToolCall("qa0000001", "now", {})};
     CompletionRecorder recorder(model.chat({ChatMessage::user("Hi"), ChatMessage::assistant("", earlier),
                                             ChatMessage::tool("qa0000003", "now", "1")},
@@ -217,9 +214,9 @@ void TestStreamedToolCalls::madeIdIsNoneOfTheRequest()
 
 void TestStreamedToolCalls::incompleteCallTellsTheReport()
 {
-    HttpEndpoint endpoint;
-    endpoint.server.enqueue(LoopbackAnswer::stream({piece(callBegin), "\n"}));
-    StreamingModel model(endpoint.server.baseUrl());
+    StreamServer server;
+    server.addEvents({piece(callBegin)});
+    StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     QVERIFY(recorder.waitForEnd());
     const QString report = QStringLiteral("Incomplete tool call from the model.\n"
@@ -227,7 +224,7 @@ void TestStreamedToolCalls::incompleteCallTellsTheReport()
                                           "URL: %1/chat/completions\n"
                                           "HTTP status: 200 OK\n"
                                           "Response: %2")
-                               .arg(endpoint.server.baseUrl(), QString(piece(callBegin).trimmed()));
+                               .arg(server.baseUrl(), QString(piece(callBegin).trimmed()));
     QCOMPARE(recorder.reply->error(), report);
     QCOMPARE(recorder.reply->failure().httpStatus, 200);
     QCOMPARE(recorder.reply->failure().code, "stream_ended_early");
@@ -235,8 +232,8 @@ void TestStreamedToolCalls::incompleteCallTellsTheReport()
 
 void TestStreamedToolCalls::brokenConnectionTellsTheReportAlone()
 {
-    RawHttpServer server({RawStep::send("HTTP/1.1 200 OK\r\nContent-Length: 9000\r\n\r\n" + piece(callBegin)),
-                          RawStep::close()});
+    StreamServer server;
+    server.addRaw({"HTTP/1.1 200 OK\r\nContent-Length: 9000\r\n\r\n" + piece(callBegin)});
     StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     QVERIFY(recorder.waitForEnd());
@@ -262,7 +259,8 @@ void TestStreamedToolCalls::wholeAnswerIsReadAsSuch_data()
 void TestStreamedToolCalls::wholeAnswerIsReadAsSuch()
 {
     QFETCH(QByteArray, body);
-    RawHttpServer server({RawStep::send(RawHttpServer::answer("200 OK", body)), RawStep::close()});
+    StreamServer server;
+    server.addAnswer(200, body);
     StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     QVERIFY(recorder.waitForEnd());
@@ -274,8 +272,8 @@ void TestStreamedToolCalls::wholeAnswerIsReadAsSuch()
 void TestStreamedToolCalls::longPageIsNoBrokenConnection()
 {
     const QByteArray page = "<p>" + QByteArray(3000, 'x') + "</p>";
-    RawHttpServer server(
-        {RawStep::send(RawHttpServer::answer("200 OK", "\n\n" + page, "text/html")), RawStep::close()});
+    StreamServer server;
+    server.addAnswer(200, "\n\n" + page, {{"Content-Type", "text/html"}});
     StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     QVERIFY(recorder.waitForEnd());
@@ -288,11 +286,11 @@ void TestStreamedToolCalls::longPageIsNoBrokenConnection()
 
 void TestStreamedToolCalls::otherKeysOfACallStay()
 {
-    HttpEndpoint endpoint;
-    endpoint.server.enqueue(stream(
+    StreamServer server;
+    server.addEvents(
         {piece(R"({"id":"c","function":{"name":"now","strict":true},"extra_content":{"g":"s"},"x":null})"),
-         piece(R"({"id":"c","type":"other","extra_content":{"g":"t"},"x":1})")}));
-    StreamingModel model(endpoint.server.baseUrl());
+         piece(R"({"id":"c","type":"other","extra_content":{"g":"t"},"x":1})"), doneEvent()});
+    StreamingModel model(server.baseUrl());
     CompletionRecorder recorder(model.ask());
     QVERIFY(recorder.waitForEnd());
     const QJsonObject call{{"id", "c"},

@@ -1,9 +1,10 @@
 // What the client makes of streams that no service should send.
 
+#include "support/completions.h"
 #include "support/faultrun.h"
-#include "support/rawhttpserver.h"
 
 #include <qtagent/chatcompletion_p.h>
+#include <qtagent/testing/streamserver.h>
 
 #include <QJsonDocument>
 #include <QtTest>
@@ -188,18 +189,19 @@ void TestStreamFaults::play()
     QFETCH(QStringList, deltas);
     QStringList expected;
     for (const QString &delta : deltas)
-        expected.append("delta " + delta);
-    expected.append("finished " + deltas.join(QString()));
+        expected.append("delta: " + delta);
+    expected.append("finished: " + deltas.join(QString()));
 
     const int size = int(stream.size());
     for (int pieceSize : {qMax(1, size), 1, 2, 3, 7, 64, 1024}) {
-        QVector<RawStep> script{RawStep::send(RawHttpServer::eventStreamHead())};
+        QList<QByteArray> pieces{eventStreamHead()};
         for (int i = 0; i < size; i += pieceSize)
-            script.append(RawStep::send(stream.mid(i, pieceSize)));
-        script.append(RawStep::close());
-        RawHttpServer server(script);
+            pieces.append(stream.mid(i, pieceSize));
+        StreamServer server;
+        server.addRaw(pieces);
         QCOMPARE(signalsOf(server.baseUrl(), AnswerMode::Stream), expected);
-        QCOMPARE(server.requests().size(), 1);
+        QCOMPARE(server.requestBodies().size(), 1);
+        server.addRaw(pieces);
         playStrictly(server.baseUrl(), stream, expected);
     }
 }
@@ -212,17 +214,17 @@ void TestStreamFaults::playStrictly(const QString &baseUrl, const QByteArray &st
     QVERIFY2(log.filter("{key}").isEmpty(), qPrintable(log.join('\n')));
     const QString end = log.takeLast();
     // Blanks at the beginning wait for what follows.
-    QCOMPARE(log.join(QString()).remove("delta "),
-             QStringList(expected.mid(0, expected.size() - 1)).join(QString()).remove("delta "));
+    QCOMPARE(log.join(QString()).remove("delta: "),
+             QStringList(expected.mid(0, expected.size() - 1)).join(QString()).remove("delta: "));
     if (end == expected.last())
         return;
     const QString fault = end.section('\n', 0, 0);
-    const bool tellsEvent = fault == "failed Error event in the stream.";
-    QVERIFY2(tellsEvent || fault == "failed No answer in the stream."
-                 || fault == "failed The stream ended early.",
+    const bool tellsEvent = fault == "failed: Error event in the stream.";
+    QVERIFY2(tellsEvent || fault == "failed: No answer in the stream."
+                 || fault == "failed: The stream ended early.",
              qPrintable(end));
     const QString report = failure("200 OK", {}, bodySummary(tellsEvent ? errorEventIn(stream) : stream));
-    QCOMPARE(end, QString(report).replace(0, int(qstrlen("failed ")), fault + '\n'));
+    QCOMPARE(end, QString(report).replace(0, int(qstrlen("failed: ")), fault + '\n'));
 }
 
 void TestStreamFaults::whatOptionsRead_data()
@@ -230,25 +232,25 @@ void TestStreamFaults::whatOptionsRead_data()
     QTest::addColumn<QByteArray>("event");
     QTest::addColumn<QStringList>("entries");
     QTest::newRow("content in parts")
-        << line(R"([{"type":"text","text":"x"}])") << QStringList{"delta x", "delta b", "finished xb"};
+        << line(R"([{"type":"text","text":"x"}])") << QStringList{"delta: x", "delta: b", "finished: xb"};
     QTest::newRow("a tool call") << QByteArray(
         R"(data: {"choices":[{"delta":{"tool_calls":[{"index":0,"function":{"name":"f"}}]}}]})")
-                                 << QStringList{"delta b", "response", "finished b"};
+                                 << QStringList{"delta: b", "response", "finished: b"};
     QTest::newRow("text behind tags")
-        << line(R"("<think>x</think>y")") << QStringList{"delta y", "delta b", "finished yb"};
+        << line(R"("<think>x</think>y")") << QStringList{"delta: y", "delta: b", "finished: yb"};
 }
 
 void TestStreamFaults::whatOptionsRead()
 {
     QFETCH(QByteArray, event);
     QFETCH(QStringList, entries);
-    RawHttpServer server(
-        {RawStep::send(RawHttpServer::eventStreamHead() + event + "\n\n" + b + "\n\ndata: [DONE]\n\n"),
-         RawStep::close()});
+    StreamServer server;
+    server.addEvents({event, b, doneEvent()});
     QCOMPARE(signalsOf(server.baseUrl(), AnswerMode::Stream, allOptions()), entries);
-    QStringList plain{"delta b", "finished b"};
+    QStringList plain{"delta: b", "finished: b"};
     if (event.contains("</think>"))
-        plain = QStringList{"delta <think>x</think>y", "delta b", "finished <think>x</think>yb"};
+        plain = QStringList{"delta: <think>x</think>y", "delta: b", "finished: <think>x</think>yb"};
+    server.addEvents({event, b, doneEvent()});
     QCOMPARE(signalsOf(server.baseUrl(), AnswerMode::Stream), plain);
 }
 

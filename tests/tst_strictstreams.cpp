@@ -1,8 +1,10 @@
 // Streams that end otherwise than they should, read strictly.
 
 #include "support/completionrecorder.h"
-#include "support/httpendpoint.h"
-#include "support/rawhttpserver.h"
+#include "support/completions.h"
+
+#include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/testing/streamserver.h>
 
 #include <QtTest>
 
@@ -50,12 +52,12 @@ class StrictClient
 {
 public:
     explicit StrictClient(const QByteArray &body)
-        : StrictClient(RawHttpServer::eventStreamHead(), body)
+        : StrictClient(eventStreamHead(), body)
     {}
 
     StrictClient(const QByteArray &head, const QByteArray &body)
-        : server({RawStep::send(head + body), RawStep::close()})
     {
+        server.addRaw({head + body});
         ModelConfig config;
         config.baseUrl = server.baseUrl();
         config.model = "m";
@@ -73,7 +75,7 @@ public:
     QString firstLine() const { return recorder->entries().last().section('\n', 0, 0); }
     ChatFailure failure() const { return recorder->reply->failure(); }
 
-    RawHttpServer server;
+    StreamServer server;
     OpenAICompatibleModel model;
     std::unique_ptr<CompletionRecorder> recorder;
 };
@@ -217,12 +219,14 @@ void TestStrictStreams::statusThatIsAnErrorIsReportedAsEver()
 void TestStrictStreams::nothingElseDiffers()
 {
     for (const QByteArray &body : {text + errorEvent("1"), text + stopped("abort"), text + stop, text}) {
-        RawHttpServer server({RawStep::send(RawHttpServer::eventStreamHead() + body), RawStep::close()});
-        HttpEndpoint endpoint;
-        ModelConfig config = endpoint.model.config();
+        StreamServer server;
+        server.addRaw({eventStreamHead() + body});
+        ModelConfig config;
         config.baseUrl = server.baseUrl();
-        endpoint.model.setConfig(config);
-        CompletionRecorder recorder(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
+        config.model = "m";
+        OpenAICompatibleModel model;
+        model.setConfig(config);
+        CompletionRecorder recorder(model.chat({ChatMessage::user("Hi")}, {}, nullptr));
         QVERIFY(recorder.waitForEnd());
         QCOMPARE(recorder.entries(), (QStringList{"delta: a", "finished: a"}));
     }

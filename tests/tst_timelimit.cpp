@@ -49,7 +49,7 @@ public:
     ChatReply *ask(QObject *parent = nullptr) { return chat({ChatMessage::user("Hi")}, {}, parent); }
 };
 
-const QByteArray head = RawHttpServer::eventStreamHead();
+const QByteArray head = eventStreamHead();
 
 } // namespace
 
@@ -194,7 +194,7 @@ void TestTimeLimit::deletedModelEndsItsRequestThroughAnotherManager()
 void TestTimeLimit::requestsInARowAndBesideEachOtherAllEnd()
 {
     HttpEndpoint endpoint;
-    endpoint.addHeldStream({"held"}, 1);
+    endpoint.addStream({"held"}, 1);
     CompletionRecorder held(endpoint.model.chat({ChatMessage::user("Hi")}, {}, nullptr));
     QTRY_COMPARE(held.entries(), QStringList{"delta: held"});
     for (int i = 0; i < 5; ++i) {

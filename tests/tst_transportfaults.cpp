@@ -15,8 +15,8 @@ constexpr AnswerMode stream = AnswerMode::Stream;
 const QByteArray document = QJsonDocument(completion("ab")).toJson(QJsonDocument::Compact);
 const QByteArray events = deltaEvent("a") + deltaEvent("b") + doneEvent();
 
-const QStringList wholeAnswer{"response", "delta ab", "finished ab"};
-const QStringList streamedAnswer{"delta a", "delta b", "finished ab"};
+const QStringList wholeAnswer{"response", "delta: ab", "finished: ab"};
+const QStringList streamedAnswer{"delta: a", "delta: b", "finished: ab"};
 const QString closed = QStringLiteral("2 (Connection closed)");
 
 // Where the majors of Qt report the same fault differently.
@@ -64,7 +64,7 @@ QVector<RawStep> sendByteByByte(const QByteArray &bytes)
 // What a whole answer without a body comes to.
 QStringList noJson(const QString &error, const QString &response)
 {
-    return {"failed Invalid JSON response: " + error + "\nResponse: " + response};
+    return {"failed: Invalid JSON response: " + error + "\nResponse: " + response};
 }
 
 struct Fault
@@ -97,7 +97,7 @@ void addGoodAnswers(const char *name, Pack pack)
 
 bool isStrictFault(const QString &end)
 {
-    const QStringList faults{"failed No answer in the stream.", "failed The stream ended early."};
+    const QStringList faults{"failed: No answer in the stream.", "failed: The stream ended early."};
     return faults.contains(end.section('\n', 0, 0));
 }
 
@@ -186,7 +186,7 @@ void TestTransportFaults::cutAnswers_data()
         return sendAndClose(head("200 OK", headers) + bytes);
     };
     const QStringList reportedDocument{failure("200 OK", closed, documentStart)};
-    const QStringList reportedStream{"delta a", failure("200 OK", closed, cutEvents)};
+    const QStringList reportedStream{"delta: a", failure("200 OK", closed, cutEvents)};
     const QByteArray startOfStream = firstEvent + "data: {";
     addRow("length too long, whole", {cut(length(5000), document.left(half)), whole, {reportedDocument}});
     addRow("length too long, stream", {cut(length(5000), startOfStream), stream, {reportedStream}});
@@ -208,7 +208,7 @@ void TestTransportFaults::cutAnswers_data()
 
     // Nobody but Qt can know, and it does not always.
     const QVector<QStringList> cutDocument{reportedDocument, noJson("unterminated string", documentStart)};
-    const QVector<QStringList> cutStream{reportedStream, {"delta a", "finished a"}};
+    const QVector<QStringList> cutStream{reportedStream, {"delta: a", "finished: a"}};
     addRow("cut chunk, whole", {cut(chunked, chunk(document).left(half + 4)), whole, cutDocument});
     addRow("cut chunk, stream", {cut(chunked, "ff\r\n" + startOfStream), stream, cutStream});
     addRow("no last chunk, whole", {cut(chunked, chunk(document)),
@@ -217,20 +217,20 @@ void TestTransportFaults::cutAnswers_data()
     addRow("no last chunk, stream", {cut(chunked, chunk(startOfStream)), stream, cutStream});
     addRow("chunks beside a length, stream", {cut(chunked + length(5000), chunk(startOfStream) + "0\r\n\r\n"),
                                               stream,
-                                              {{"delta a", "finished a"}}});
+                                              {{"delta: a", "finished: a"}}});
     addRow("illegal chunk size, whole",
            {cut(chunked, "zz\r\n" + document), whole, {noJson("illegal value", "(empty response body)")}});
-    addRow("illegal chunk size, stream", {cut(chunked, "zz\r\n" + events), stream, {{"finished "}}});
+    addRow("illegal chunk size, stream", {cut(chunked, "zz\r\n" + events), stream, {{"finished: "}}});
     addRow("length too short, whole",
            {cut(length(half), document), whole, {noJson("unterminated string", documentStart)}});
     addRow("length too short, stream",
-           {cut(length(int(firstEvent.size())), events), stream, {{"delta a", "finished a"}}});
+           {cut(length(int(firstEvent.size())), events), stream, {{"delta: a", "finished: a"}}});
     addRow("length zero, whole",
            {cut(length(0), document), whole, {noJson("illegal value", "(empty response body)")}});
-    addRow("length zero, stream", {cut(length(0), events), stream, {{"finished "}}});
+    addRow("length zero, stream", {cut(length(0), events), stream, {{"finished: "}}});
     addRow("closed without length, whole",
            {cut({}, document.left(half)), whole, {noJson("unterminated string", documentStart)}});
-    addRow("closed without length, stream", {cut({}, startOfStream), stream, {{"delta a", "finished a"}}});
+    addRow("closed without length, stream", {cut({}, startOfStream), stream, {{"delta: a", "finished: a"}}});
 }
 
 void TestTransportFaults::answersThatAreNotHttp_data()
@@ -286,7 +286,7 @@ void TestTransportFaults::statusesWithoutAnAnswer_data()
     const QStringList empty = noJson("illegal value", "(empty response body)");
     const auto add = [&](const char *name, const QByteArray &bytes) {
         QTest::addRow("%s, whole", name) << Fault{send(bytes), whole, {empty}};
-        QTest::addRow("%s, stream", name) << Fault{send(bytes), stream, {{"finished "}}};
+        QTest::addRow("%s, stream", name) << Fault{send(bytes), stream, {{"finished: "}}};
     };
     add("204", head("204 No Content"));
     add("201 without a body", head("201 Created", length(0)));
@@ -393,7 +393,7 @@ void TestTransportFaults::redirectIsNotFollowed()
     RawHttpServer other(send(RawHttpServer::answer("200 OK", document)));
     const QByteArray location = "Location: " + other.baseUrl().toUtf8() + "/chat/completions\r\n";
     RawHttpServer server(send(head(status, location + length(5)) + "moved"));
-    QCOMPARE(signalsOf(server.baseUrl(), stream), QStringList{"finished "});
+    QCOMPARE(signalsOf(server.baseUrl(), stream), QStringList{"finished: "});
     QCOMPARE(signalsOf(server.baseUrl(), whole), noJson("illegal value", "moved"));
     QCOMPARE(server.requests().size(), 2);
     QVERIFY(other.requests().isEmpty());

@@ -14,32 +14,29 @@
 /// Records the lines of a ReplyRecorder, and what that leaves out: the object of a response, as in
 /// "response: {...}", and what a CompletionReply emits in addition: "reasoning: Hm" and "call 0: name
 /// arguments". It can act in every signal. The reply may die before the recorder and the other way round.
-class CompletionRecorder
+class CompletionRecorder : public MireloQtLib::QtAgent::ReplyRecorder
 {
 public:
     explicit CompletionRecorder(MireloQtLib::QtAgent::ChatReply *chatReply)
-        : reply(qobject_cast<MireloQtLib::QtAgent::CompletionReply *>(chatReply))
-        , m_recorder(chatReply)
+        : ReplyRecorder(chatReply)
+        , reply(qobject_cast<MireloQtLib::QtAgent::CompletionReply *>(chatReply))
     {
         using namespace MireloQtLib::QtAgent;
-        const auto addLine = [this] { add(m_recorder.lines().last()); };
-        QObject::connect(chatReply, &ChatReply::deltaReceived, &m_recorder, addLine);
-        QObject::connect(
-            chatReply, &ChatReply::responseReceived, &m_recorder, [this](const QJsonObject &response) {
-                add("response: " + QString::fromUtf8(QJsonDocument(response).toJson(QJsonDocument::Compact)));
-            });
-        QObject::connect(chatReply, &ChatReply::finished, &m_recorder, addLine);
-        QObject::connect(chatReply, &ChatReply::failed, &m_recorder, addLine);
-        QObject::connect(chatReply, &ChatReply::canceled, &m_recorder, addLine);
+        const auto addLine = [this] { add(lines().last()); };
+        for (auto signal : {&ChatReply::deltaReceived, &ChatReply::finished, &ChatReply::failed})
+            connect(chatReply, signal, this, addLine);
+        connect(chatReply, &ChatReply::canceled, this, addLine);
+        connect(chatReply, &ChatReply::responseReceived, this, [this](const QJsonObject &response) {
+            add("response: " + QString::fromUtf8(QJsonDocument(response).toJson(QJsonDocument::Compact)));
+        });
         if (!reply)
             return;
-        QObject::connect(reply, &CompletionReply::reasoningReceived, &m_recorder,
-                         [this](const QString &piece) { add("reasoning: " + piece); });
-        QObject::connect(
-            reply, &CompletionReply::toolCallProgressed, &m_recorder,
-            [this](qint32 index, const QString &name, const QString &arguments) {
-                add(QStringLiteral("call %1: %2 %3").arg(QString::number(index), name, arguments));
-            });
+        connect(reply, &CompletionReply::reasoningReceived, this,
+                [this](const QString &piece) { add("reasoning: " + piece); });
+        connect(reply, &CompletionReply::toolCallProgressed, this,
+                [this](qint32 index, const QString &name, const QString &arguments) {
+                    add(QStringLiteral("call %1: %2 %3").arg(QString::number(index), name, arguments));
+                });
     }
 
     /// Calls @p action after every entry, from inside the signal.
@@ -71,7 +68,6 @@ private:
             m_action(entry);
     }
 
-    MireloQtLib::QtAgent::ReplyRecorder m_recorder;
     QStringList m_entries;
     std::function<void(const QString &)> m_action;
 };

@@ -1,35 +1,15 @@
 #include "faultrun.h"
 
-#include <qtagent/openaicompatiblemodel.h>
+#include "eventloop.h"
 
-#include <QEventLoop>
+#include <qtagent/openaicompatiblemodel.h>
+#include <qtagent/testing/replyrecorder.h>
+
 #include <QNetworkReply>
-#include <QTimer>
 
 using namespace MireloQtLib::QtAgent;
 
 namespace {
-
-constexpr int patienceMs = 20000;
-
-// Whether the reply is over and nothing is left of its request, from which a second outcome could come.
-bool runUntilOver(ChatReply *reply)
-{
-    QEventLoop loop;
-    QTimer patience;
-    QObject::connect(&patience, &QTimer::timeout, &loop, [&loop] { loop.exit(1); });
-    patience.start(patienceMs);
-    const auto quitOnceOver = [&loop, reply] {
-        if (const auto *networkReply = reply->parent()->findChild<QNetworkReply *>())
-            QObject::connect(networkReply, &QObject::destroyed, &loop, &QEventLoop::quit,
-                             Qt::QueuedConnection);
-        else
-            QTimer::singleShot(0, &loop, &QEventLoop::quit);
-    };
-    QObject::connect(reply, &ChatReply::finished, &loop, quitOnceOver);
-    QObject::connect(reply, &ChatReply::failed, &loop, quitOnceOver);
-    return loop.exec() == 0;
-}
 
 // What goes out with a request that has all options. No text that comes back holds it.
 const QString secretHeader = "a header of our own";
@@ -91,15 +71,12 @@ QStringList signalsOf(const QString &baseUrl, AnswerMode mode, const RequestOpti
     OpenAICompatibleModel model;
     model.setConfig(faultConfig(baseUrl, mode));
     model.setRequestOptions(options);
-    ChatReply *reply = model.chat(conversationFor(options), toolsFor(options), nullptr);
-    QStringList log;
-    QObject::connect(reply, &ChatReply::deltaReceived, reply,
-                     [&](const QString &text) { log += "delta " + text; });
-    QObject::connect(reply, &ChatReply::responseReceived, reply, [&] { log += "response"; });
-    QObject::connect(reply, &ChatReply::finished, reply,
-                     [&](const QString &text) { log += "finished " + text; });
-    QObject::connect(reply, &ChatReply::failed, reply, [&](const QString &text) { log += "failed " + text; });
-    if (!runUntilOver(reply))
+    const ReplyRecorder recorder(model.chat(conversationFor(options), toolsFor(options), nullptr));
+    // As long as something of the request is left, a second outcome could come.
+    const bool isOver = runUntil([&] { return recorder.isOver() && !model.findChild<QNetworkReply *>(); });
+    runUntilQuiet();
+    QStringList log = recorder.lines();
+    if (!isOver)
         log += "(nothing more arrives)";
     log.replaceInStrings(baseUrl + "/chat/completions" + options.query, "{url}");
     log.replaceInStrings(faultKey(), "{key}");
@@ -110,7 +87,7 @@ QStringList signalsOf(const QString &baseUrl, AnswerMode mode, const RequestOpti
 
 QString failure(const QString &status, const QString &networkError, const QString &response)
 {
-    QStringList lines{"failed OpenAI-compatible request failed.", "URL: {url}"};
+    QStringList lines{"failed: OpenAI-compatible request failed.", "URL: {url}"};
     if (!status.isEmpty())
         lines.append("HTTP status: " + status);
     if (!networkError.isEmpty())

@@ -17,9 +17,9 @@ QString faultKey();
 MireloQtLib::QtAgent::ModelConfig faultConfig(const QString &baseUrl, AnswerMode mode);
 
 /// Sends one question, waits until the request is over and nothing of it is left, and returns every signal
-/// in the order of emission: "delta ...", "response", "finished ..." or "failed ...". In the texts "{url}"
-/// stands for the request's whole address and "{key}" for the key. With streamToolCalls the tool "f" is
-/// offered. Another entry ends the list where a text holds a header or a reasoning that was sent.
+/// in the order of emission, as a ReplyRecorder tells them. In the texts "{url}" stands for the request's
+/// whole address and "{key}" for the key. With streamToolCalls the tool "f" is offered. Another entry ends
+/// the list where a text holds a header or a reasoning that was sent.
 QStringList signalsOf(const QString &baseUrl, AnswerMode mode,
                       const MireloQtLib::QtAgent::RequestOptions &options = {});
 

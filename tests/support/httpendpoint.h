@@ -13,19 +13,19 @@ struct HttpEndpoint
     {
         MireloQtLib::QtAgent::ModelConfig config;
         config.baseUrl = server.baseUrl();
-        config.apiKey = QStringLiteral("key");
-        config.model = QStringLiteral("test-model");
+        config.apiKey = "key";
+        config.model = "test-model";
         model.setConfig(config);
     }
 
-    /// The next request is answered by a stream of @p texts.
-    void addStream(const QVector<QString> &texts) { server.enqueue(streamOf(texts)); }
-
-    /// The next request is answered by a stream that stops after @p sentTexts of @p texts until the server
-    /// is released, with 0 before its head.
-    void addHeldStream(const QVector<QString> &texts, int sentTexts = 0)
+    /// The next request is answered by a stream of @p texts. It is held behind @p sentTexts of them until the
+    /// server is released, with 0 before its head.
+    void addStream(const QVector<QString> &texts, int sentTexts = -1)
     {
-        server.enqueue(streamOf(texts).held(sentTexts));
+        QVector<QByteArray> events;
+        for (const QString &text : texts)
+            events.append(deltaEvent(text));
+        server.enqueue(LoopbackAnswer::stream(events << doneEvent()).held(sentTexts));
     }
 
     /// The next request is refused with the message "bad key".
@@ -37,32 +37,20 @@ struct HttpEndpoint
     /// What the model sends with @p messages and no tools.
     static QJsonObject requestWith(const QJsonArray &messages)
     {
-        return {
-            {QStringLiteral("model"), QStringLiteral("test-model")},
-            {QStringLiteral("messages"), messages},
-            {QStringLiteral("temperature"), 0.2},
-            {QStringLiteral("max_tokens"), 1024},
-            {QStringLiteral("stream"), true},
-        };
+        return {{"model", "test-model"},
+                {"messages", messages},
+                {"temperature", 0.2},
+                {"max_tokens", 1024},
+                {"stream", true}};
     }
 
     static QJsonObject message(const QString &role, const QString &content)
     {
-        return {{QStringLiteral("role"), role}, {QStringLiteral("content"), content}};
+        return {{"role", role}, {"content", content}};
     }
 
     LoopbackServer server;
     MireloQtLib::QtAgent::OpenAICompatibleModel model;
-
-private:
-    static LoopbackAnswer streamOf(const QVector<QString> &texts)
-    {
-        QVector<QByteArray> events;
-        for (const QString &text : texts)
-            events.append(deltaEvent(text));
-        events.append(doneEvent());
-        return LoopbackAnswer::stream(events);
-    }
 };
 
 #endif

@@ -129,31 +129,6 @@ QString RawHttpServer::baseUrl() const
     return QStringLiteral("http://127.0.0.1:%1/v1").arg(m_server.serverPort());
 }
 
-void RawHttpServer::release()
-{
-    Q_EMIT released();
-}
-
-QVector<QByteArray> RawHttpServer::requests() const
-{
-    return m_requests;
-}
-
-int RawHttpServer::connections() const
-{
-    return m_connections;
-}
-
-int RawHttpServer::openConnections() const
-{
-    return m_openConnections;
-}
-
-QByteArray RawHttpServer::eventStreamHead()
-{
-    return "HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\nConnection: close\r\n\r\n";
-}
-
 QByteArray RawHttpServer::answer(const QByteArray &statusLine, const QByteArray &body,
                                  const QByteArray &contentType)
 {

@@ -35,7 +35,7 @@ struct RawStep
 /// lying lengths, silence.
 ///
 /// @code
-/// RawHttpServer server({RawStep::send(RawHttpServer::eventStreamHead() + "data: {"), RawStep::reset()});
+/// RawHttpServer server({RawStep::send(eventStreamHead() + "data: {"), RawStep::reset()});
 /// config.baseUrl = server.baseUrl();
 /// @endcode
 ///
@@ -54,20 +54,17 @@ public:
 
     /// Lets every connection that waits go on with its next step. A connection that reaches its wait later
     /// waits for the next call.
-    void release();
+    void release() { Q_EMIT released(); }
 
     /// Returns the requests that arrived whole, byte by byte. Qt sends a request again by itself where a
     /// server does not answer in HTTP.
-    QVector<QByteArray> requests() const;
+    QVector<QByteArray> requests() const { return m_requests; }
 
     /// Returns how many connections were made.
-    int connections() const;
+    int connections() const { return m_connections; }
 
     /// Returns how many connections the other side has not closed and the script has not ended.
-    int openConnections() const;
-
-    /// Returns the head of a stream that ends with the connection: no length and no chunks.
-    static QByteArray eventStreamHead();
+    int openConnections() const { return m_openConnections; }
 
     /// Returns a whole answer. @p statusLine is for example "200 OK".
     static QByteArray answer(const QByteArray &statusLine, const QByteArray &body,
