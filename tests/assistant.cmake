@@ -2,7 +2,7 @@
 if(NOT TARGET orvaneassistant)
     return()
 endif()
-qtagent_add_tests(orvaneassistant
+qtagent_add_tests("orvaneassistant;QtAgentTesting"
     assistantkill assistantmemory assistantsettings assistantwindow assistantwindow_editing
     assistantwindow_tools assistantwindow_unsent chatinput conversationfiles conversationkeeper
     conversationlistmodel failureadvice folder messageactions noticebar profilekeys profilesfile textzoom toolset
@@ -19,7 +19,7 @@ qtagent_test_starts(tst_toolset MCP_SCRIPT_SERVER mcpscriptserver)
 
 find_package(Qt${QTAGENT_QT_MAJOR} QUIET COMPONENTS LinguistTools)
 if(TARGET assistanttranslations AND TARGET Qt${QTAGENT_QT_MAJOR}::lupdate)
-    qtagent_add_test(tst_translations orvaneassistant)
+    qtagent_add_test(tst_translations orvaneassistant QtAgentTesting)
     target_compile_definitions(tst_translations PRIVATE
         "LUPDATE=\"$<TARGET_FILE:Qt${QTAGENT_QT_MAJOR}::lupdate>\""
         "SOURCE_DIR=\"${PROJECT_SOURCE_DIR}\""

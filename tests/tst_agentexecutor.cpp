@@ -328,8 +328,11 @@ void TestAgentExecutor::missingContentIsSentAsEmpty()
     AgentFixture agent;
     const QJsonArray calls = AgentFixture::callsOf({"read"});
     message.insert("tool_calls", calls);
-    agent.model->addResponse({{"choices", QJsonArray{QJsonObject{{"message", message}}}}});
     agent.run();
+    ChatReply *reply = agent.model->lastCall().reply;
+    reply->setResponse({{"choices", QJsonArray{QJsonObject{{"message", message}}}}});
+    reply->finish(QString());
+    runUntilQuiet();
     QCOMPARE(agent.messages(1).at(1).toObject(),
              (QJsonObject{{"role", "assistant"}, {"content", ""}, {"tool_calls", calls}}));
 }
@@ -344,11 +347,11 @@ void TestAgentExecutor::brokenToolCallsFailTheRun_data()
     QTest::addColumn<QString>("error");
     QTest::newRow("no object") << QJsonValue("read") << noName;
     QTest::newRow("no function") << QJsonValue(QJsonObject{{"id", "c1"}}) << noName;
-    QTest::newRow("blank name") << QJsonValue(AgentFixture::callWithText(" ", "{}")) << noName;
-    QTest::newRow("no JSON") << QJsonValue(AgentFixture::callWithText("read", "{\"a\":"))
+    QTest::newRow("blank name") << QJsonValue(AgentFixture::callWith(" ", "{}")) << noName;
+    QTest::newRow("no JSON") << QJsonValue(AgentFixture::callWith("read", "{\"a\":"))
                              << invalid("unterminated object");
     QTest::newRow("an array parses without an error")
-        << QJsonValue(AgentFixture::callWithText("read", "[1]")) << invalid("no error occurred");
+        << QJsonValue(AgentFixture::callWith("read", "[1]")) << invalid("no error occurred");
     QTest::newRow("an array") << QJsonValue(AgentFixture::callWith("read", QJsonArray{1}))
                               << invalid("no error occurred");
     QTest::newRow("a number") << QJsonValue(AgentFixture::callWith("read", 7))
@@ -356,7 +359,7 @@ void TestAgentExecutor::brokenToolCallsFailTheRun_data()
     QTest::newRow("a truth value") << QJsonValue(AgentFixture::callWith("read", false))
                                    << invalid("no error occurred");
     QTest::newRow("place markers in a name are plain text")
-        << QJsonValue(AgentFixture::callWithText("%2", "[1]"))
+        << QJsonValue(AgentFixture::callWith("%2", "[1]"))
         << "Invalid tool arguments for %2: no error occurred";
 }
 
@@ -378,9 +381,9 @@ void TestAgentExecutor::brokenToolCallsFailTheRun()
 void TestAgentExecutor::blankArgumentsAreAnEmptyObject_data()
 {
     QTest::addColumn<QJsonObject>("call");
-    QTest::newRow("empty text") << AgentFixture::callWithText("read", "");
-    QTest::newRow("blanks") << AgentFixture::callWithText("read", " \n\t");
-    QTest::newRow("empty object") << AgentFixture::callWithText("read", " {} ");
+    QTest::newRow("empty text") << AgentFixture::callWith("read", "");
+    QTest::newRow("blanks") << AgentFixture::callWith("read", " \n\t");
+    QTest::newRow("empty object") << AgentFixture::callWith("read", " {} ");
     QTest::newRow("null") << AgentFixture::callWith("read", QJsonValue::Null);
     QTest::newRow("an empty object itself") << AgentFixture::callWith("read", QJsonObject());
     QTest::newRow("absent") << QJsonObject{{"function", QJsonObject{{"name", "read"}}}};
@@ -425,7 +428,7 @@ void TestAgentExecutor::argumentsReachTheTool()
 void TestAgentExecutor::callWithoutAnIdGetsOneForEverything()
 {
     AgentFixture agent;
-    QJsonObject call = AgentFixture::callWithText("write", "{}");
+    QJsonObject call = AgentFixture::callWith("write", "{}");
     call.remove("id");
     agent.model->addToolCalls({call, call});
     agent.run();

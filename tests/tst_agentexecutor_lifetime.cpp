@@ -392,7 +392,7 @@ void TestAgentExecutorLifetime::cancelWithoutARunDoesNothing()
 }
 
 // A model that calls the application back while it sends a request, as one that asks for a key does.
-class AskingModel : public ScriptedModel
+class AskingModel : public HeldModel
 {
 public:
     std::function<void()> question;
@@ -403,7 +403,7 @@ public:
         const auto asked = std::exchange(question, {});
         if (asked)
             asked();
-        return ScriptedModel::chat(messages, tools, parent);
+        return HeldModel::chat(messages, tools, parent);
     }
 };
 
@@ -473,10 +473,10 @@ void TestAgentExecutorLifetime::replyThatDiesEndsTheRunSilently()
 
 void TestAgentExecutorLifetime::modelMayFailItsRequestsWhenItDiesWithTheExecutor()
 {
-    class FailingModel : public ScriptedModel
+    class FailingModel : public HeldModel
     {
     public:
-        using ScriptedModel::ScriptedModel;
+        using HeldModel::HeldModel;
         ~FailingModel() override { lastCall().reply->fail("The model is gone."); }
     };
     AgentFixture agent;

@@ -245,11 +245,11 @@ void TestAgentSessionConversation::callsAreEchoedWithWhatTheyLack_data()
     QTest::addColumn<QJsonObject>("call");
     QTest::addColumn<QString>("arguments");
     const QJsonObject pump{{"pump", 4}};
-    QTest::newRow("text") << AgentFixture::callWithText("read", "{ \"pump\": 4}") << "{ \"pump\": 4}";
+    QTest::newRow("text") << AgentFixture::callWith("read", "{ \"pump\": 4}") << "{ \"pump\": 4}";
     QTest::newRow("object") << AgentFixture::callWith("read", pump) << "{\"pump\":4}";
     QTest::newRow("null") << AgentFixture::callWith("read", QJsonValue()) << "{}";
     QTest::newRow("no arguments") << AgentFixture::callWith("read", QJsonValue::Undefined) << "{}";
-    QJsonObject typeless = AgentFixture::callWithText("read", "");
+    QJsonObject typeless = AgentFixture::callWith("read", "");
     typeless.remove("type");
     QTest::newRow("no type") << typeless << "";
 }
@@ -264,7 +264,7 @@ void TestAgentSessionConversation::callsAreEchoedWithWhatTheyLack()
     agent.send("question");
     QCOMPARE(agent.log.last(), "ended Finished");
     const QJsonArray echoed = agent.model->lastCall().messages.at(1).toolCalls;
-    QCOMPARE(echoed, QJsonArray{AgentFixture::callWithText("read", arguments)});
+    QCOMPARE(echoed, QJsonArray{AgentFixture::callWith("read", arguments)});
     // A conversation that was kept as the model sent it is completed in the same way.
     QVERIFY(agent.session->setConversation({ChatMessage::user("Hi"), ChatMessage::assistant("", {call})}));
     QCOMPARE(agent.session->conversation().at(1).toolCalls, echoed);
@@ -273,7 +273,7 @@ void TestAgentSessionConversation::callsAreEchoedWithWhatTheyLack()
 void TestAgentSessionConversation::responseThatCannotBeReadIsLeftOut_data()
 {
     QTest::addColumn<QJsonValue>("call");
-    QTest::newRow("broken arguments") << QJsonValue(AgentFixture::callWithText("read", "{\"a\":"));
+    QTest::newRow("broken arguments") << QJsonValue(AgentFixture::callWith("read", "{\"a\":"));
     QTest::newRow("no name") << QJsonValue(QJsonObject{{"id", "c1"}});
     QTest::newRow("no object") << QJsonValue("read");
 }
@@ -295,7 +295,7 @@ void TestAgentSessionConversation::badCallsMayBeToldToTheModel()
 {
     SessionFixture agent;
     agent.session->setTellsModelOfBadCalls(true);
-    QJsonObject broken = AgentFixture::callWithText("read", "[1]");
+    QJsonObject broken = AgentFixture::callWith("read", "[1]");
     broken.insert("id", "c2");
     const QJsonArray calls{makeToolCall("c1", "fly", {{"a", 1}}), broken, makeToolCall("c3", "read", {})};
     agent.model->addToolCalls(calls);
@@ -436,7 +436,7 @@ void TestAgentSessionConversation::strictServerAcceptsAWholeConversation()
         completion("", callsWithoutIds()),
         completion("All is well."),
         completion("Let me write.", {makeToolCall("w1", "write", {}), makeToolCall("r1", "read", {})}),
-        completion("", {AgentFixture::callWithText("read", "[")}),
+        completion("", {AgentFixture::callWith("read", "[")}),
         completion("Done."),
         QJsonObject(), // none
         completion("At last."),

@@ -102,8 +102,8 @@ void TestAgentSessionEnds::everyRunHasOneEnd_data()
         begun + QStringList{"delta ", "conversation"} + failed("未找到工具：fly"));
     row(
         "unreadable calls",
-        [](SessionFixture &agent) { agent.model->addToolCalls({AgentFixture::callWithText("read", "[")}); },
-        none, begun + QStringList{"delta "} + failed("Invalid tool arguments for read: unterminated array"));
+        [](SessionFixture &agent) { agent.model->addToolCalls({AgentFixture::callWith("read", "[")}); }, none,
+        begun + QStringList{"delta "} + failed("Invalid tool arguments for read: unterminated array"));
     row(
         "denied", askToWrite,
         [](SessionFixture &agent) { agent.session->answerApproval(agent.approvals.first(), false); },

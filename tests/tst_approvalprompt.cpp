@@ -40,20 +40,11 @@ public:
         return makeToolCall(id, "write", {{"path", path}});
     }
 
-    // The next answer of the model has calls and no text.
-    void addCalls(const QJsonArray &calls)
-    {
-        model->addAnswer([calls](const QPointer<ChatReply> &reply) {
-            reply->setToolCalls(QString(), calls);
-            reply->finish(QString());
-        });
-    }
-
     // Begins a run whose first call, with the path "a", opens a dialog.
     void ask()
     {
         model->clearAnswers();
-        addCalls({write("c1", "a")});
+        model->addToolCalls({write("c1", "a")});
         model->addText({"done"});
         const int count = dialogs.count();
         executor->run("question");
@@ -99,15 +90,16 @@ void askAndDo(PromptFixture &fixture, const std::function<void()> &action)
     QTRY_VERIFY(isDone);
 }
 
-const QStringList unanswered{"approval write"};
-const QStringList allowedRun{"approval write", "call write", "trace write success", "answered c1 yes"};
-const QStringList deniedRun{"approval write", "trace write denied", "answered c1 no"};
+const QStringList unanswered{"delta ", "approval write"};
+const QStringList allowedRun{"delta ", "approval write", "call write", "trace write success",
+                             "answered c1 yes"};
+const QStringList deniedRun{"delta ", "approval write", "trace write denied", "answered c1 no"};
 
 // What ends a question.
 using End = std::function<void(PromptFixture &)>;
 
-const QStringList twiceAskedOnceDenied{"approval write", "approval write", "trace write denied",
-                                       "answered same no"};
+const QStringList twiceAskedOnceDenied{"delta ",         "approval write",     "delta ",
+                                       "approval write", "trace write denied", "answered same no"};
 
 } // namespace
 
@@ -313,7 +305,7 @@ void TestApprovalPrompt::deletedWindowDeniesUnasked()
 {
     PromptFixture fixture;
     delete fixture.page;
-    fixture.addCalls({PromptFixture::write("c1", "a")});
+    fixture.model->addToolCalls({PromptFixture::write("c1", "a")});
     fixture.run();
     QCOMPARE(fixture.log, deniedRun);
     QCOMPARE(fixture.dialogs.count(), 0);
@@ -382,10 +374,10 @@ void TestApprovalPrompt::questionThatIsOverClosesItsDialog_data()
          unanswered + QStringList{"delta done", "finished done"}},
         {"allowed elsewhere",
          [](PromptFixture &fixture) { fixture.executor->answerApproval(fixture.approvals.last(), true); },
-         {"approval write", "call write", "trace write success", "delta done", "finished done"}},
+         unanswered + QStringList{"call write", "trace write success", "delta done", "finished done"}},
         {"denied elsewhere",
          [](PromptFixture &fixture) { fixture.executor->answerApproval(fixture.approvals.last(), false); },
-         {"approval write", "trace write denied"}},
+         unanswered + QStringList{"trace write denied"}},
     };
     QTest::addColumn<bool>("isSession");
     QTest::addColumn<bool>("isBlocking");
@@ -426,7 +418,7 @@ void TestApprovalPrompt::questionsAreAskedOneAfterTheOther()
     QFETCH(bool, isBlocking);
     PromptFixture fixture;
     fixture.prompt->setBlocking(isBlocking);
-    fixture.addCalls(
+    fixture.model->addToolCalls(
         {PromptFixture::write("c1", "a"), PromptFixture::write("c1", "a"), PromptFixture::write("c2", "b")});
     QStringList shown;
     fixture.dialogs.onShown = [&](ApprovalDialog *dialog) {
@@ -437,7 +429,7 @@ void TestApprovalPrompt::questionsAreAskedOneAfterTheOther()
     fixture.executor->run("question");
     QTRY_VERIFY(!fixture.executor->isRunning());
     QCOMPARE(shown, QStringList({R"({ "path": "a" })", R"({ "path": "a" })", R"({ "path": "b" })"}));
-    QCOMPARE(fixture.log, allowedRun + allowedRun
+    QCOMPARE(fixture.log, allowedRun + allowedRun.mid(1)
                               + QStringList({"approval write", "trace write denied", "answered c2 no"}));
 }
 
@@ -458,7 +450,7 @@ void TestApprovalPrompt::answerThatDoesNotCountIsNotTold()
     });
     QTRY_VERIFY(!fixture.executor->isRunning());
     QCOMPARE(permission, "权限：Destructive");
-    QCOMPARE(fixture.log, unanswered + allowedRun + QStringList({"delta done", "finished done"}));
+    QCOMPARE(fixture.log, unanswered + allowedRun.mid(1) + QStringList({"delta done", "finished done"}));
 }
 
 // The id is the same, the file is not.
@@ -467,8 +459,8 @@ void TestApprovalPrompt::dialogOfAnEarlierRunAllowsNothingInTheNext()
     QFETCH(bool, isBlocking);
     PromptFixture fixture;
     fixture.prompt->setBlocking(isBlocking);
-    fixture.addCalls({PromptFixture::write("same", "harmless")});
-    fixture.addCalls({PromptFixture::write("same", "precious")});
+    fixture.model->addToolCalls({PromptFixture::write("same", "harmless")});
+    fixture.model->addToolCalls({PromptFixture::write("same", "precious")});
     fixture.dialogs.onShown = [&fixture](ApprovalDialog *first) {
         fixture.dialogs.onShown = [](ApprovalDialog *second) { press(second, false); };
         connect(fixture.executor, &AgentExecutor::approvalRequired, first, &QDialog::accept);
@@ -504,7 +496,7 @@ void TestApprovalPrompt::questionThatAnotherSlotAnsweredIsNotAsked()
         if (isBlocking)
             press(dialog, false);
     };
-    fixture.addCalls({PromptFixture::write("c1", "a"), PromptFixture::write("c2", "b")});
+    fixture.model->addToolCalls({PromptFixture::write("c1", "a"), PromptFixture::write("c2", "b")});
     fixture.run();
     QTRY_COMPARE(shown, QStringList(R"({ "path": "b" })"));
     QCOMPARE(fixture.dialogs.count(), 1);
@@ -517,8 +509,8 @@ void TestApprovalPrompt::acceptedDialogWhoseRunIsReplacedInsideIsDropped()
 {
     PromptFixture fixture;
     fixture.prompt->setBlocking(true);
-    fixture.addCalls({PromptFixture::write("same", "a")});
-    fixture.addCalls({PromptFixture::write("same", "a")});
+    fixture.model->addToolCalls({PromptFixture::write("same", "a")});
+    fixture.model->addToolCalls({PromptFixture::write("same", "a")});
     QPointer<ApprovalDialog> firstDialog;
     fixture.dialogs.onShown = [&](ApprovalDialog *first) {
         fixture.dialogs.onShown = [&](ApprovalDialog *second) {
@@ -576,7 +568,7 @@ void TestApprovalPrompt::slotsMayDeleteEverything()
     connect(fixture.prompt, &ApprovalPrompt::answered, &fixture, destroy);
     fixture.dialogs.onShown = [](ApprovalDialog *dialog) { press(dialog, true); };
 
-    fixture.addCalls({PromptFixture::write("c1", "a")});
+    fixture.model->addToolCalls({PromptFixture::write("c1", "a")});
     fixture.model->addText({"done"});
     fixture.run();
     QTRY_COMPARE(fixture.dialogs.visibleCount(), 0);
@@ -590,16 +582,16 @@ void TestApprovalPrompt::slotMayBeginTheNextRun()
         if (fixture.traces.size() > 1)
             return;
         fixture.model->clearAnswers();
-        fixture.addCalls({PromptFixture::write("c2", "b")});
+        fixture.model->addToolCalls({PromptFixture::write("c2", "b")});
         fixture.executor->run("again");
     });
     fixture.ask();
     press(fixture.dialogs.last(), false);
     QTRY_COMPARE(fixture.dialogs.count(), 2);
     press(fixture.dialogs.last(), true);
-    QCOMPARE(fixture.log,
-             deniedRun
-                 + QStringList({"approval write", "call write", "trace write success", "answered c2 yes"}));
+    QCOMPARE(fixture.log, deniedRun
+                              + QStringList({"delta ", "approval write", "call write", "trace write success",
+                                             "answered c2 yes"}));
 }
 
 QTEST_MAIN(TestApprovalPrompt)

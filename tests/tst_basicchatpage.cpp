@@ -1,4 +1,4 @@
-#include "support/scriptedmodel.h"
+#include "support/heldmodel.h"
 
 #include <demo/basicchatpage.h>
 #include <qtagent/widgets/agentchatpanel.h>
@@ -34,7 +34,7 @@ struct Chat
     bool isIdle() const { return send->isEnabled() && !stop->isEnabled(); }
     bool isBusy() const { return !send->isEnabled() && stop->isEnabled(); }
 
-    ScriptedModel model;
+    HeldModel model;
     QObject replyParent;
     int modelRequests = 0;
     BasicChatPage page{[this] {
@@ -109,7 +109,7 @@ void TestBasicChatPage::questionIsSentWithTheSystemMessageAlone()
     chat.ask(" second ");
 
     QCOMPARE(chat.model.calls().size(), 2);
-    const ScriptedModel::Call &call = chat.model.lastCall();
+    const HeldModel::Call &call = chat.model.lastCall();
     QCOMPARE(call.messages.size(), 2);
     QCOMPARE(call.messages.at(0).role, "system");
     QCOMPARE(call.messages.at(0).content, "你是 Qt Orvane，一个嵌入 Qt Widgets 演示程序的简洁助手。");

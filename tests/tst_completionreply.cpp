@@ -382,7 +382,7 @@ void TestCompletionReply::sessionKeepsTheReasoningUnderItsKey()
 
     // A model that is no client of a service appends the reasoning alone.
     ScriptedModel model;
-    model.addAnswer([](const QPointer<ChatReply> &reply) { reply->finish("2"); });
+    model.addText({"2"});
     session.setModel(&model);
     session.send("Hi");
     QVERIFY(ended.wait());

@@ -1,7 +1,7 @@
 #include "support/completions.h"
+#include "support/heldmodel.h"
 #include "support/loopbackserver.h"
 #include "support/offlineconfiguration.h"
-#include "support/scriptedmodel.h"
 
 #include <demo/deviceagentpage.h>
 #include <demo/devicetools.h>
@@ -149,7 +149,7 @@ struct ScriptedPage
         model.addToolCalls({makeToolCall(id, "export_report", {{"fileName", fileName}})});
     }
 
-    ScriptedModel model;
+    HeldModel model;
     ToolRegistry registry;
     QPointer<QWidget> window{new QWidget};
     QPointer<AgentExecutor> executor{new AgentExecutor(window)};

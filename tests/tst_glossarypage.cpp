@@ -1,5 +1,5 @@
+#include "support/heldmodel.h"
 #include "support/pagegroup.h"
-#include "support/scriptedmodel.h"
 
 #include <demo/glossarypage.h>
 #include <qtagent/agentexecutor.h>
@@ -93,7 +93,7 @@ private:
     void addRiskyTool(int *calls);
 
     std::unique_ptr<MockChatModel> m_mock;
-    std::unique_ptr<ScriptedModel> m_model;
+    std::unique_ptr<HeldModel> m_model;
     std::unique_ptr<ToolRegistry> m_registry;
     QPointer<GlossaryPage> m_page;
     std::unique_ptr<PageDriver> m_driver;
@@ -103,7 +103,7 @@ private:
 void TestGlossaryPage::init()
 {
     m_mock = std::make_unique<MockChatModel>();
-    m_model = std::make_unique<ScriptedModel>();
+    m_model = std::make_unique<HeldModel>();
     m_registry = std::make_unique<ToolRegistry>();
     m_activeModel = m_model.get();
     m_page = new GlossaryPage([this] { return m_activeModel; }, [this] { return m_registry.get(); });
@@ -166,7 +166,7 @@ void TestGlossaryPage::runOffersAllToolsUnderTheSystemPrompt()
     QCOMPARE(answer(), thinking);
     QVERIFY(!m_driver->button("runButton")->isEnabled());
     QVERIFY(m_driver->button("stopButton")->isEnabled());
-    const ScriptedModel::Call &call = m_model->lastCall();
+    const HeldModel::Call &call = m_model->lastCall();
     QCOMPARE(call.messages.size(), 2);
     QCOMPARE(call.messages.at(0).role, QStringLiteral("system"));
     QCOMPARE(call.messages.at(0).content,

@@ -1,7 +1,7 @@
 #include "support/completions.h"
 #include "support/graphfixture.h"
+#include "support/heldmodel.h"
 #include "support/rawhttpserver.h"
-#include "support/scriptedmodel.h"
 
 #include <qtagent/openaicompatiblemodel.h>
 
@@ -39,7 +39,7 @@ struct AskFixture : public GraphFixture
     ChatReply *reply() const { return model->lastCall().reply.data(); }
 
     QPointer<GraphTask> task;
-    const QPointer<ScriptedModel> model{new ScriptedModel};
+    const QPointer<HeldModel> model{new HeldModel};
 };
 
 using Step = std::function<void(AskFixture *)>;

@@ -1,4 +1,4 @@
-#include "support/scriptedmodel.h"
+#include "support/heldmodel.h"
 
 #include <assistant/messageactions.h>
 
@@ -29,14 +29,14 @@ private:
         return texts;
     }
 
-    QScopedPointer<ScriptedModel> m_model;
+    QScopedPointer<HeldModel> m_model;
     QScopedPointer<AgentSession> m_session;
 };
 
 void TestMessageActions::init()
 {
     m_session.reset();
-    m_model.reset(new ScriptedModel);
+    m_model.reset(new HeldModel);
     m_session.reset(new AgentSession);
     m_session->setModel(m_model.data());
     m_session->setConversation({ChatMessage::system("Be short."), ChatMessage::user("A pump?"),

@@ -1,5 +1,5 @@
+#include "support/heldmodel.h"
 #include "support/pagegroup.h"
-#include "support/scriptedmodel.h"
 
 #include <demo/modelpages.h>
 #include <qtagent/mockchatmodel.h>
@@ -17,7 +17,7 @@ using namespace MireloQtLib::QtAgent;
 namespace {
 
 // What a request carries, one "role: content" a message.
-QStringList linesOf(const ScriptedModel::Call &call)
+QStringList linesOf(const HeldModel::Call &call)
 {
     QStringList lines;
     for (const ChatMessage &message : call.messages)
@@ -65,7 +65,7 @@ private Q_SLOTS:
 private:
     PageDriver page(const QString &title) const { return PageDriver(m_group->page(title)); }
 
-    std::unique_ptr<ScriptedModel> m_model;
+    std::unique_ptr<HeldModel> m_model;
     std::unique_ptr<ToolRegistry> m_registry;
     std::unique_ptr<PageGroup> m_group;
     int m_modelRequests = 0;
@@ -73,7 +73,7 @@ private:
 
 void TestModelPages::init()
 {
-    m_model = std::make_unique<ScriptedModel>();
+    m_model = std::make_unique<HeldModel>();
     m_registry = std::make_unique<ToolRegistry>();
     m_group = std::make_unique<PageGroup>();
     m_modelRequests = 0;

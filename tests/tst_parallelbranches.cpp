@@ -1,5 +1,5 @@
+#include "support/heldmodel.h"
 #include "support/pagegroup.h"
-#include "support/scriptedmodel.h"
 
 #include <demo/parallelbranches.h>
 #include <qtagent/mockchatmodel.h>
@@ -65,14 +65,14 @@ private:
     }
     void finishBranches();
 
-    std::unique_ptr<ScriptedModel> m_model;
+    std::unique_ptr<HeldModel> m_model;
     QPointer<ParallelBranchesPage> m_page;
     std::unique_ptr<PageDriver> m_driver;
 };
 
 void TestParallelBranches::init()
 {
-    m_model = std::make_unique<ScriptedModel>();
+    m_model = std::make_unique<HeldModel>();
     m_page = new ParallelBranchesPage([this] { return m_model.get(); });
     m_driver = std::make_unique<PageDriver>(m_page);
 }
@@ -147,7 +147,7 @@ void TestParallelBranches::requestOfABranchCarriesItsPrompts()
     QFETCH(int, index);
     m_driver->type("x %1");
     press("runButton");
-    const ScriptedModel::Call &call = m_model->calls().at(index);
+    const HeldModel::Call &call = m_model->calls().at(index);
     QCOMPARE(call.messages.size(), 2);
     QCOMPARE(call.messages.at(0).role, QStringLiteral("system"));
     QTEST(call.messages.at(0).content, "system");
@@ -191,7 +191,7 @@ void TestParallelBranches::mergeFollowsTheLastBranch()
     reply(0)->finish("A %1");
     QCOMPARE(merge(), mergeLine);
     QCOMPARE(m_model->calls().size(), 4);
-    const ScriptedModel::Call &call = m_model->lastCall();
+    const HeldModel::Call &call = m_model->lastCall();
     QCOMPARE(call.messages.at(0).content,
              QStringLiteral(
                  "You are the merge node in an Orvane parallel workflow. Merge multiple AI branch outputs "
@@ -348,7 +348,7 @@ void TestParallelBranches::pageMayDieAtEveryMoment()
     for (int index = 0; index < finishedBranches; ++index)
         reply(index)->finish("x");
     delete m_page;
-    for (const ScriptedModel::Call &call : m_model->calls())
+    for (const HeldModel::Call &call : m_model->calls())
         QVERIFY(!call.reply);
 }
 

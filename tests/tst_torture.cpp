@@ -1,9 +1,9 @@
 #include "support/completions.h"
 #include "support/graphstage.h"
+#include "support/heldmodel.h"
 #include "support/heldtool.h"
 #include "support/loopbackserver.h"
 #include "support/torture.h"
-#include "support/watchedmodel.h"
 
 #include <qtagent/agentexecutor.h>
 #include <qtagent/mockchatmodel.h>
@@ -61,11 +61,12 @@ protected:
     {
         const auto call = [](const QString &id, const QString &name) { return makeToolCall(id, name, {}); };
         m_model->clearAnswers();
-        m_model->addToolCalls({call("c1", "read"), call("c2", "read"), call("c3", "write")}, "Let me see.");
+        const QJsonArray calls{call("c1", "read"), call("c2", "read"), call("c3", "write")};
+        m_model->addAnswer(HeldModel::inOneGo({"Let me see."}, calls));
         if (m_plot.fails)
-            m_model->addFailure("no network");
+            m_model->addAnswer([](const QPointer<ChatReply> &reply) { reply->fail("no network"); });
         else
-            m_model->addText({"one ", "two"});
+            m_model->addAnswer(HeldModel::inOneGo({"one ", "two"}));
         ++m_run;
         m_executor->run("question");
     }
@@ -161,7 +162,7 @@ private:
     const AgentPlot m_plot;
     int m_run = 0;
     QObject m_owner;
-    const QPointer<WatchedModel<ScriptedModel>> m_model{new WatchedModel<ScriptedModel>};
+    const QPointer<HeldModel> m_model{new HeldModel};
     const QPointer<ToolRegistry> m_registry{new ToolRegistry(&m_owner)};
     const QPointer<AgentExecutor> m_executor{new AgentExecutor};
     QPointer<AgentTool> m_read;

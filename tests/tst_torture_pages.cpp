@@ -1,5 +1,5 @@
+#include "support/heldmodel.h"
 #include "support/offlineconfiguration.h"
-#include "support/scriptedmodel.h"
 #include "support/torture.h"
 
 #include <demo/deviceagentpage.h>
@@ -36,21 +36,6 @@ struct PagePlot
     bool isInDemoWindow = false; // with the mock model, which takes its time
     bool isStopped = false;      // the user presses stop in the turn after the start
     bool isAllowed = true;       // the answer to an approval dialog
-};
-
-// A scripted model whose replies are seen before a page connects to them.
-class WatchedModel : public ScriptedModel
-{
-public:
-    std::function<void(ChatReply *)> onReply;
-
-    ChatReply *chat(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
-                    QObject *parent) override
-    {
-        ChatReply *reply = ScriptedModel::chat(messages, tools, parent);
-        onReply(reply);
-        return reply;
-    }
 };
 
 // A page that is run by its buttons, and the user who answers its approval dialog.
@@ -173,18 +158,20 @@ private:
     {
         m_scriptedModel->clearAnswers();
         if (m_plot.title == "数据分析")
-            m_scriptedModel->addToolCalls({makeToolCall("c1", "find_abnormal_devices", {}),
-                                           makeToolCall("c2", "export_report", {{"fileName", "r.txt"}})});
+            m_scriptedModel->addAnswer(
+                HeldModel::inOneGo({""}, {makeToolCall("c1", "find_abnormal_devices", {}),
+                                          makeToolCall("c2", "export_report", {{"fileName", "r.txt"}})}));
         if (m_plot.title == "工具调用")
-            m_scriptedModel->addToolCalls({makeToolCall("c1", "lookup_term", {{"term", "RAG"}})});
+            m_scriptedModel->addAnswer(
+                HeldModel::inOneGo({""}, {makeToolCall("c1", "lookup_term", {{"term", "RAG"}})}));
         constexpr int mostRequests = 8; // three branches and their merge, where a click starts two runs
         for (int i = 0; i < mostRequests; ++i)
-            m_scriptedModel->addText({"one ", "two"});
+            m_scriptedModel->addAnswer(HeldModel::inOneGo({"one ", "two"}));
     }
 
     void useScriptedModel()
     {
-        m_scriptedModel = new WatchedModel;
+        m_scriptedModel = new HeldModel;
         m_scriptedModel->onReply = [this](ChatReply *reply) { watch(reply); };
         m_model = m_scriptedModel;
         m_window = new QWidget;
@@ -284,7 +271,7 @@ private:
 
     const PagePlot m_plot;
     int m_runs = 0;
-    QPointer<WatchedModel> m_scriptedModel;
+    QPointer<HeldModel> m_scriptedModel;
     QPointer<ChatModel> m_model;
     QPointer<ToolRegistry> m_registry;
     QPointer<QWidget> m_window;

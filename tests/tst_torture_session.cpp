@@ -1,9 +1,9 @@
 #include "support/approvaldialogs.h"
+#include "support/heldmodel.h"
 #include "support/heldtool.h"
 #include "support/runledger.h"
 #include "support/strictconversation.h"
 #include "support/torture.h"
-#include "support/watchedmodel.h"
 
 #include <qtagent/widgets/approvalprompt.h>
 
@@ -176,11 +176,11 @@ private:
         QJsonArray calls{makeToolCall("c1", "read", {}), makeToolCall("c2", "write", arguments)};
         if (m_plot.isAsynchronous)
             calls.prepend(makeToolCall("c3", "read", {}));
-        m_model->addToolCalls(calls, "Let me see.");
+        m_model->addAnswer(HeldModel::inOneGo({"Let me see."}, calls));
         if (m_plot.fails)
-            m_model->addFailure("no network");
+            m_model->addAnswer([](const QPointer<ChatReply> &reply) { reply->fail("no network"); });
         else
-            m_model->addText({"one ", "two"});
+            m_model->addAnswer(HeldModel::inOneGo({"one ", "two"}));
     }
 
     AgentTool *addTool(const QString &name, ToolPermission permission)
@@ -327,7 +327,7 @@ private:
     int m_run = 0;
     CalledTool m_tool;
     QObject m_owner;
-    const QPointer<WatchedModel<StrictModel>> m_model{new WatchedModel<StrictModel>};
+    const QPointer<StrictModel> m_model{new StrictModel};
     const QPointer<ToolRegistry> m_registry{new ToolRegistry(&m_owner)};
     const QPointer<AgentSession> m_session{new AgentSession};
     RunLedger m_ledger{m_session};

@@ -1,5 +1,5 @@
+#include "support/heldmodel.h"
 #include "support/pagegroup.h"
-#include "support/scriptedmodel.h"
 
 #include <demo/demographs.h>
 #include <demo/workflowpages.h>
@@ -79,14 +79,14 @@ private:
     PageDriver page(const QString &title) const { return PageDriver(widget(title)); }
     QJsonObject stateAfterRun(const QString &title, const QByteArray &state);
 
-    std::unique_ptr<ScriptedModel> m_model;
+    std::unique_ptr<HeldModel> m_model;
     std::unique_ptr<ToolRegistry> m_registry;
     std::unique_ptr<PageGroup> m_group;
 };
 
 void TestWorkflowPages::init()
 {
-    m_model = std::make_unique<ScriptedModel>();
+    m_model = std::make_unique<HeldModel>();
     m_registry = std::make_unique<ToolRegistry>();
     m_group = std::make_unique<PageGroup>();
     addWorkflowPages(
@@ -323,7 +323,7 @@ void TestWorkflowPages::modelNodeAsksTheModel()
     QCOMPARE(driver.text("pageInput"), QStringLiteral("Orvane 流程模型节点"));
     driver.type(" %1 x ");
     driver.run();
-    const ScriptedModel::Call &call = m_model->lastCall();
+    const HeldModel::Call &call = m_model->lastCall();
     QCOMPARE(call.messages.size(), 2);
     QCOMPARE(call.messages.at(0).role, QStringLiteral("system"));
     QCOMPARE(call.messages.at(0).content, QStringLiteral("你是一个流程节点，只输出简洁回答。"));

@@ -2,7 +2,7 @@
 #define QTAGENT_TESTS_AGENTFIXTURE_H
 
 #include "eventloop.h"
-#include "scriptedmodel.h"
+#include "heldmodel.h"
 
 #include <qtagent/agentexecutor.h>
 
@@ -22,7 +22,7 @@ public:
 
     /// Owns both.
     explicit AgentFixture(AgentExecutor *usedExecutor = new AgentExecutor,
-                          ScriptedModel *usedModel = new ScriptedModel)
+                          HeldModel *usedModel = new HeldModel)
         : model(usedModel)
         , executor(usedExecutor)
     {
@@ -69,12 +69,6 @@ public:
         return calls;
     }
 
-    /// A call whose arguments are the text @p arguments.
-    static QJsonObject callWithText(const QString &name, const QString &arguments)
-    {
-        return callWith(name, arguments);
-    }
-
     /// A call whose arguments are @p arguments, of whatever kind.
     static QJsonObject callWith(const QString &name, const QJsonValue &arguments)
     {
@@ -112,7 +106,7 @@ public:
     QVector<ToolCallTrace> traces;
     QVector<ApprovalRequest> approvals;
 
-    const QPointer<ScriptedModel> model;
+    const QPointer<HeldModel> model;
     const QPointer<ToolRegistry> registry{new ToolRegistry(this)};
     const QPointer<AgentExecutor> executor;
 

@@ -1,7 +1,7 @@
 #ifndef QTAGENT_TESTS_ASSISTANTFIXTURE_H
 #define QTAGENT_TESTS_ASSISTANTFIXTURE_H
 
-#include "scriptedmodel.h"
+#include "heldmodel.h"
 
 #include <qtagent/agentsession.h>
 #include <qtagent/store/conversationstore.h>
@@ -50,7 +50,7 @@ public:
 
     QTemporaryDir folder;
     MireloQtLib::QtAgent::ConversationStore store;
-    ScriptedModel model;
+    HeldModel model;
 };
 
 #endif

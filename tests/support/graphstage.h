@@ -1,9 +1,9 @@
 #ifndef QTAGENT_TESTS_GRAPHSTAGE_H
 #define QTAGENT_TESTS_GRAPHSTAGE_H
 
+#include "heldmodel.h"
 #include "memorycheckpoints.h"
 #include "torture.h"
-#include "watchedmodel.h"
 
 #include <qtagent/graphrun.h>
 
@@ -192,8 +192,8 @@ private:
     {
         if (m_model) {
             m_model->clearAnswers();
-            m_model->addText({"one ", "two"});
-            m_model->addText({"three"});
+            m_model->addAnswer(HeldModel::inOneGo({"one ", "two"}));
+            m_model->addAnswer(HeldModel::inOneGo({"three"}));
         }
         ++m_begun;
         step();
@@ -205,7 +205,7 @@ private:
     bool m_isInFlight = false;
     bool m_isWanted = true;
     MemoryCheckpoints m_storage;
-    const QPointer<WatchedModel<ScriptedModel>> m_model{new WatchedModel<ScriptedModel>};
+    const QPointer<HeldModel> m_model{new HeldModel};
     const QPointer<GraphRun> m_run;
 };
 

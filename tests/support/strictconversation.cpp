@@ -160,7 +160,7 @@ ChatReply *StrictModel::chat(const QVector<ChatMessage> &messages, const QVector
         m_faults.append(fault);
         return ChatReply::failLater("refused: " + fault, parent ? parent : this);
     }
-    ChatReply *reply = ScriptedModel::chat(messages, tools, parent);
+    ChatReply *reply = HeldModel::chat(messages, tools, parent);
     connect(reply, &ChatReply::responseReceived, this,
             [this, reply] { m_sentCalls.append(reply->toolCalls()); });
     return reply;

@@ -1,10 +1,12 @@
 #ifndef QTAGENT_TESTS_STRICTCONVERSATION_H
 #define QTAGENT_TESTS_STRICTCONVERSATION_H
 
-#include "scriptedmodel.h"
+#include "heldmodel.h"
 
 #include <QJsonArray>
 #include <QStringList>
+
+#include <functional>
 
 /// Returns what a strict chat-completions service would refuse about @p messages, as they are sent, or an
 /// empty text:
@@ -24,12 +26,12 @@ QString strictRequestFault(const QJsonArray &messages, const QVector<QJsonArray>
 /// Returns @p messages as they are sent.
 QJsonArray jsonOf(const QVector<MireloQtLib::QtAgent::ChatMessage> &messages);
 
-/// A scripted model that refuses what a strict service would: such a request fails with the reason, which is
+/// A model that refuses what a strict service would: such a request fails with the reason, which is
 /// also kept.
-class StrictModel : public ScriptedModel
+class StrictModel : public HeldModel
 {
 public:
-    using ScriptedModel::ScriptedModel;
+    using HeldModel::HeldModel;
 
     /// Is called first for each request, as by a model that asks the user for a key.
     std::function<void()> onRequest;

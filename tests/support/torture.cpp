@@ -41,10 +41,6 @@ bool isWatchable(const QMetaMethod &method, const QStringList &only)
 
 } // namespace
 
-TortureStage::TortureStage() = default;
-
-TortureStage::~TortureStage() = default;
-
 void TortureStage::play(int index, const QString &action)
 {
     m_index = index;
@@ -55,16 +51,6 @@ void TortureStage::play(int index, const QString &action)
     if (index >= 0 && m_emissionsBeforeAction < 0)
         reportFault("the emission did not come");
     inspect();
-}
-
-QString TortureStage::fault() const
-{
-    return m_faults.join("; ");
-}
-
-void TortureStage::reportFault(const QString &fault)
-{
-    m_faults.append(fault);
 }
 
 void TortureStage::watch(QObject *object, const QStringList &only)
@@ -255,11 +241,6 @@ QStringList TortureStage::signalsAfterAction() const
     for (int i = m_emissionsBeforeAction; i >= 0 && i < m_emissions.size(); ++i)
         names.append(m_emissions.at(i).signal);
     return names;
-}
-
-int TortureStage::countAfterAction(const QString &name) const
-{
-    return int(signalsAfterAction().count(name));
 }
 
 void TortureTest::cleanupTestCase()

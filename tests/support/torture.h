@@ -40,9 +40,6 @@ public:
         QStringList actions; ///< what could be done in it
     };
 
-    TortureStage();
-    ~TortureStage() override;
-
     /// Plays the run and does @p action in the emission number @p index. Returns once nothing is under way.
     void play(int index = -1, const QString &action = {});
 
@@ -50,7 +47,7 @@ public:
     const QVector<Emission> &emissions() const { return m_emissions; }
 
     /// Returns what went wrong, or an empty text.
-    QString fault() const;
+    QString fault() const { return m_faults.join("; "); }
 
 protected:
     using Step = std::function<void()>;
@@ -92,7 +89,7 @@ protected:
     /// Waits until nothing is posted or due and every reply has ended, at most for a few seconds.
     void waitUntilQuiet();
 
-    void reportFault(const QString &fault);
+    void reportFault(const QString &fault) { m_faults.append(fault); }
 
     const QString &action() const { return m_action; }
 
@@ -101,7 +98,7 @@ protected:
 
     /// The emissions of the signal @p name, and those among them that came after the action began.
     int count(const QString &name) const;
-    int countAfterAction(const QString &name) const;
+    int countAfterAction(const QString &name) const { return int(signalsAfterAction().count(name)); }
     QStringList signalsAfterAction() const;
 
     bool eventFilter(QObject *watched, QEvent *event) override;
