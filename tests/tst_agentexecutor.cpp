@@ -254,6 +254,8 @@ void TestAgentExecutor::toolCallsRunOneAfterAnother()
 
 void TestAgentExecutor::firstToolCallRunsWhenTheAnswerArrives()
 {
+    if (AgentFixture::isStreamed())
+        QSKIP("The answer arrives whole.");
     AgentFixture agent;
     agent.executor->run("question");
     const QPointer<ChatReply> reply = agent.model->lastCall().reply;
@@ -365,6 +367,8 @@ void TestAgentExecutor::brokenToolCallsFailTheRun_data()
 
 void TestAgentExecutor::brokenToolCallsFailTheRun()
 {
+    if (AgentFixture::isStreamed())
+        QSKIP("No stream hands over such calls.");
     QFETCH(QJsonValue, call);
     QFETCH(QString, error);
     AgentFixture agent;
@@ -405,7 +409,8 @@ void TestAgentExecutor::argumentsReachTheTool_data()
     const QJsonObject arguments{{"deviceId", "Pump-001"}, {"名", QJsonArray{1, "二"}}};
     const QByteArray text = QJsonDocument(arguments).toJson();
     QTest::newRow("as a text") << QJsonValue(QString::fromUtf8(text));
-    QTest::newRow("as an object") << QJsonValue(arguments);
+    if (!AgentFixture::isStreamed()) // whose pieces are texts
+        QTest::newRow("as an object") << QJsonValue(arguments);
 }
 
 void TestAgentExecutor::argumentsReachTheTool()
@@ -427,6 +432,8 @@ void TestAgentExecutor::argumentsReachTheTool()
 
 void TestAgentExecutor::callWithoutAnIdGetsOneForEverything()
 {
+    if (AgentFixture::isStreamed())
+        QSKIP("A stream gives each call an id.");
     AgentFixture agent;
     QJsonObject call = AgentFixture::callWith("write", "{}");
     call.remove("id");
@@ -448,6 +455,8 @@ void TestAgentExecutor::callWithoutAnIdGetsOneForEverything()
 
 void TestAgentExecutor::callWithoutARegistryFailsTheRun()
 {
+    if (AgentFixture::isStreamed())
+        QSKIP("No stream hands over a call of a tool that was not offered.");
     AgentFixture agent;
     agent.executor->setToolRegistry(nullptr);
     agent.model->addToolCalls(AgentFixture::callsOf({"read"}));

@@ -89,7 +89,7 @@ void TestAgentExecutorAnswers::runIsInFlightUntilTheSignalThatEndsIt_data()
     QTest::newRow("without a model") << Step([](AgentFixture &agent) { agent.executor->setModel(nullptr); })
                                      << QStringList{"failed: over"};
     QTest::newRow("denied") << Step([](AgentFixture &agent) {
-        agent.model->addToolCalls(AgentFixture::callsOf({"read", "write"}));
+        agent.model->addToolCalls(AgentFixture::callsOf({"read", "write"}), "Let me see.");
     }) << QStringList{"delta: running", "trace: running", "approval: running", "trace: over"};
 }
 

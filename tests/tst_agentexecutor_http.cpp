@@ -48,27 +48,12 @@ void streamToolCalls(OpenAICompatibleModel *model)
     model->setRequestOptions(options);
 }
 
-// Returns @p answer, a completion, as it comes in events: the arguments of each call in two.
+// Returns @p answer, a completion, as it comes in events.
 LoopbackAnswer streamOf(const QJsonObject &answer)
 {
-    const auto event = [](const QJsonObject &delta) {
-        const QJsonObject json{{"choices", QJsonArray{QJsonObject{{"index", 0}, {"delta", delta}}}}};
-        return "data: " + QJsonDocument(json).toJson(QJsonDocument::Compact) + "\n\n";
-    };
     const QJsonObject message = answer["choices"].toArray().at(0).toObject()["message"].toObject();
-    QVector<QByteArray> events{event({{"role", "assistant"}, {"content", message["content"]}})};
-    const QJsonArray calls = message["tool_calls"].toArray();
-    for (int index = 0; index < calls.size(); ++index) {
-        QJsonObject call = calls.at(index).toObject();
-        QJsonObject function = call["function"].toObject();
-        const QString arguments = function["arguments"].toString();
-        function["arguments"] = arguments.left(1);
-        call["function"] = function;
-        call["index"] = index;
-        events.append(event({{"tool_calls", QJsonArray{call}}}));
-        const QJsonObject rest{{"index", index}, {"function", QJsonObject{{"arguments", arguments.mid(1)}}}};
-        events.append(event({{"tool_calls", QJsonArray{rest}}}));
-    }
+    QVector<QByteArray> events{deltaEvent(message["content"].toString())};
+    events += callEvents(message["tool_calls"].toArray());
     events.append(doneEvent());
     return LoopbackAnswer::stream(events);
 }

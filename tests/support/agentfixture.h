@@ -2,13 +2,14 @@
 #define QTAGENT_TESTS_AGENTFIXTURE_H
 
 #include "eventloop.h"
-#include "heldmodel.h"
+#include "streamedmodel.h"
 
 #include <qtagent/agentexecutor.h>
 
 /// An executor with a scripted model and a registry, and the log of what it emits.
 ///
-/// The tools "read" (ReadOnly) and "write" (Write) are registered; calls of them are logged, too.
+/// The tools "read" (ReadOnly) and "write" (Write) are registered; calls of them are logged, too. Where
+/// STREAMED_TOOL_CALLS is in the environment, the answers come as streams.
 class AgentFixture : public QObject
 {
 public:
@@ -22,12 +23,14 @@ public:
 
     /// Owns both.
     explicit AgentFixture(AgentExecutor *usedExecutor = new AgentExecutor,
-                          HeldModel *usedModel = new HeldModel)
+                          HeldModel *usedModel = createModel())
         : model(usedModel)
         , executor(usedExecutor)
     {
         model->setParent(this);
         logSignals();
+        if (isStreamed())
+            logEmptyTexts();
         executor->setModel(model);
         executor->setToolRegistry(registry);
         addTool("read", ToolPermission::ReadOnly);
@@ -35,6 +38,8 @@ public:
     }
 
     ~AgentFixture() override { delete executor; }
+
+    static bool isStreamed() { return qEnvironmentVariableIsSet("STREAMED_TOOL_CALLS"); }
 
     /// Registers a tool that logs its call, does @p work and succeeds with its name and " done".
     FunctionTool *addTool(const QString &name, ToolPermission permission,
@@ -111,6 +116,19 @@ public:
     const QPointer<AgentExecutor> executor;
 
 private:
+    static HeldModel *createModel() { return isStreamed() ? new StreamedModel : new HeldModel; }
+
+    // A whole answer without a text emits an empty delta, a stream none: the log is that of whole answers.
+    void logEmptyTexts()
+    {
+        model->onReply = [this](HeldModel::ChatReply *reply) {
+            connect(reply, &HeldModel::ChatReply::responseReceived, this, [this, reply] {
+                if (reply->text().isEmpty())
+                    log.append("delta ");
+            });
+        };
+    }
+
     void logSignals()
     {
         connect(executor, &AgentExecutor::assistantDelta, this,

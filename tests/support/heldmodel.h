@@ -78,13 +78,21 @@ public:
         const bool isHeld = answersLeft() == 0;
         if (isHeld)
             addSilence();
-        ChatReply *reply = ScriptedModel::chat(messages, tools, parent);
+        ChatReply *reply = ask(messages, tools, parent);
         if (isHeld && !m_answers.isEmpty())
             QTimer::singleShot(0, reply, [reply, play = m_answers.takeFirst()] { play(reply); });
         m_calls.append({{messages, tools}, parent, reply});
         if (onReply)
             onReply(reply);
         return reply;
+    }
+
+protected:
+    /// Takes the next answer.
+    virtual ChatReply *ask(const QVector<ChatMessage> &messages, const QVector<ToolDefinition> &tools,
+                           QObject *parent)
+    {
+        return ScriptedModel::chat(messages, tools, parent);
     }
 
 private:
