@@ -276,7 +276,7 @@ void AgentLoop::askForApproval(const PendingCall &call, AgentTool *tool, ToolPer
 void AgentLoop::execute(const PendingCall &call, AgentTool *tool, ToolPermission permission)
 {
     const QPointer<AgentRun> run(m_run.get());
-    ToolExecution *const execution = &run->executions.emplace_back(call, permission);
+    ToolExecution *const execution = &m_run->executions.emplace_back(call, permission);
     const bool isAllowed = announce(call, tool, permission);
     if (!run)
         return;

@@ -27,7 +27,7 @@ public:
     explicit ToolReplyListener(ToolReply *reply);
 
     // Null once it is gone.
-    ToolReply *reply() const { return m_reply; }
+    ToolReply *reply() const { return m_reply.data(); }
 
 Q_SIGNALS:
     void progressed(const QString &text);

@@ -27,7 +27,7 @@ public:
 };
 
 // Thinks, and says nothing.
-class ThinkingModel : public ChatModel
+class SilentThinker : public ChatModel
 {
 public:
     ChatReply *chat(const QVector<ChatMessage> & /*messages*/, const QVector<ToolDefinition> & /*tools*/,
@@ -282,7 +282,7 @@ void TestConversationKeeper::nothingElseIsOpenedWhileSomethingIsNotSaved()
 void TestConversationKeeper::thinkingStaysWhereTheRunEndsBeforeItsText()
 {
     KeeperFixture fixture;
-    ThinkingModel model;
+    SilentThinker model;
     AnswerWatch watch;
     watch.setModel(&model);
     fixture.session.setModel(&watch);

@@ -12,7 +12,7 @@
 
 using namespace MireloQtLib::QtAgent;
 
-class TestAgentApproval : public ChatPanelTest
+class TestAgentApproval : public PanelExampleTest
 {
     Q_OBJECT
 

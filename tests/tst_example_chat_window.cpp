@@ -8,7 +8,7 @@
 
 using namespace MireloQtLib::QtAgent;
 
-class TestChatWindow : public ChatPanelTest
+class TestChatWindow : public PanelExampleTest
 {
     Q_OBJECT
 

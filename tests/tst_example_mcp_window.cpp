@@ -9,10 +9,11 @@
 #include <QTableWidget>
 
 #include <algorithm>
+#include <memory>
 
 using namespace MireloQtLib::QtAgent;
 
-class TestMcpWindow : public ChatPanelTest
+class TestMcpWindow : public PanelExampleTest
 {
     Q_OBJECT
 
@@ -146,12 +147,12 @@ void TestMcpWindow::closingTheWindowEndsTheProgram()
 int main(int argc, char *argv[])
 {
     const OfflineConfiguration configuration;
-    LoopbackServer loopback;
-    configuration.write({{"baseUrl", loopback.baseUrl()}, {"model", "m"}});
-    McpScript changing = changingServer();
-    TestMcpWindow::service = &loopback;
-    TestMcpWindow::script = &changing;
-    return ExampleRun<TestMcpWindow>::execute(argc, argv, changing.command());
+    const auto service = std::make_unique<LoopbackServer>();
+    configuration.write({{"baseUrl", service->baseUrl()}, {"model", "m"}});
+    const auto script = std::make_unique<McpScript>(changingServer());
+    TestMcpWindow::service = service.get();
+    TestMcpWindow::script = script.get();
+    return ExampleRun<TestMcpWindow>::execute(argc, argv, script->command());
 }
 
 #include "tst_example_mcp_window.moc"

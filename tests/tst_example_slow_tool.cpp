@@ -7,7 +7,7 @@
 
 using namespace MireloQtLib::QtAgent;
 
-class TestSlowTool : public ChatPanelTest
+class TestSlowTool : public PanelExampleTest
 {
     Q_OBJECT
 

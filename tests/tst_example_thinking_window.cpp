@@ -5,7 +5,7 @@
 
 using namespace MireloQtLib::QtAgent;
 
-class TestThinkingWindow : public ChatPanelTest
+class TestThinkingWindow : public PanelExampleTest
 {
     Q_OBJECT
 

@@ -198,7 +198,8 @@ void TestToolsDialog::changedToolIsAgreedToByTickingIt()
     QCOMPARE(offered->item(1)->checkState(), Qt::Unchecked);
     offered->setCurrentRow(1);
     QCOMPARE(find<QPlainTextEdit>(dialog, "serverToolText")->toPlainText(),
-             "现在：\nDoes things.\n{\n    \"type\": \"object\"\n}\n\n您同意时：\nWiped.\n{}\n");
+             "现在：\n"
+             "Does things.\n{\n    \"type\": \"object\"\n}\n\n您同意时：\nWiped.\n{}\n");
     enter(dialog, "serverNameEdit", "plant");
     QCOMPARE(dialog.settings().servers.first().hiddenTools, QStringList());
     offered->item(1)->setCheckState(Qt::Checked);

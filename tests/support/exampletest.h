@@ -74,7 +74,7 @@ private:
 };
 
 /// A test of an example that shows a chat panel, which is used and read as its user does it.
-class ChatPanelTest : public QObject
+class PanelExampleTest : public QObject
 {
 protected:
     QString transcript() const

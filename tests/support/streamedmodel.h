@@ -24,7 +24,7 @@ protected:
     {
         m_lastReply = new FakeNetworkReply;
         m_lastReply->setParent(this);
-        return m_lastReply;
+        return m_lastReply.data();
     }
 
 private:
