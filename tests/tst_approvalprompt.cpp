@@ -208,7 +208,7 @@ void TestApprovalPrompt::promptMayDieInAnExplanation()
         delete fixture.prompt;
         return QString("Gone.");
     });
-    fixture.addCalls({PromptFixture::write("c1", "a")});
+    fixture.model->addToolCalls({PromptFixture::write("c1", "a")});
     fixture.executor->run("question");
     QTRY_VERIFY(!fixture.prompt);
     QCOMPARE(fixture.log, unanswered);
