@@ -27,7 +27,7 @@ if(TARGET assistanttranslations AND TARGET Qt${QTAGENT_QT_MAJOR}::lupdate)
         "TRANSLATIONS_DIR=\"${PROJECT_BINARY_DIR}/assistant/translations\"")
     add_dependencies(tst_translations assistanttranslations)
     foreach(test tst_assistantenglish tst_assistantlook) # beside the translation, as the program is
-        qtagent_add_test(${test} orvaneassistant)
+        qtagent_add_test(${test} orvaneassistant QtAgentTesting)
         set_target_properties(${test} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/assistant")
         add_dependencies(${test} assistanttranslations)
     endforeach()
