@@ -3,8 +3,6 @@
 #include "support/mcpscript.h"
 #include "support/processtable.h"
 
-#include <atomic>
-
 using namespace MireloQtLib::QtAgent;
 
 // Nothing breaks and nothing is left, whatever dies in whichever slot.
@@ -56,7 +54,7 @@ public:
         if (call("a")) {
             const QPointer<ToolReply> reply = m_replies.last();
             waitFor([reply] { return !reply || !reply->isRunning(); });
-            m_isAnnouncing = true;
+            m_endpoint.server.releaseOne(); // the announcement
             waitFor([this] { return m_passed.contains("toolsChanged") || m_isRestarted; });
         }
         if (call("b"))
@@ -88,9 +86,9 @@ private:
             return McpEndpoint::page(request, {McpScript::tool("b")});
         });
         m_endpoint.on("tools/call", &Session::answerCall);
-        m_endpoint.on("GET", [this](const LoopbackRequest &) {
-            const QByteArray announcement = McpEndpoint::event(McpEndpoint::listChanged());
-            return LoopbackAnswer::stream({"retry: 1\n\n", m_isAnnouncing ? announcement : ": here\n\n"});
+        m_endpoint.on("GET", [](const LoopbackRequest &) {
+            return LoopbackAnswer::stream({": here\n\n", McpEndpoint::event(McpEndpoint::listChanged())})
+                .held(1);
         });
     }
 
@@ -180,7 +178,6 @@ private:
     const QString m_action;
     const bool m_isOverHttp;
     McpScript m_script;
-    std::atomic<bool> m_isAnnouncing = false;
     McpEndpoint m_endpoint;
     McpFixture m_mcp;
     QObject m_window;

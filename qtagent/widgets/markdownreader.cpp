@@ -125,6 +125,18 @@ QString withMarksOfCode(const QString &markdown)
     return lines.join(QLatin1Char('\n'));
 }
 
+// Whether the code at the end has begun with blank lines, which have no mark.
+bool endsInBlankCode(const QVector<RichElement> &elements)
+{
+    const int code = elements.last().line.code;
+    for (auto element = elements.crbegin(); element != elements.crend() && element->line.code == code;
+         ++element) {
+        if (!element->line.runs.isEmpty())
+            return false;
+    }
+    return true;
+}
+
 // Another item that a blank line separates from the one in the text.
 QString nextItem(const QString &item)
 {
@@ -304,8 +316,8 @@ void MarkdownReader::appendLine(RichLine line)
 {
     if (isNothing(line))
         return;
-    const bool continues = !line.isFirstOfCode && !m_result.elements.isEmpty()
-                        && isSameCode(m_result.elements.last().line, line);
+    const bool continues = !m_result.elements.isEmpty() && isSameCode(m_result.elements.last().line, line)
+                        && (!line.isFirstOfCode || endsInBlankCode(m_result.elements));
     if (!continues)
         endCode();
     if (line.isCode) {
