@@ -3,17 +3,10 @@
 #include <QJsonDocument>
 #include <QUuid>
 
-#include <algorithm>
-
 namespace MireloQtLib {
 namespace QtAgent {
 
 namespace {
-
-bool isBlank(const QString &text)
-{
-    return std::all_of(text.begin(), text.end(), [](QChar character) { return character.isSpace(); });
-}
 
 // Services send the arguments as a text that holds an object, @p text; some send the object itself. Sets @p
 // problem to the parser's text where there is no object, which is its no-error text for other kinds of JSON.
@@ -21,7 +14,7 @@ QJsonObject readArguments(const QJsonValue &arguments, const QString &text, QStr
 {
     if (arguments.isObject() || arguments.isNull() || arguments.isUndefined())
         return arguments.toObject();
-    if (arguments.isString() && isBlank(text))
+    if (arguments.isString() && text.trimmed().isEmpty())
         return {};
 
     QJsonParseError parseError{};
@@ -46,7 +39,7 @@ PendingCall parseToolCall(const QJsonObject &toolCall)
 
     if (call.id.isEmpty())
         call.id = QUuid::createUuid().toString(QUuid::WithoutBraces);
-    if (isBlank(call.name)) {
+    if (call.name.trimmed().isEmpty()) {
         call.error = QStringLiteral("Tool call is missing function name.");
         return call;
     }

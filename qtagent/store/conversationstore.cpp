@@ -19,7 +19,7 @@ namespace QtAgent {
 namespace {
 
 constexpr int lockTimeoutMs = 1000;
-constexpr int pollIntervalMs = 10;
+constexpr int lockPollMs = 10;
 
 using Look = SqliteConnection::Look;
 using Opening = SqliteConnection::Opening;
@@ -81,7 +81,7 @@ bool lockSoon(QLockFile *lock)
     const QDeadlineTimer deadline(lockTimeoutMs);
     bool isLocked = lock->tryLock(0);
     while (!isLocked && lock->error() == QLockFile::LockFailedError && !deadline.hasExpired()) {
-        QThread::msleep(pollIntervalMs);
+        QThread::msleep(lockPollMs);
         isLocked = lock->tryLock(0);
     }
     return isLocked;

@@ -33,8 +33,8 @@ bool ApprovalPrompt::isWindowGone() const
 
 void ApprovalPrompt::ask(const ApprovalRequest &request)
 {
-    const ApprovalRequest asked = request; // which may be gone once the explanation has returned
-    ApprovalRequest shown = asked;
+    ApprovalRequest shown = request; // which may be gone once the explanation has returned
+    const ApprovalRequest asked = shown;
     if (const auto explanation = m_explanation) {
         const QPointer<ApprovalPrompt> self(this);
         const QString text = explanation(asked);
