@@ -313,7 +313,7 @@ void TestMcpServerPrograms::stopEndsThePoliteAndTheStubborn()
     for (size_t i = 0; i < servers.size(); ++i) {
         const Case &expected = cases.at(int(i));
         QVERIFY2(durations.at(int(i)) >= expected.atLeastMs, expected.name);
-        QVERIFY2(!isProcessRunning(scripts[i].child()), expected.name);
+        QTRY_VERIFY2(!isProcessRunning(scripts[i].child()), expected.name);
         QCOMPARE(servers[i].log, (QStringList{"ready", "ended "}));
     }
     QCOMPARE(childProcesses(), QStringList());
@@ -402,7 +402,7 @@ void TestMcpServerPrograms::childrenThatOutliveTheProgramAreEnded()
     QVERIFY(runUntil([&mcp] { return mcp.log.size() == 3; }));
     QCOMPARE(mcp.log.last(), "ended Program ended with code 0.");
     QVERIFY(!script.child().isEmpty());
-    QVERIFY(!isProcessRunning(script.child()));
+    QTRY_VERIFY(!isProcessRunning(script.child()));
 }
 
 void TestMcpServerPrograms::callsDoNotWaitForTheChildrenOfAProgramThatCrashed()
@@ -418,7 +418,7 @@ void TestMcpServerPrograms::callsDoNotWaitForTheChildrenOfAProgramThatCrashed()
     QVERIFY(runUntil([&mcp] { return mcp.log.size() == 4; }));
     QCOMPARE(mcp.log, (QStringList{"ready", "failure MCP server ended. Program crashed.",
                                    "failure Server is not ready.", "ended Program crashed."}));
-    QVERIFY(!isProcessRunning(script.child()));
+    QTRY_VERIFY(!isProcessRunning(script.child()));
 }
 
 QTEST_GUILESS_MAIN(TestMcpServerPrograms)
