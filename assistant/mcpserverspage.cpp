@@ -294,7 +294,7 @@ void McpServersPage::showOffered(const McpConnection *connection, const McpServe
         item->setData(TextRole, text);
         item->setCheckState(isTicked ? Qt::Checked : Qt::Unchecked);
     }
-    m_offered->setCurrentRow(qBound(0, row, m_offered->count() - 1));
+    m_offered->setCurrentRow(qMin(qMax(0, row), m_offered->count() - 1));
     showToolText();
 }
 
