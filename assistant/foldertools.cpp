@@ -1,5 +1,7 @@
 #include "foldertools.h"
 
+#include "visibletext.h"
+
 #include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
@@ -57,17 +59,6 @@ ToolResult write(const Folder &folder, const QJsonObject &arguments)
     return resultOf(QStringLiteral("Written."), error);
 }
 
-// A name with a line break could look like words of the program.
-QString inOneLine(QString path)
-{
-    for (QChar &character : path) {
-        const bool isBreak = character == QChar::LineSeparator || character == QChar::ParagraphSeparator;
-        if (isBreak || (!character.isPrint() && !character.isSurrogate()))
-            character = QChar::ReplacementCharacter;
-    }
-    return path;
-}
-
 } // namespace
 
 QString explainWriting(const Folder &folder, const QJsonObject &arguments)
@@ -76,7 +67,9 @@ QString explainWriting(const Folder &folder, const QJsonObject &arguments)
     const QString place = folder.writable(pathIn(arguments), &error);
     if (!error.isEmpty())
         return QCoreApplication::translate("FolderTools", "不能写入这个路径，调用会失败。");
-    const QString shown = inOneLine(QDir::toNativeSeparators(place));
+    // A name with a line break could look like words of the program.
+    const QString shown =
+        visibleText(QDir::toNativeSeparators(place)).replace(QLatin1Char('\n'), QLatin1String("U+000A"));
     return QFileInfo::exists(place)
              ? QCoreApplication::translate("FolderTools", "将替换已有的文件：%1").arg(shown)
              : QCoreApplication::translate("FolderTools", "将新建文件：%1").arg(shown);

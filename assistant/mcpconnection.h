@@ -23,8 +23,7 @@ public:
     /// Returns them with what the user has agreed to.
     const McpServerSettings &settings() const;
 
-    /// Offers other tools from now on: without the @p hidden ones, and with those that the user has agreed
-    /// to,
+    /// Offers other tools from now on: without the @p hidden ones, and with those that the user agreed to,
     /// @p agreed, besides those of before.
     void choose(const QStringList &hidden, const QMap<QString, QString> &agreed);
 

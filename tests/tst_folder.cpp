@@ -208,7 +208,7 @@ void TestFolder::writingIsExplained_data()
     QTest::newRow("a link outside") << "link.txt"
                                     << "不能写入这个路径，调用会失败。";
     QTest::newRow("line breaks") << QString("a\nb\u2028c\u0085d")
-                                 << "将新建文件：ROOT/a\ufffdb\ufffdc\ufffdd";
+                                 << "将新建文件：ROOT/aU+000AbU+2028cU+0085d";
 }
 
 void TestFolder::writingIsExplained()

@@ -6,9 +6,10 @@ namespace QtAgent {
 ReplyRecorder::ReplyRecorder(ChatReply *reply, QObject *parent)
     : QObject(parent)
 {
-    m_over = !reply;
-    if (!reply)
+    if (!reply) {
+        m_over = true;
         return;
+    }
     m_over = !reply->isRunning();
     connect(reply, &ChatReply::deltaReceived, this,
             [this](const QString &delta) { add(QStringLiteral("delta: ") + delta); });
